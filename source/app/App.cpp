@@ -1,0 +1,67 @@
+#include "app/App.h"
+
+#include <iostream>
+
+static void setColours()
+{
+    auto& lookAndFeel = juce::LookAndFeel::getDefaultLookAndFeel();
+    lookAndFeel.setColour (juce::Label::textColourId, juce::Colours::white);
+    lookAndFeel.setColour (juce::Label::backgroundColourId, juce::Colour (15, 15, 15));
+    lookAndFeel.setColour (juce::TextButton::buttonColourId, juce::Colour (0, 200, 0));
+}
+
+void App::initialise (const juce::String&)
+{
+    instanceLock = std::make_unique<juce::InterProcessLock> ("Quendel lock");
+
+    if (! instanceLock->enter (0))
+    {
+        quit();
+        return;
+    }
+
+    setColours();
+
+    const auto* display = juce::Desktop::getInstance().getDisplays().getPrimaryDisplay();
+
+    if (display == nullptr)
+    {
+        std::cerr << "Quendel: there is no display to open a window on" << std::endl;
+        setApplicationReturnValue (1);
+        quit();
+        return;
+    }
+
+    const int defaultX = display->userArea.getWidth() / 20;
+    const int defaultY = display->userArea.getHeight() / 20;
+
+    appListener = std::make_unique<AppListener>();
+    deviceList = std::make_unique<DeviceList> (0, nullptr, nullptr, nullptr);
+    deviceList->setListener (appListener.get());
+
+    if (deviceList->getNumDevices() != 0)
+    {
+        mainWindow = std::make_unique<AppWindow> (*deviceList, defaultX, defaultY);
+        mainWindow->setVisible (true);
+        mainWindow->toFront (true);
+        return;
+    }
+
+    juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
+                                            "Quendel",
+                                            "\nNo compatible hardware detected.");
+    quit();
+}
+
+void App::shutdown()
+{
+    mainWindow.reset();
+
+    // The listener goes first, so it must not be posted to any more.
+    if (deviceList != nullptr)
+        deviceList->setListener (nullptr);
+
+    appListener.reset();
+    deviceList.reset();
+    instanceLock.reset();
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "app/AppListener.h"
+#include "app/AppWindow.h"
+#include "device/DeviceList.h"
+#include <memory>
+
+/** The program: one instance at a time, its devices and its window. Message thread. */
+class App : public juce::JUCEApplication
+{
+public:
+    void initialise (const juce::String& commandLine) override;
+    void shutdown() override;
+    const juce::String getApplicationName() override { return "Quendel"; }
+    const juce::String getApplicationVersion() override { return "1.0"; }
+    void systemRequestedQuit() override { quit(); }
+
+private:
+    std::unique_ptr<AppWindow> mainWindow;
+    std::unique_ptr<DeviceList> deviceList;
+    std::unique_ptr<juce::InterProcessLock> instanceLock;
+    std::unique_ptr<AppListener> appListener;
+};

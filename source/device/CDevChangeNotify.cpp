@@ -1,0 +1,118 @@
+#include "device/CDevChangeNotify.h"
+
+#include "device/DeviceChangeMessage.h"
+#include "device/DeviceList.h"
+#include "device/DriverText.h"
+#include "device/Win32NotificationWindow.h"
+
+CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass, DeviceList& devicesToUpdate) : devices (devicesToUpdate)
+{
+    Win32NotificationWindow::addListener (this);
+
+    DEV_BROADCAST_DEVICEINTERFACE_A filter {};
+    filter.dbcc_size = sizeof (filter);
+    filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    filter.dbcc_classguid = interfaceClass;
+
+    registration = RegisterDeviceNotificationA (Win32NotificationWindow::getWindowHandle(),
+                                                &filter,
+                                                DEVICE_NOTIFY_WINDOW_HANDLE);
+}
+
+CDevChangeNotify::~CDevChangeNotify()
+{
+    if (registration != nullptr)
+        UnregisterDeviceNotification (registration);
+
+    Win32NotificationWindow::removeListener (this);
+}
+
+//==============================================================================
+void CDevChangeNotify::setListener (juce::MessageListener* newListener)
+{
+    const juce::ScopedLock locked (listenerLock);
+    listener = newListener;
+}
+
+bool CDevChangeNotify::hasListener() const
+{
+    const juce::ScopedLock locked (listenerLock);
+    return listener != nullptr;
+}
+
+/** Posts under the lock: a listener that is being detached right now must not be posted to afterwards. */
+void CDevChangeNotify::post (DeviceChange change, const void* device)
+{
+    const juce::ScopedLock locked (listenerLock);
+
+    if (listener != nullptr)
+        listener->postMessage (new DeviceChangeMessage (change, device));
+}
+
+//==============================================================================
+void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM lParam)
+{
+    if (message != WM_DEVICECHANGE || lParam == 0 || ! hasListener())
+        return;
+
+    const auto* event = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*> (lParam);
+
+    const auto getPath = [event]
+    {
+        constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
+        const auto room = event->dbcc_size > nameOffset ? event->dbcc_size - nameOffset : 0;
+        return textFromDriver (reinterpret_cast<const char*> (event) + nameOffset, room);
+    };
+
+    switch (wParam)
+    {
+        case DBT_DEVICEARRIVAL:
+            if (event->dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
+                deviceArrived (getPath());
+            break;
+
+        case DBT_DEVICEQUERYREMOVE:
+        case DBT_DEVICEREMOVEPENDING:
+        case DBT_DEVICEREMOVECOMPLETE:
+            if (event->dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
+                deviceMayHaveGone (getPath());
+            break;
+
+        default:
+            break;
+    }
+}
+
+/** A device that left and came back can arrive while the list still holds it. If that one still answers, it is the
+    same device, and it is not listed twice; if not, its removal went unnoticed and is made up for.
+*/
+void CDevChangeNotify::deviceArrived (const juce::String& path)
+{
+    removeUnlessItAnswers (path);
+
+    if (devices.findByPath (path) != nullptr)
+        return;
+
+    if (const auto device = devices.scan (&path); device != nullptr)
+        post (DeviceArrivedMessage, device.get());
+}
+
+void CDevChangeNotify::deviceMayHaveGone (const juce::String& path)
+{
+    const auto* device = devices.findByPath (path).get();
+
+    if (removeUnlessItAnswers (path))
+        post (DeviceRemovedMessage, device);
+}
+
+/** True when there was such a device and it is gone from the list now. */
+bool CDevChangeNotify::removeUnlessItAnswers (const juce::String& path)
+{
+    const auto device = devices.findByPath (path);
+
+    if (device == nullptr || device->probe() == TransactionResult::success)
+        return false;
+
+    devices.removeByPath (path);
+    return true;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "device/Win32MessageListener.h"
+#include <juce_events/juce_events.h>
+
+class DeviceList;
+enum DeviceChange : int;
+
+/** Keeps one DeviceList up to date with the device interfaces of one class that come and go, and tells the list's
+    listener of it by a DeviceChangeMessage.
+
+    Made, given its listener and destroyed on the message thread; the rest happens on the notification thread.
+*/
+class CDevChangeNotify final : public Win32MessageListener
+{
+public:
+    /** Starts the notifications. Without a notification window there are none, and nothing is said.
+        @param devicesToUpdate   owns this object
+    */
+    CDevChangeNotify (const GUID& interfaceClass, DeviceList& devicesToUpdate);
+
+    /** Once it returns, the list is left alone and nothing more is posted. */
+    ~CDevChangeNotify();
+
+    /** Replaces the listener; once it returns, nothing more is posted to the one before. Not owned, may be null:
+        then notifications pass without touching the list.
+    */
+    void setListener (juce::MessageListener* newListener);
+
+    void handleWin32Message (UINT message, WPARAM wParam, LPARAM lParam) override;
+
+private:
+    void deviceArrived (const juce::String& path);
+    void deviceMayHaveGone (const juce::String& path);
+    bool removeUnlessItAnswers (const juce::String& path);
+    bool hasListener() const;
+    void post (DeviceChange change, const void* device);
+
+    HDEVNOTIFY registration = nullptr;
+    DeviceList& devices;
+    juce::MessageListener* listener = nullptr;
+    juce::CriticalSection listenerLock; // innermost: nothing else is locked while it is held
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (CDevChangeNotify)
+};

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "device/HwDevice.h"
+#include <juce_events/juce_events.h>
+#include <memory>
+#include <vector>
+
+class CDevChangeNotify;
+
+/** The device-interface class of the driver. */
+inline constexpr GUID DeviceInterfaceGuid { 0x7be5a0c4, 0x2f1d, 0x4d0e, { 0x9a, 0x6b, 0x51, 0xd7, 0xc3, 0x08, 0xe2, 0x94 } };
+
+/** The program's one list of devices, newest first: index 0 is the device found or arrived last.
+
+    Any thread may call anything but the constructor, the destructor and setListener, which belong to the message
+    thread. Positions change whenever a device arrives or leaves.
+*/
+class DeviceList
+{
+public:
+    /** Lists the interfaces that are present.
+
+        @param numVendorIds, vendorIds  devices of other vendors are left out; none: every vendor is welcome
+        @param lockToUse  lock of the list and of its devices, not owned, outlives them; null: each has its own
+        @param logSink    hears of every device found or left out; not owned, may be null
+    */
+    DeviceList (int numVendorIds, const int* vendorIds, juce::CriticalSection* lockToUse, juce::Logger* logSink);
+    ~DeviceList();
+
+    /** Inserts the present interfaces, or only the one of that path. It does not look at what the list holds:
+        an interface that is already in it is inserted again.
+        @returns the device inserted last, or null
+    */
+    HwDevice::Ptr scan (const juce::String* path);
+
+    /** Paths are compared ignoring case. @returns null when there is no such device */
+    HwDevice::Ptr findByPath (const juce::String& path);
+
+    /** Takes the first device of that path out of the list. The device dies with its last reference, which can be
+        right here.
+    */
+    void removeByPath (const juce::String& path);
+
+    /** The device lives as long as the caller keeps the reference. @returns null outside of the list */
+    HwDevice::Ptr getDevice (int index) const;
+
+    int getNumDevices() const;
+
+    /** All devices at one moment, in the list's order. */
+    std::vector<HwDevice::Ptr> getDevices() const;
+
+    /** Whom DeviceChangeMessages go to from now on, in place of the one before; not owned. A listener is detached
+        (by null, or by its successor) before it dies. The first call starts the notifications.
+    */
+    void setListener (juce::MessageListener* listener);
+
+private:
+    bool isAcceptedVendor (const HwDevice&) const;
+    void insert (HwDevice*);
+    void remove (HwDevice*);
+    HwDevice* find (const juce::String& path) const;
+    void log (const char* verb, const HwDevice&) const;
+
+    juce::Array<int> vendorFilter;
+    HwDevice* head = nullptr; // holds a counted reference, as each device's place in the list does
+    int count = 0;
+    std::unique_ptr<CDevChangeNotify> notifier;
+    juce::Logger* const logSink;
+    juce::CriticalSection* const lock;
+    const bool ownsLock;
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (DeviceList)
+};

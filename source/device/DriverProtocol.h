@@ -1,0 +1,133 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/** The driver's request protocol: control codes, command and transaction codes, and the records that
+    travel in their buffers.
+
+    Everything is little-endian. The records come from the driver, in the buffer of an I/O control request;
+    they are copied into and out of these structs, never cast. Nothing here needs a library: the simulator's
+    model, which also runs inside a kernel driver, includes this header.
+*/
+namespace DriverProtocol
+{
+
+//==============================================================================
+/** Carries a CommandEnvelope both ways. */
+inline constexpr std::uint32_t IOCTL_DEVICE_COMMAND = 0x1D2008;
+
+/** Carries a TransactionBlock. */
+inline constexpr std::uint32_t IOCTL_DEVICE_TRANSACTION = 0x1D2004;
+
+/** Command codes of IOCTL_DEVICE_COMMAND. */
+enum CommandCode : std::uint32_t
+{
+    ReadStreamStatus = 3,
+    MapStatistics = 7,
+    ResetStatistics = 8,
+    ReadEventEntry = 0x13
+};
+
+/** Request codes of IOCTL_DEVICE_TRANSACTION. */
+enum TransactionCode : std::uint32_t
+{
+    ProbeDevice = 1,
+    AccessFirmwareCounters = 4 /**< Reads the counters, or clears them when parameter 0 is all ones. */
+};
+
+/** Value of parameter 0 of AccessFirmwareCounters. */
+enum FirmwareCounterAccess : std::uint32_t
+{
+    ReadFirmwareCounters = 0,
+    ClearFirmwareCounters = 0xFFFFFFFF
+};
+
+//==============================================================================
+#pragma pack(push, 1)
+
+/** Buffer of IOCTL_DEVICE_COMMAND, input and output alike. */
+struct CommandEnvelope
+{
+    static constexpr std::size_t numWords = 13;
+
+    std::uint32_t reserved[2];
+    std::uint32_t code;
+    std::uint32_t words[numWords]; /**< Request: the command's parameter, if any. Reply: its result. */
+};
+
+/** Buffer of IOCTL_DEVICE_TRANSACTION. */
+struct TransactionBlock
+{
+    static constexpr std::size_t numWords = 16;
+
+    /** Bytes up to and without the parameters: all that ProbeDevice sends. */
+    static constexpr std::size_t headerSize = 28;
+
+    std::uint32_t status;         /**< Reply: 0, or a status of the driver's. */
+    std::uint32_t length;         /**< Request: 32-bit words of the message, counted from this word on. */
+    std::uint32_t driverWords[2]; /**< The driver's own: what a reply leaves here goes back with the next request. */
+    std::uint32_t requestClass;   /**< Always 0. */
+    std::uint32_t code;           /**< A TransactionCode. */
+    std::uint32_t deviceStatus;   /**< Reply: 0, or a status of the device's. */
+    std::uint32_t words[numWords];
+};
+
+/** One entry of the driver's event log, as ReadEventEntry delivers it in the words of the envelope. */
+struct EventLogEntry
+{
+    std::int64_t timestamp;    /**< Counter value, ticks. */
+    std::int64_t frequency;    /**< The counter's rate, ticks per second. */
+    std::uint32_t type;        /**< Index into the event names, or noSuchEntry. */
+    std::uint32_t param;       /**< Meaning depends on the type. */
+    std::uint8_t unused1;
+    std::int8_t auxValue;
+    std::uint8_t unused2[6];
+};
+
+#pragma pack(pop)
+
+/** EventLogEntry::type of an index at which the log holds no entry. */
+inline constexpr std::uint32_t noSuchEntry = 0xFFFFFFFF;
+
+/** TransactionBlock::length of a message that ends with the header, and of one with all parameters. */
+inline constexpr std::uint32_t headerLength = 6;
+inline constexpr std::uint32_t fullLength = 22;
+
+/** Result words of ReadStreamStatus (in CommandEnvelope::words). */
+inline constexpr std::size_t numStreamStatusWords = 9;
+inline constexpr std::size_t sampleRateWord = 2; /**< Hz. */
+inline constexpr std::size_t bufferSizeWord = 4; /**< Sample frames. */
+
+/** Result words of ReadFirmwareCounters (in TransactionBlock::words). */
+inline constexpr std::size_t overflowsWord = 0;
+inline constexpr std::size_t underrunsWord = 1;
+inline constexpr std::size_t fifoLevelWord = 4; /**< 1024 is full. */
+inline constexpr std::size_t unshownWord = 5;   /**< Handed out with the others, shown nowhere. */
+inline constexpr std::size_t syncCountWord = 6;
+
+//==============================================================================
+static_assert (sizeof (CommandEnvelope) == 64);
+static_assert (offsetof (CommandEnvelope, reserved) == 0);
+static_assert (offsetof (CommandEnvelope, code) == 8);
+static_assert (offsetof (CommandEnvelope, words) == 12);
+
+static_assert (sizeof (TransactionBlock) == 92);
+static_assert (offsetof (TransactionBlock, status) == 0);
+static_assert (offsetof (TransactionBlock, length) == 4);
+static_assert (offsetof (TransactionBlock, driverWords) == 8);
+static_assert (offsetof (TransactionBlock, requestClass) == 16);
+static_assert (offsetof (TransactionBlock, code) == 20);
+static_assert (offsetof (TransactionBlock, deviceStatus) == 24);
+static_assert (offsetof (TransactionBlock, words) == TransactionBlock::headerSize);
+
+static_assert (sizeof (EventLogEntry) == 32);
+static_assert (offsetof (EventLogEntry, timestamp) == 0);
+static_assert (offsetof (EventLogEntry, frequency) == 8);
+static_assert (offsetof (EventLogEntry, type) == 16);
+static_assert (offsetof (EventLogEntry, param) == 20);
+static_assert (offsetof (EventLogEntry, unused1) == 24);
+static_assert (offsetof (EventLogEntry, auxValue) == 25);
+static_assert (offsetof (EventLogEntry, unused2) == 26);
+
+} // namespace DriverProtocol

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstring>
+#include <juce_core/juce_core.h>
+#include <string>
+
+/** Text of up to numBytes bytes from the driver or the registry, ended by the first zero byte if there is one.
+
+    Meant to be UTF-8; bytes that aren't are taken for Latin-1, so that a name is never lost.
+*/
+inline juce::String textFromDriver (const char* bytes, std::size_t numBytes)
+{
+    const std::string text (bytes, ::strnlen (bytes, numBytes));
+
+    if (juce::CharPointer_UTF8::isValidString (text.data(), static_cast<int> (text.size())))
+        return juce::String::fromUTF8 (text.data(), static_cast<int> (text.size()));
+
+    juce::String latin;
+
+    for (const auto byte : text)
+        latin += juce::juce_wchar { static_cast<unsigned char> (byte) };
+
+    return latin;
+}

@@ -1,0 +1,265 @@
+#include "device/HwDevice.h"
+
+#include "device/DriverText.h"
+
+using namespace DriverProtocol;
+
+HwDevice::HwDevice (const juce::String& interfacePath,
+                    HDEVINFO deviceInfoSet,
+                    SP_DEVICE_INTERFACE_DATA& interfaceData,
+                    juce::CriticalSection* lockToUse)
+    : lock (lockToUse != nullptr ? lockToUse : new juce::CriticalSection()),
+      ownsLock (lockToUse == nullptr),
+      path (interfacePath)
+{
+    readRegistry (deviceInfoSet, interfaceData);
+}
+
+HwDevice::~HwDevice()
+{
+    close();
+
+    if (ownsLock)
+        delete lock;
+}
+
+void HwDevice::readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData)
+{
+    const auto key = SetupDiOpenDeviceInterfaceRegKey (deviceInfoSet, &interfaceData, 0, KEY_READ);
+
+    if (key == static_cast<HKEY> (INVALID_HANDLE_VALUE))
+        return;
+
+    const auto read = [key] (const char* valueName, auto& bytes, DWORD& size)
+    {
+        size = static_cast<DWORD> (sizeof (bytes));
+        auto* data = reinterpret_cast<BYTE*> (&bytes);
+        return RegQueryValueExA (key, valueName, nullptr, nullptr, data, &size) == static_cast<LSTATUS> (ERROR_SUCCESS);
+    };
+
+    DWORD size = 0;
+    usable = read ("hwinfo_caps", caps.getBytes(), size);
+
+    // The last byte that the registry reports is the terminator, whatever is in it.
+    std::array<char, 64> text {};
+    const bool named = read ("unique_name", text, size);
+    name = named ? textFromDriver (text.data(), size > 0 ? size - 1 : 0) : juce::String (defaultName);
+
+    RegCloseKey (key);
+
+    // A record that claims a longer reply gets the part of it that there is room for.
+    if (usable)
+        probeReplySize = static_cast<std::size_t> (
+            juce::jmin<std::uint64_t> (caps.getNumProbeWords() * sizeof (std::uint32_t) + replyFixedSize,
+                                       replyAreaSize));
+}
+
+//==============================================================================
+int HwDevice::open()
+{
+    const juce::ScopedLock locked (*lock);
+
+    if (openCount > 0)
+    {
+        ++openCount;
+        return usable ? 0 : 1;
+    }
+
+    handle = CreateFileA (path.toRawUTF8(),
+                          GENERIC_READ | GENERIC_WRITE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE,
+                          nullptr,
+                          OPEN_EXISTING,
+                          0,
+                          nullptr);
+
+    if (handle == INVALID_HANDLE_VALUE)
+    {
+        usable = false;
+        return 1;
+    }
+
+    openCount = 1;
+
+    CommandEnvelope envelope {};
+    envelope.code = MapStatistics;
+
+    if (sendCommand (envelope, envelope))
+        statisticsAddress = envelope.words[0];
+
+    return usable ? 0 : 1;
+}
+
+void HwDevice::close()
+{
+    const juce::ScopedLock locked (*lock);
+
+    if (openCount == 0 || --openCount > 0)
+        return;
+
+    CloseHandle (handle);
+    handle = INVALID_HANDLE_VALUE;
+}
+
+void HwDevice::reopen()
+{
+    const juce::ScopedLock locked (*lock);
+    close();
+    open();
+}
+
+//==============================================================================
+std::uint32_t HwDevice::getStatisticsAddress() const
+{
+    const juce::ScopedLock locked (*lock);
+    return statisticsAddress;
+}
+
+std::uint32_t HwDevice::getSampleRate() const
+{
+    const juce::ScopedLock locked (*lock);
+    return streamStatus[sampleRateWord];
+}
+
+std::uint32_t HwDevice::getBufferSize() const
+{
+    const juce::ScopedLock locked (*lock);
+    return streamStatus[bufferSizeWord];
+}
+
+//==============================================================================
+/** The two envelopes may be one. Where they differ, words that a short reply leaves out keep what the caller put
+    into the reply beforehand, instead of showing the request as if it were the answer.
+*/
+bool HwDevice::sendCommand (const CommandEnvelope& request, CommandEnvelope& reply)
+{
+    auto input = request;
+    DWORD returned = 0;
+
+    return DeviceIoControl (handle,
+                            IOCTL_DEVICE_COMMAND,
+                            &input,
+                            sizeof (input),
+                            &reply,
+                            sizeof (reply),
+                            &returned,
+                            nullptr)
+        != FALSE;
+}
+
+int HwDevice::readStreamStatus()
+{
+    const juce::ScopedLock locked (*lock);
+
+    CommandEnvelope request {}, reply {};
+    request.code = ReadStreamStatus;
+    std::memcpy (reply.words, streamStatus.data(), sizeof (streamStatus));
+
+    if (! sendCommand (request, reply))
+        return 1;
+
+    std::memcpy (streamStatus.data(), reply.words, sizeof (streamStatus));
+    return 0;
+}
+
+void HwDevice::resetStatistics()
+{
+    const juce::ScopedLock locked (*lock);
+
+    CommandEnvelope envelope {};
+    envelope.code = ResetStatistics;
+    sendCommand (envelope, envelope);
+
+    accessFirmwareCounters (ClearFirmwareCounters);
+}
+
+int HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entry)
+{
+    CommandEnvelope request {}, reply {};
+    request.code = ReadEventEntry;
+    request.words[0] = index;
+
+    // What a reply too short for an entry delivers is no entry.
+    entry = {};
+    entry.type = noSuchEntry;
+    std::memcpy (reply.words, &entry, sizeof (entry));
+
+    const bool succeeded = sendCommand (request, reply);
+    std::memcpy (&entry, reply.words, sizeof (entry));
+    return succeeded ? 0 : 1;
+}
+
+//==============================================================================
+TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, void* output, std::size_t outputSize)
+{
+    constexpr std::uint32_t refusedStatuses[] { 0x102, 0xC0120090 };
+    constexpr std::uint32_t harmlessDeviceStatus = 12;
+
+    DWORD returned = 0;
+
+    if (DeviceIoControl (handle,
+                         IOCTL_DEVICE_TRANSACTION,
+                         const_cast<void*> (input),
+                         static_cast<DWORD> (inputSize),
+                         output,
+                         static_cast<DWORD> (outputSize),
+                         &returned,
+                         nullptr)
+        == FALSE)
+        return TransactionResult::failed;
+
+    TransactionBlock reply;
+    std::memcpy (&reply, output, TransactionBlock::headerSize);
+
+    if (reply.status == refusedStatuses[0] || reply.status == refusedStatuses[1])
+        return TransactionResult::refused;
+
+    if (reply.status != 0)
+        return TransactionResult::failed;
+
+    return reply.deviceStatus == 0 || reply.deviceStatus == harmlessDeviceStatus ? TransactionResult::success
+                                                                                 : TransactionResult::deviceFailed;
+}
+
+/** The request is a copy of the block: its parameter must not stand where a short reply leaves the last counters. */
+TransactionResult HwDevice::accessFirmwareCounters (FirmwareCounterAccess access)
+{
+    auto request = block;
+    request.length = fullLength;
+    request.requestClass = 0;
+    request.code = AccessFirmwareCounters;
+    request.words[0] = access;
+    return transact (&request, sizeof (request), &block, sizeof (block));
+}
+
+TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)
+{
+    const juce::ScopedLock locked (*lock);
+    const auto result = accessFirmwareCounters (ReadFirmwareCounters);
+
+    if (result == TransactionResult::success)
+    {
+        counters.fifoLevel = block.words[fifoLevelWord];
+        counters.unshown = block.words[unshownWord];
+        counters.underruns = block.words[underrunsWord];
+        counters.overflows = block.words[overflowsWord];
+        counters.syncCount = block.words[syncCountWord];
+    }
+
+    return result;
+}
+
+TransactionResult HwDevice::probe()
+{
+    const juce::ScopedLock locked (*lock);
+
+    block.length = headerLength;
+    block.requestClass = 0;
+    block.code = ProbeDevice;
+    const auto result = transact (&block, TransactionBlock::headerSize, replyArea.data(), probeReplySize);
+
+    if (result != TransactionResult::success)
+        std::memset (replyArea.data() + TransactionBlock::headerSize, 0, sizeof (std::uint32_t));
+
+    return result;
+}

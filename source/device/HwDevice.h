@@ -1,0 +1,134 @@
+#pragma once
+
+#include "device/DriverProtocol.h"
+#include "device/HwInfoCaps.h"
+#include "platform/Win32.h"
+#include <array>
+#include <juce_core/juce_core.h>
+
+/** The firmware's counters, as one ReadFirmwareCounters transaction delivers them. */
+struct FirmwareCounters
+{
+    std::uint32_t fifoLevel = 0; /**< 1024 is full. */
+    std::uint32_t unshown = 0;
+    std::uint32_t underruns = 0;
+    std::uint32_t overflows = 0;
+    std::uint32_t syncCount = 0;
+};
+
+/** Outcome of a transaction; callers only tell success from the rest. */
+enum class TransactionResult : int
+{
+    refused = -1, /**< One of the two statuses that the driver refuses with. */
+    success = 0,
+    failed = 1,      /**< The request did not get through, or the driver answered with another status. */
+    deviceFailed = 2 /**< The driver succeeded, the device did not. */
+};
+
+/** One device interface of the driver: its registry values, its counted open, and the driver's requests.
+
+    Reference-counted; the DeviceList holds one reference while the device is in it. Any thread: the device's
+    lock is held for the whole of each open, close and request, readEventEntry excepted. A request that fails
+    changes nothing but its result; none is retried.
+*/
+class HwDevice : public juce::ReferenceCountedObject
+{
+public:
+    using Ptr = juce::ReferenceCountedObjectPtr<HwDevice>;
+
+    /** The name of a device whose registry key names none. */
+    static constexpr auto defaultName = "Tamrix";
+
+    /** Reads the interface's registry key.
+
+        @param deviceInfoSet, interfaceData   the enumeration that yielded the path; used during construction only
+        @param lockToUse                      not owned, outlives the device; null: the device makes its own
+    */
+    HwDevice (const juce::String& path,
+              HDEVINFO deviceInfoSet,
+              SP_DEVICE_INTERFACE_DATA& interfaceData,
+              juce::CriticalSection* lockToUse);
+
+    ~HwDevice() override;
+
+    //==============================================================================
+    /** Counts an open; the first one opens the interface and has the statistics block mapped.
+        @returns 0 when the device is usable, else 1
+    */
+    int open();
+
+    /** Takes one open back; the last one closes the interface. Without an open it does nothing. */
+    void close();
+
+    /** One close and one open, which no other request comes between. */
+    void reopen();
+
+    //==============================================================================
+    juce::String getName() const { return name; }
+    juce::String getPath() const { return path; }
+    std::uint32_t getVendorId() const noexcept { return caps.getVendorId(); }
+    std::uint32_t getTypeId() const noexcept { return caps.getTypeId(); }
+    const HwInfoCaps& getCaps() const noexcept { return caps; }
+
+    /** Where the driver's StatisticsBlock for this device is in this process, as the last MapStatistics that
+        succeeded said; 0 before. Reading there can fault, and does so for sure once the device is closed.
+    */
+    std::uint32_t getStatisticsAddress() const;
+
+    /** Hz, of the last readStreamStatus that succeeded; 0 before. */
+    std::uint32_t getSampleRate() const;
+
+    /** Sample frames, of the last readStreamStatus that succeeded; 0 before. */
+    std::uint32_t getBufferSize() const;
+
+    //==============================================================================
+    /** @returns 0, or 1 when the request failed and the stored status is the old one */
+    int readStreamStatus();
+
+    /** Resets the driver's statistics, then the firmware's counters; nobody hears how that went. */
+    void resetStatistics();
+
+    /** Writes the counters only on success. */
+    TransactionResult readFirmwareCounters (FirmwareCounters& counters);
+
+    /** Success when the device is there and answers. */
+    TransactionResult probe();
+
+    /** Fetches one entry of the driver's event log; past its end the entry's type is noSuchEntry. Message thread;
+        takes no lock, so that a long reading never holds up the notification thread.
+        @returns 0, or 1 when the request failed
+    */
+    int readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
+
+    /** One transaction, on an input and an output buffer that may be the same. Call with the lock held. */
+    TransactionResult transact (const void* input, std::size_t inputSize, void* output, std::size_t outputSize);
+
+private:
+    friend class DeviceList;
+
+    /** Room for the probe's reply: its fixed part and 100 words. */
+    static constexpr std::size_t replyAreaSize = 464;
+    static constexpr std::size_t replyFixedSize = 64;
+
+    void readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData);
+    bool sendCommand (const DriverProtocol::CommandEnvelope& request, DriverProtocol::CommandEnvelope& reply);
+    TransactionResult accessFirmwareCounters (DriverProtocol::FirmwareCounterAccess access);
+
+    DriverProtocol::TransactionBlock block {};
+    HwDevice* previous = nullptr;
+    HwDevice* next = nullptr;
+    HwInfoCaps caps;
+    juce::String name;
+    juce::CriticalSection* lock;
+    const bool ownsLock;
+    const juce::String path;
+    bool usable = false;
+    std::uint32_t openCount = 0;
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    std::size_t probeReplySize = replyFixedSize;
+    std::array<std::uint8_t, replyAreaSize> replyArea {};
+    std::array<std::uint32_t, DriverProtocol::numStreamStatusWords> streamStatus {};
+    std::uint32_t statisticsAddress = 0;
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (HwDevice)
+};

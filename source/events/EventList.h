@@ -1,0 +1,59 @@
+#pragma once
+
+#include "device/HwDevice.h"
+#include "events/EventRecord.h"
+#include <juce_gui_basics/juce_gui_basics.h>
+#include <vector>
+
+/** A driver's event log, or several merged in time, read once and shown as a table. Message thread; while its
+    modal progress window is up, the report's worker thread reads the records, which nobody changes meanwhile.
+*/
+class EventList : public juce::TableListBox, public juce::TableListBoxModel
+{
+public:
+    /** Entries read from one device at most. */
+    static constexpr std::uint32_t MaxEventsPerDevice = 16384;
+
+    enum ColumnId
+    {
+        indexColumn = 1,
+        timeColumn,
+        deltaColumn,
+        lastSimilarDeltaColumn,
+        paramColumn,
+        nameColumn
+    };
+
+    /** Reads the logs, one request per entry: this takes its time.
+
+        @param devices      the devices of the list, in its order
+        @param deviceIndex  the one to read, or negative for all of them
+    */
+    EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex);
+
+    const juce::Array<EventRecord>& getEvents() const { return events; }
+
+    /** Names of the devices that were read; an event's deviceOrdinal is its device's index. */
+    const juce::StringArray& getDeviceNames() const { return deviceNames; }
+
+    /** A cell's text, which is the row's only in the columns that have one. */
+    juce::String getCellText (int rowNumber, int columnId) const;
+
+    /** Writes the events in their present order to a file, on a worker thread behind a modal window. */
+    void writeReport (juce::File file);
+
+    int getNumRows() override { return events.size(); }
+    void paintRowBackground (juce::Graphics&, int rowNumber, int width, int height, bool rowIsSelected) override;
+    void paintCell (juce::Graphics&, int rowNumber, int columnId, int width, int height, bool rowIsSelected) override;
+    void sortOrderChanged (int newSortColumnId, bool isForwards) override;
+
+private:
+    void readDeviceLog (HwDevice& device, std::uint8_t deviceOrdinal);
+    void computeDeltas();
+    void addColumns();
+
+    juce::Array<EventRecord> events;
+    juce::StringArray deviceNames;
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (EventList)
+};

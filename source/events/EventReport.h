@@ -1,0 +1,35 @@
+#pragma once
+
+#include "events/EventRecord.h"
+#include <functional>
+#include <juce_core/juce_core.h>
+
+/** The event report: one comma-separated line per event, UTF-8 without a byte-order mark, CR LF line ends. */
+namespace EventReport
+{
+
+/** "row,milliseconds since the first row,microseconds since the previous event in time,device:parameter,name",
+    with its line end.
+
+    @param row    counted from 0
+    @param first  the event in row 0
+*/
+juce::String formatLine (int row,
+                         const EventRecord& event,
+                         const EventRecord& first,
+                         const juce::StringArray& deviceNames);
+
+/** Replaces the file by a report of the events in their present order; says nothing about how that went. Any thread.
+
+    Lines are appended 256 at a time, each time with the file opened and closed, so that memory stays bounded and
+    the file grows.
+
+    @param progressTo  called before each line with the share written, 0 to 1; returning false ends the report
+                       after the lines before it
+*/
+void write (const juce::File& file,
+            const juce::Array<EventRecord>& events,
+            const juce::StringArray& deviceNames,
+            const std::function<bool (double)>& progressTo);
+
+} // namespace EventReport

@@ -1,0 +1,55 @@
+#include "events/EventTabs.h"
+
+#include "events/EventList.h"
+#include "platform/Surroundings.h"
+
+/** The tab bar shows no tab without a name, which would leave a nameless device's events out of reach. */
+static juce::String getTabName (const HwDevice& device)
+{
+    const auto name = device.getName();
+    return name.isEmpty() ? "Unnamed device" : name;
+}
+
+EventTabs::EventTabs (const std::vector<HwDevice::Ptr>& devices) : TabbedComponent (juce::TabbedButtonBar::TabsAtTop)
+{
+    for (int i = 0; i < static_cast<int> (devices.size()); ++i)
+        addTab (getTabName (*devices[static_cast<std::size_t> (i)]),
+                juce::Colours::white,
+                new EventList (devices, i),
+                true);
+
+    if (devices.size() >= 2)
+        addTab ("Aggregate", juce::Colours::cyan, new EventList (devices, -1), true);
+}
+
+EventTabs::~EventTabs()
+{
+    clearTabs();
+}
+
+void EventTabs::paint (juce::Graphics& g)
+{
+    g.fillAll (juce::Colours::white);
+}
+
+void EventTabs::saveReport()
+{
+    auto* list = dynamic_cast<EventList*> (getCurrentContentComponent());
+
+    if (list == nullptr)
+        return;
+
+    const auto name = "Quendel event log " + Surroundings::describeTime (Surroundings::getCurrentTime()) + ".txt";
+    const auto legalName = juce::File::createLegalFileName (name.replaceCharacter (':', '_'));
+
+    juce::FileChooser chooser ("Save event report",
+                               Surroundings::getDocumentsFolder().getChildFile (legalName),
+                               "*.txt",
+                               true);
+
+    const bool chosen = chooser.browseForFileToSave (true);
+
+    // A quit closes the dialog, too; what it then calls the choice is nobody's.
+    if (chosen && ! juce::MessageManager::getInstance()->hasStopMessageBeenSent())
+        list->writeReport (chooser.getResult());
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "device/HwDevice.h"
+#include <juce_gui_basics/juce_gui_basics.h>
+#include <vector>
+
+/** One tab with an event table per device and, from two devices on, "Aggregate" with the events of all. Message
+    thread.
+*/
+class EventTabs : public juce::TabbedComponent
+{
+public:
+    /** Reads all logs; the devices are not needed afterwards. */
+    explicit EventTabs (const std::vector<HwDevice::Ptr>& devices);
+    ~EventTabs() override;
+
+    /** Asks for a file and writes the table on show to it. */
+    void saveReport();
+
+    void paint (juce::Graphics&) override;
+
+private:
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (EventTabs)
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+/** The Windows calls that the program makes, by their own names.
+
+    On Windows this is the system's own header. Elsewhere it is a stand-in of ours that declares just those
+    calls, over the machine folder that a driver process serves (docs/machine-folder.md).
+*/
+#if defined(_WIN32)
+// clang-format off: the order matters
+#include <windows.h>
+#include <setupapi.h>
+#include <dbt.h>
+// clang-format on
+
+// <windows.h> turns these into macros, and the program has names of its own like them.
+#undef min
+#undef max
+#else
+#include "platform/linux/Win32StandIn.h"
+#endif

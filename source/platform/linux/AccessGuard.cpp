@@ -1,0 +1,56 @@
+#include "platform/AccessGuard.h"
+
+#include <csetjmp>
+#include <csignal>
+
+namespace AccessGuard
+{
+
+/** Where the calling thread's guarded reading continues after a fault; null outside of one. */
+static thread_local sigjmp_buf* landing = nullptr;
+
+static struct sigaction previousSegv;
+static struct sigaction previousBus;
+
+static void handleFault (int signal, siginfo_t*, void*)
+{
+    if (landing != nullptr)
+        siglongjmp (*landing, 1);
+
+    // Nobody guarded this one: put back what was there before and let the access fault again.
+    sigaction (signal, signal == SIGBUS ? &previousBus : &previousSegv, nullptr);
+}
+
+static bool installHandlers()
+{
+    struct sigaction action = {};
+    action.sa_sigaction = handleFault;
+    action.sa_flags = SA_SIGINFO;
+    sigemptyset (&action.sa_mask);
+
+    return sigaction (SIGSEGV, &action, &previousSegv) == 0 && sigaction (SIGBUS, &action, &previousBus) == 0;
+}
+
+void fault() noexcept
+{
+    siglongjmp (*landing, 1);
+}
+
+bool run (void (*reading) (void*), void* context) noexcept
+{
+    static const bool installed = installHandlers();
+    sigjmp_buf here;
+
+    if (! installed || sigsetjmp (here, 1) != 0)
+    {
+        landing = nullptr;
+        return false;
+    }
+
+    landing = &here;
+    reading (context);
+    landing = nullptr;
+    return true;
+}
+
+} // namespace AccessGuard

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "stats/StatisticsLayout.h"
+#include <array>
+#include <juce_gui_basics/juce_gui_basics.h>
+
+class HwInfoCaps;
+struct StatisticsBlock;
+
+/** One device's statistics: the figures, their texts, and the component that shows them.
+
+    It draws boxed values only; the labels beside them and the background are the main view's. It knows nothing of
+    its device but the name. Message thread.
+*/
+class Column : public juce::Component
+{
+public:
+    explicit Column (const juce::String& deviceName);
+
+    /** Takes the timing figures from the driver's block.
+
+        The block may vanish at any moment: figures read until then are new, the later ones keep their values.
+
+        @param block        null: all figures keep their values
+        @param msPerTick    milliseconds per tick of the performance counter
+    */
+    void computeValues (const StatisticsBlock* block, double msPerTick);
+
+    /** Takes the firmware's figures; a FIFO level of 1024 is 100 %. */
+    void setFirmwareCounters (std::uint32_t fifoLevel,
+                              std::uint32_t underruns,
+                              std::uint32_t overflows,
+                              std::uint32_t syncCount);
+
+    /** Computes the values and rewrites the text of every figure. The owner repaints. */
+    void update (const StatisticsBlock* block, double msPerTick);
+
+    /** Appends the device's section of the statistics report. */
+    void appendReport (juce::String& text, const HwInfoCaps& caps) const;
+
+    /** A figure's text as it is shown; empty until the first update. */
+    const juce::String& getText (int row) const { return texts[static_cast<std::size_t> (row)]; }
+
+    void paint (juce::Graphics&) override;
+
+private:
+    double& valueOf (int row) { return values[static_cast<std::size_t> (row)]; }
+    void paintItem (juce::Graphics&, int row, int rowHeight) const;
+
+    const juce::String name;
+    std::array<double, StatisticsLayout::numRows> values {};
+    std::array<juce::String, StatisticsLayout::numRows> texts;
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (Column)
+};
