@@ -12,7 +12,7 @@ static int readCoordinate (const juce::String& name, int defaultValue)
 }
 
 AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)
-    : DocumentWindow ("Quendel", juce::Colour (15, 15, 15), minimiseButton | closeButton, true)
+    : DocumentWindow ("Quendel", juce::Colour (15, 15, 15), minimiseButton | closeButton, false)
 {
     setTitleBarTextCentred (false);
     setOpaque (true);
@@ -25,28 +25,34 @@ AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)
     restoredPosition = { readCoordinate ("x", defaultX), readCoordinate ("y", defaultY) };
     setTopLeftPosition (restoredPosition);
 
-    // A window manager that frames the window some time later shifts it by the frame, and the toolkit then takes
-    // the shifted place for ours. By now the frame is known and the place means the same to everybody.
-    constexpr int frameDelayMs = 300;
-    juce::Timer::callAfterDelay (frameDelayMs,
-                                 [safe = juce::Component::SafePointer<AppWindow> (this)]
-                                 {
-                                     if (safe != nullptr)
-                                         safe->settle();
-                                 });
+    // Only now: with a native title bar the toolkit shows a window at once, in whatever size and place it has.
+    addToDesktop();
+
+    constexpr int settleIntervalMs = 20;
+    startTimer (settleIntervalMs);
 }
 
 AppWindow::~AppWindow()
 {
-    const auto position = settled ? getPosition() : restoredPosition;
+    const auto position = ticksUntilSettled > 0 ? restoredPosition : getPosition();
     UserSettings::setValue (RegistryPath, "x", juce::String (position.x));
     UserSettings::setValue (RegistryPath, "y", juce::String (position.y));
 }
 
-void AppWindow::settle()
+/** A window manager frames the window some time after it was shown, which shifts it by the frame's border. As soon
+    as the frame is known, or there clearly is none, the window is put back where it belongs.
+*/
+void AppWindow::timerCallback()
 {
+    const auto* peer = getPeer();
+    const bool isFramed = peer != nullptr && static_cast<bool> (peer->getFrameSizeIfPresent());
+    ticksUntilSettled = isFramed ? 0 : ticksUntilSettled - 1;
+
+    if (ticksUntilSettled > 0)
+        return;
+
+    stopTimer();
     setTopLeftPosition (restoredPosition);
-    settled = true;
 }
 
 void AppWindow::closeButtonPressed()

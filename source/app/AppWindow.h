@@ -5,7 +5,7 @@
 class DeviceList;
 
 /** The main window, which comes back where it was left. Message thread. */
-class AppWindow : public juce::DocumentWindow
+class AppWindow : public juce::DocumentWindow, private juce::Timer
 {
 public:
     /** @param devices             not owned, outlives the window; holds at least one device
@@ -20,10 +20,10 @@ public:
     void userTriedToCloseWindow() override { closeButtonPressed(); }
 
 private:
-    void settle();
+    void timerCallback() override;
 
     juce::Point<int> restoredPosition;
-    bool settled = false;
+    int ticksUntilSettled = 15;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (AppWindow)
 };

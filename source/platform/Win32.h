@@ -6,6 +6,11 @@
     calls, over the machine folder that a driver process serves (docs/machine-folder.md).
 */
 #if defined(_WIN32)
+// Without it the system's header brings hundreds of names that the program would have to stay clear of.
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+
 // clang-format off: the order matters
 #include <windows.h>
 #include <setupapi.h>

@@ -35,6 +35,11 @@ public:
     /** Reads the firmware's counters of every device into its column. */
     void refreshFirmwareCounters();
 
+    /** The report on all that the view shows, as a save at that time appends it. The firmware figures of the last
+        refreshFirmwareCounters are in it from the next tick on.
+    */
+    juce::String describe (const juce::Time& time) const;
+
     /** Appends a report on all that the view shows to the report file, and tells the user how that went. */
     void saveStatisticsReport();
 
@@ -67,7 +72,6 @@ private:
     void forEachColumn (const std::function<void (Column&, HwDevice&)>& action);
     void runModally (const std::function<void()>& modalCall);
     void addResetShortcut();
-    juce::String describe (const juce::Time& time) const;
     void resetStatistics();
     void showStreamStatus();
     void updateBufferTimeLabel();

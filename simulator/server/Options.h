@@ -1,0 +1,54 @@
+#pragma once
+
+#include <charconv>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <type_traits>
+#include <vector>
+
+namespace Simulation
+{
+
+inline constexpr std::uint32_t maximumInterfaces = 64;
+
+/** What the simulator is started with. */
+struct Options
+{
+    std::string machine;            /**< Path of the machine folder; empty: the usual one. */
+    std::vector<std::string> names; /**< One interface for each; an empty name lets the simulator choose. */
+    std::vector<std::string> controllers;
+    std::uint32_t sampleRate = 48000; /**< Hz. */
+    std::uint32_t bufferSize = 256;   /**< Sample frames. */
+    std::uint64_t seed = 1;
+    bool wantsHelp = false;
+};
+
+/** Reads the command line; returns an empty string, or one line that says what is wrong with it. */
+std::string parseOptions (int numArguments, char* const* arguments, Options& options);
+
+/** Everything that --help says. */
+std::string getHelpText();
+
+/** An empty string when this can be a device's name, else one line that says why not. */
+std::string checkName (std::string_view name);
+
+/** Reads a decimal number, digits and nothing else; false when it is none or too large for its type. */
+template <typename Number>
+bool parseNumber (std::string_view text, Number& number)
+{
+    const auto* end = text.data() + text.size();
+    Number result {};
+    const auto [position, error] = std::from_chars (text.data(), end, result);
+
+    static_assert (std::is_unsigned_v<Number>, "a sign would pass for a digit");
+
+    if (error != std::errc() || position != end)
+        return false;
+
+    number = result;
+    return true;
+}
+
+} // namespace Simulation
