@@ -48,8 +48,7 @@ TEST (ColumnTests, everyFigureComesFromItsField)
     block.offsetMinimum = 4999;
 
     Column column ("Deck");
-    EXPECT_EQ (update (column, &block, { 1, 2, 3, 6, 7, 8 }),
-               "12|2.002 msec|1.001 msec|-1|3.003 msec|10.000 msec");
+    EXPECT_EQ (update (column, &block, { 1, 2, 3, 6, 7, 8 }), "12|2.002 msec|1.001 msec|-1|3.003 msec|10.000 msec");
     EXPECT_EQ (update (column, &block, { 11, 12, 15, 16 }), "5.005 msec|4.004 msec|-7.007 msec|6.006 msec");
     EXPECT_EQ (update (column, &block, { 19, 20, 21 }), "5.001 msec|4.999 msec|5.000 msec");
 }

@@ -1,5 +1,5 @@
-#include "stats/Content.h"
 #include "device/DeviceList.h"
+#include "stats/Content.h"
 #include "stats/StatisticsBlock.h"
 #include "tests/support/TestDriver.h"
 
@@ -72,9 +72,8 @@ TEST_F (ContentTests, everythingHasItsPlace)
         std::array<int, 3> buttonsX;
     };
 
-    for (const auto& c : { Case { 1, 340, { 50, 135, 220 } },
-                           Case { 2, 490, { 87, 210, 332 } },
-                           Case { 3, 640, { 125, 285, 445 } } })
+    for (const auto& c :
+         { Case { 1, 340, { 50, 135, 220 } }, Case { 2, 490, { 87, 210, 332 } }, Case { 3, 640, { 125, 285, 445 } } })
     {
         makeContent (c.numDevices);
         EXPECT_EQ (content->getBounds(), juce::Rectangle<int> (c.width, 652));
@@ -201,8 +200,10 @@ TEST_F (ContentTests, resetAsksTheDriverThenTheFirmwareOfEachDevice)
         EXPECT_EQ (driver->count (TestDriver::resetStatistics), 1);
         EXPECT_EQ (driver->count (TestDriver::clearCounters), 1);
         const auto records = driver->getRecords();
-        const auto reset = std::find_if (records.begin(), records.end(), [] (const auto& record)
-                                         { return record.kind == TestDriver::resetStatistics; });
+        const auto reset =
+            std::find_if (records.begin(),
+                          records.end(),
+                          [] (const auto& record) { return record.kind == TestDriver::resetStatistics; });
         ASSERT_NE (reset + 1, records.end());
         EXPECT_EQ ((reset + 1)->kind, TestDriver::clearCounters);
     }

@@ -28,10 +28,7 @@ struct DeviceChangeTests : public testing::Test
     TestMachine machine;
     Listener listener;
 
-    static TestDriver::Setup named (const std::string& name)
-    {
-        return { .name = name, .uniqueName = name + '\0' };
-    }
+    static TestDriver::Setup named (const std::string& name) { return { .name = name, .uniqueName = name + '\0' }; }
 
     std::unique_ptr<TestDriver> plugIn (const std::string& name)
     {
@@ -70,7 +67,8 @@ TEST_F (DeviceChangeTests, arrivalsAndRemovalsReachTheListener)
     b->kill();
     ASSERT_TRUE (runMessagesUntil ([&] { return listener.changes.size() == 3; }));
     EXPECT_EQ (devices.getNumDevices(), 0);
-    EXPECT_EQ (listener.changes, (std::vector<int> { DeviceArrivedMessage, DeviceRemovedMessage, DeviceRemovedMessage }));
+    EXPECT_EQ (listener.changes,
+               (std::vector<int> { DeviceArrivedMessage, DeviceRemovedMessage, DeviceRemovedMessage }));
 
     devices.setListener (nullptr);
 }

@@ -145,10 +145,14 @@ TEST_F (EventReportTests, stoppingLeavesTheLinesBefore)
     for (const int stop : { 0, 1, 256, 257, 300, 699 })
     {
         int row = 0;
-        EventReport::write (file, rows, deck, [&] (double share) {
-            EXPECT_DOUBLE_EQ (share, row / 700.0);
-            return row++ < stop;
-        });
+        EventReport::write (file,
+                            rows,
+                            deck,
+                            [&] (double share)
+                            {
+                                EXPECT_DOUBLE_EQ (share, row / 700.0);
+                                return row++ < stop;
+                            });
 
         const auto text = file.loadFileAsString();
         EXPECT_TRUE (whole.startsWith (text));

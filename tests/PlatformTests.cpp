@@ -42,9 +42,9 @@ std::uint32_t mapStatistics (HANDLE handle)
                             sizeof (envelope),
                             &returned,
                             nullptr)
-                == FALSE
-             ? 0
-             : envelope.words[0];
+                   == FALSE
+               ? 0
+               : envelope.words[0];
 }
 
 const StatisticsBlock* blockAt (std::uint32_t address)
@@ -76,8 +76,10 @@ TEST (PlatformTests, requestsCopyOutWhatTheDriverSentAndKeepTheRest)
     TestDriver driver (machine);
     const auto handle = openInterface ("device");
 
-    driver.setOverride ([] (TestDriver::Kind, int number)
-                        { return number == 0 ? Reply::success (std::array<std::uint8_t, 2> { 1, 2 }) : Reply::failure (55); });
+    driver.setOverride (
+        [] (TestDriver::Kind, int number) {
+            return number == 0 ? Reply::success (std::array<std::uint8_t, 2> { 1, 2 }) : Reply::failure (55);
+        });
 
     std::uint8_t input = 0, output[] { 9, 9, 9 };
     DWORD returned = 99;
@@ -160,7 +162,9 @@ TEST (PlatformTests, sectionsLieBelow4GiBAndGoWithTheHandle)
     CloseHandle (handle);
 
     std::int64_t value = 1;
-    EXPECT_FALSE (AccessGuard::readBlock (blockAt (address), [&] (const auto& reader) { value = reader.template read<std::int64_t> (0); }));
+    EXPECT_FALSE (AccessGuard::readBlock (blockAt (address),
+                                          [&] (const auto& reader)
+                                          { value = reader.template read<std::int64_t> (0); }));
     EXPECT_EQ (value, 1);
 }
 

@@ -46,8 +46,7 @@ constexpr std::uint32_t dsp = 1 << 4, fpga = 1 << 5;
 struct FilledDriver : public TestDriver
 {
     FilledDriver (const TestMachine& machine, const std::string& name, std::uint32_t flags)
-        : TestDriver (machine,
-                      { .name = name, .capabilities = makeCapabilities (flags), .uniqueName = name + '\0' })
+        : TestDriver (machine, { .name = name, .capabilities = makeCapabilities (flags), .uniqueName = name + '\0' })
     {
         streamStatusWords = { 0, 0, 48000, 0, 512, 0, 0, 0, 0 };
         counterWords = { 5, 4294967295, 0, 0, 512, 0, 8 };
@@ -152,16 +151,16 @@ TEST_F (StatisticsReportTests, savesAppendAndTellHowThatWent)
     const auto save = [&]
     {
         juce::String told;
-        juce::Timer::callAfterDelay (100,
-                                     [&told]
-                                     {
-                                         if (auto* box = dynamic_cast<juce::AlertWindow*> (
-                                                 juce::Component::getCurrentlyModalComponent()))
-                                         {
-                                             told = box->getDescription();
-                                             box->triggerButtonClick ("OK");
-                                         }
-                                     });
+        juce::Timer::callAfterDelay (
+            100,
+            [&told]
+            {
+                if (auto* box = dynamic_cast<juce::AlertWindow*> (juce::Component::getCurrentlyModalComponent()))
+                {
+                    told = box->getDescription();
+                    box->triggerButtonClick ("OK");
+                }
+            });
         content.saveStatisticsReport();
         return told;
     };

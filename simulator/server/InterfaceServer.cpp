@@ -34,7 +34,10 @@ std::uint32_t readWord (std::span<const std::uint8_t> bytes, std::size_t offset)
     return word;
 }
 
-std::string describeError (const std::string& what) { return what + ": " + std::strerror (errno); }
+std::string describeError (const std::string& what)
+{
+    return what + ": " + std::strerror (errno);
+}
 
 /* A socket's path may be longer than its address has room for, so it is named through its folder's
    descriptor. */
@@ -48,7 +51,10 @@ sockaddr_un socketAddress (int folderDescriptor)
     return address;
 }
 
-const sockaddr* asGeneric (const sockaddr_un& address) { return reinterpret_cast<const sockaddr*> (&address); }
+const sockaddr* asGeneric (const sockaddr_un& address)
+{
+    return reinterpret_cast<const sockaddr*> (&address);
+}
 
 FileDescriptor openFolder (int parent, const std::string& name)
 {
@@ -105,7 +111,9 @@ Reply Reply::failure (std::uint32_t error)
 
 //==============================================================================
 InterfaceServer::InterfaceServer (InterfaceSetup newSetup, RequestHandler& newHandler)
-    : setup (std::move (newSetup)), handler (newHandler), section (setup.sectionSize),
+    : setup (std::move (newSetup)),
+      handler (newHandler),
+      section (setup.sectionSize),
       poller (::epoll_create1 (EPOLL_CLOEXEC))
 {
 }

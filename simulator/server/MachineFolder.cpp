@@ -12,7 +12,10 @@
 namespace Simulation
 {
 
-MachineFolder::~MachineFolder() { remove(); }
+MachineFolder::~MachineFolder()
+{
+    remove();
+}
 
 std::string MachineFolder::getDefaultPath()
 {

@@ -31,7 +31,10 @@ struct Order
     std::string (*execute) (const Call& call);
 };
 
-std::string failed (const std::string& reason) { return "error: " + reason; }
+std::string failed (const std::string& reason)
+{
+    return "error: " + reason;
+}
 
 //==============================================================================
 std::string plug (const Call& call)

@@ -60,7 +60,8 @@ SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
                                   std::string machineFolder,
                                   std::string folderName,
                                   Clock newClock)
-    : clock (newClock), server (attach (config, std::move (machineFolder), std::move (folderName)), *this)
+    : clock (newClock),
+      server (attach (config, std::move (machineFolder), std::move (folderName)), *this)
 {
     advance();
 }

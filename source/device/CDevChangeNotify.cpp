@@ -14,9 +14,8 @@ CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass, DeviceList& devi
     filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
     filter.dbcc_classguid = interfaceClass;
 
-    registration = RegisterDeviceNotificationA (Win32NotificationWindow::getWindowHandle(),
-                                                &filter,
-                                                DEVICE_NOTIFY_WINDOW_HANDLE);
+    registration =
+        RegisterDeviceNotificationA (Win32NotificationWindow::getWindowHandle(), &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
 }
 
 CDevChangeNotify::~CDevChangeNotify()

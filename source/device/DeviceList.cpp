@@ -53,7 +53,8 @@ HwDevice::Ptr DeviceList::scan (const juce::String* path)
     const juce::ScopedLock locked (*lock);
     auto* deviceLock = ownsLock ? nullptr : lock;
 
-    const auto set = SetupDiGetClassDevsA (&DeviceInterfaceGuid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    const auto set =
+        SetupDiGetClassDevsA (&DeviceInterfaceGuid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
 
     if (set == INVALID_HANDLE_VALUE)
         return nullptr;
@@ -105,10 +106,11 @@ void DeviceList::log (const char* verb, const HwDevice& device) const
 {
     if (logSink != nullptr)
         LogAccess::write (*logSink,
-                          verb + juce::String::formatted (" %S  vendor:0x%x  type:0x%x",
-                                                          device.getName().toWideCharPointer(),
-                                                          device.getVendorId(),
-                                                          device.getTypeId()));
+                          verb
+                              + juce::String::formatted (" %S  vendor:0x%x  type:0x%x",
+                                                         device.getName().toWideCharPointer(),
+                                                         device.getVendorId(),
+                                                         device.getTypeId()));
 }
 
 //==============================================================================

@@ -8,7 +8,10 @@
 class CDevChangeNotify;
 
 /** The device-interface class of the driver. */
-inline constexpr GUID DeviceInterfaceGuid { 0x7be5a0c4, 0x2f1d, 0x4d0e, { 0x9a, 0x6b, 0x51, 0xd7, 0xc3, 0x08, 0xe2, 0x94 } };
+inline constexpr GUID DeviceInterfaceGuid { 0x7be5a0c4,
+                                            0x2f1d,
+                                            0x4d0e,
+                                            { 0x9a, 0x6b, 0x51, 0xd7, 0xc3, 0x08, 0xe2, 0x94 } };
 
 /** The program's one list of devices, newest first: index 0 is the device found or arrived last.
 

@@ -76,10 +76,10 @@ struct TransactionBlock
 /** One entry of the driver's event log, as ReadEventEntry delivers it in the words of the envelope. */
 struct EventLogEntry
 {
-    std::int64_t timestamp;    /**< Counter value, ticks. */
-    std::int64_t frequency;    /**< The counter's rate, ticks per second. */
-    std::uint32_t type;        /**< Index into the event names, or noSuchEntry. */
-    std::uint32_t param;       /**< Meaning depends on the type. */
+    std::int64_t timestamp; /**< Counter value, ticks. */
+    std::int64_t frequency; /**< The counter's rate, ticks per second. */
+    std::uint32_t type;     /**< Index into the event names, or noSuchEntry. */
+    std::uint32_t param;    /**< Meaning depends on the type. */
     std::uint8_t unused1;
     std::int8_t auxValue;
     std::uint8_t unused2[6];

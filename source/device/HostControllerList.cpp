@@ -29,7 +29,8 @@ HostControllerList::HostControllerList()
         {
             DWORD required = 0;
 
-            if (SetupDiGetDeviceInstanceIdA (set, &device, id.data(), static_cast<DWORD> (id.size()), &required) != FALSE)
+            if (SetupDiGetDeviceInstanceIdA (set, &device, id.data(), static_cast<DWORD> (id.size()), &required)
+                != FALSE)
                 return true;
 
             if (required <= id.size())

@@ -144,7 +144,7 @@ bool HwDevice::sendCommand (const CommandEnvelope& request, CommandEnvelope& rep
                             sizeof (reply),
                             &returned,
                             nullptr)
-        != FALSE;
+           != FALSE;
 }
 
 int HwDevice::readStreamStatus()

@@ -73,18 +73,8 @@ void Win32NotificationWindow::run()
     windowClass.lpszClassName = windowName;
     RegisterClassExA (&windowClass);
 
-    const auto handle = CreateWindowExA (0,
-                                         windowName,
-                                         nullptr,
-                                         0,
-                                         0,
-                                         0,
-                                         0,
-                                         0,
-                                         HWND_MESSAGE,
-                                         nullptr,
-                                         windowClass.hInstance,
-                                         nullptr);
+    const auto handle =
+        CreateWindowExA (0, windowName, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, windowClass.hInstance, nullptr);
 
     if (handle == nullptr)
         return;

@@ -23,7 +23,9 @@ static void sortBy (juce::Array<EventRecord>& events)
 }
 
 //==============================================================================
-EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex) : TableListBox ("event list", nullptr)
+EventList::EventList() : TableListBox ("event list", nullptr) {}
+
+EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex) : EventList()
 {
     const auto first = static_cast<std::size_t> (juce::jmax (0, deviceIndex));
     const auto end = deviceIndex < 0 ? devices.size() : first + 1;
@@ -31,9 +33,15 @@ EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex
     for (auto i = first; i < end; ++i)
         readDeviceLog (*devices[i], static_cast<std::uint8_t> (i - first));
 
-    sortBy<&EventRecord::timestamp> (events);
-    computeDeltas();
+    orderByTime (events);
+    setModel (this);
+    addColumns();
+}
 
+EventList::EventList (juce::Array<EventRecord> eventsToShow, const juce::StringArray& namesOfDevices) : EventList()
+{
+    events = std::move (eventsToShow);
+    deviceNames = namesOfDevices;
     setModel (this);
     addColumns();
 }
@@ -60,11 +68,13 @@ void EventList::readDeviceLog (HwDevice& device, std::uint8_t deviceOrdinal)
     deviceNames.add (device.getName());
 }
 
-void EventList::computeDeltas()
+void EventList::orderByTime (juce::Array<EventRecord>& records)
 {
-    for (int i = 1; i < events.size(); ++i)
-        events.getReference (i).timeDelta =
-            Ticks::difference (events.getReference (i).timestamp, events.getReference (i - 1).timestamp);
+    sortBy<&EventRecord::timestamp> (records);
+
+    for (int i = 1; i < records.size(); ++i)
+        records.getReference (i).timeDelta =
+            Ticks::difference (records.getReference (i).timestamp, records.getReference (i - 1).timestamp);
 }
 
 void EventList::addColumns()
@@ -106,7 +116,7 @@ juce::String EventList::getCellText (int rowNumber, int columnId) const
 
         case paramColumn:
             return deviceNames[static_cast<std::int8_t> (event.deviceOrdinal)]
-                 + juce::String::formatted (":%x", event.param);
+                   + juce::String::formatted (":%x", event.param);
 
         case nameColumn:
             return EventNames::get (event.type);

@@ -6,12 +6,12 @@
 /** One event of a driver's log. */
 struct EventRecord
 {
-    std::int64_t timestamp = 0;       /**< Counter value, ticks. */
-    std::int64_t frequency = 0;       /**< Ticks per second, as the driver reported it with the event. */
-    std::int64_t timeDelta = 0;       /**< Ticks since the event before it in time; 0 for the first. */
-    std::int32_t type = 0;            /**< Index into the event names. */
-    std::uint32_t param = 0;          /**< Its meaning depends on the type. */
-    std::uint8_t deviceOrdinal = 0;   /**< Index into the list's device names. */
+    std::int64_t timestamp = 0;     /**< Counter value, ticks. */
+    std::int64_t frequency = 0;     /**< Ticks per second, as the driver reported it with the event. */
+    std::int64_t timeDelta = 0;     /**< Ticks since the event before it in time; 0 for the first. */
+    std::int32_t type = 0;          /**< Index into the event names. */
+    std::uint32_t param = 0;        /**< Its meaning depends on the type. */
+    std::uint8_t deviceOrdinal = 0; /**< Index into the list's device names. */
     std::int8_t auxValue = 0;
 
     /** Text of ticks of this event's counter, converted to seconds times the scale; "?" when the counter has no rate.

@@ -11,10 +11,8 @@ static constexpr std::uint32_t noParam = 0xFFFFFFFF;
 
 static constexpr int linesPerAppend = 256;
 
-juce::String formatLine (int row,
-                         const EventRecord& event,
-                         const EventRecord& first,
-                         const juce::StringArray& deviceNames)
+juce::String
+    formatLine (int row, const EventRecord& event, const EventRecord& first, const juce::StringArray& deviceNames)
 {
     const auto sinceFirst = Ticks::difference (event.timestamp, first.timestamp);
 

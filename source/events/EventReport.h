@@ -14,10 +14,8 @@ namespace EventReport
     @param row    counted from 0
     @param first  the event in row 0
 */
-juce::String formatLine (int row,
-                         const EventRecord& event,
-                         const EventRecord& first,
-                         const juce::StringArray& deviceNames);
+juce::String
+    formatLine (int row, const EventRecord& event, const EventRecord& first, const juce::StringArray& deviceNames);
 
 /** Replaces the file by a report of the events in their present order; says nothing about how that went. Any thread.
 

@@ -34,7 +34,8 @@ class BlockReader
 {
 public:
     explicit BlockReader (const void* blockToRead) noexcept
-        : block (static_cast<const char*> (blockToRead)), readable (readableBytes (blockToRead))
+        : block (static_cast<const char*> (blockToRead)),
+          readable (readableBytes (blockToRead))
     {
     }
 

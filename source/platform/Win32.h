@@ -12,9 +12,9 @@
 #endif
 
 // clang-format off: the order matters
-#include <windows.h>
-#include <setupapi.h>
 #include <dbt.h>
+#include <setupapi.h>
+#include <windows.h>
 // clang-format on
 
 // <windows.h> turns these into macros, and the program has names of its own like them.

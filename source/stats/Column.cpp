@@ -31,7 +31,8 @@ void Column::computeValues (const StatisticsBlock* block, double msPerTick)
         {
             const auto ticks = [&] (std::size_t field) { return reader.read<std::int64_t> (field); };
             const auto time = [&] (std::size_t field) { return static_cast<double> (ticks (field)) * msPerTick; };
-            const auto count = [&] (std::size_t field) { return static_cast<double> (reader.read<std::int32_t> (field)); };
+            const auto count = [&] (std::size_t field)
+            { return static_cast<double> (reader.read<std::int32_t> (field)); };
 
             recordPeriod = ticks (FIELD (recordAverage));
 

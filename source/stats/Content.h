@@ -92,7 +92,7 @@ private:
     ViewButton resetButton { "Reset" };
     ViewButton eventsButton { "Events" };
     juce::TooltipWindow tooltips { this, 700 };
-    bool escapeIsSpent = false;   // pressed for a modal window and not released since
+    bool escapeIsSpent = false; // pressed for a modal window and not released since
     bool returnIsSpent = false;
     std::uint32_t sampleRate = 0; // Hz, as shown
     std::uint32_t bufferSize = 0; // sample frames, as shown

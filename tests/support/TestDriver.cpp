@@ -8,8 +8,7 @@
 using namespace DriverProtocol;
 
 //==============================================================================
-TestMachine::TestMachine (const std::vector<std::string>& controllers)
-    : parent (juce::File::createTempFile ("machine"))
+TestMachine::TestMachine (const std::vector<std::string>& controllers) : parent (juce::File::createTempFile ("machine"))
 {
     parent.createDirectory();
 

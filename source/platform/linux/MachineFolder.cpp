@@ -107,9 +107,10 @@ std::vector<std::string> listControllers()
 
     for (const auto& name : listFolder (openFolder (controllers.get(), ".")))
         if (const auto file = readFile (controllers.get(), name, longestId); file.exists)
-            ids.emplace_back (file.bytes.begin(), std::find_if (file.bytes.begin(), file.bytes.end(), [] (char c) {
-                                  return c == '\n' || c == '\r' || c == 0;
-                              }));
+            ids.emplace_back (file.bytes.begin(),
+                              std::find_if (file.bytes.begin(),
+                                            file.bytes.end(),
+                                            [] (char c) { return c == '\n' || c == '\r' || c == 0; }));
 
     return ids;
 }

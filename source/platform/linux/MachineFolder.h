@@ -37,8 +37,8 @@ std::vector<std::string> listControllers();
 struct FileContent
 {
     bool exists = false;
-    std::size_t size = 0;     /**< The file's size in bytes. */
-    std::vector<char> bytes;  /**< At most as many as asked for. */
+    std::size_t size = 0;    /**< The file's size in bytes. */
+    std::vector<char> bytes; /**< At most as many as asked for. */
 };
 
 /** Reads the first bytes of a plain file. */

@@ -106,8 +106,8 @@ void notify (HWND handle, WNDPROC procedure, const InterfaceChange& change)
     const auto path = MachineFolder::pathPrefix + change.name;
     const auto size = std::max (sizeof (DEV_BROADCAST_DEVICEINTERFACE_A),
                                 offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name) + path.size() + 1);
-    const auto storage = std::make_unique<DEV_BROADCAST_DEVICEINTERFACE_A[]> (
-        size / sizeof (DEV_BROADCAST_DEVICEINTERFACE_A) + 1);
+    const auto storage =
+        std::make_unique<DEV_BROADCAST_DEVICEINTERFACE_A[]> (size / sizeof (DEV_BROADCAST_DEVICEINTERFACE_A) + 1);
 
     auto* event = storage.get();
     event->dbcc_size = static_cast<DWORD> (size);
@@ -125,10 +125,10 @@ void notify (HWND handle, WNDPROC procedure, const InterfaceChange& change)
 /** Waits for a message to be posted or the machine folder to change. */
 void waitForWork (const Window& window, bool watchesInterfaces)
 {
-    std::array<pollfd, 2> sources { { { window.wakeUp.get(), POLLIN, 0 },
-                                      { watchesInterfaces ? InterfaceWatcher::get().getDescriptor() : -1,
-                                        POLLIN,
-                                        0 } } };
+    std::array<pollfd, 2> sources {
+        { { window.wakeUp.get(), POLLIN, 0 },
+          { watchesInterfaces ? InterfaceWatcher::get().getDescriptor() : -1, POLLIN, 0 } }
+    };
     ::poll (sources.data(), sources.size(), -1);
     window.clearWakeUp();
 

@@ -85,7 +85,9 @@ std::uintptr_t mapBelow4GiB (Sections& sections, const FileDescriptor& file, std
 } // namespace
 
 Section::Section (FileDescriptor sectionFile, std::uintptr_t mappedAddress, std::size_t mappedLength)
-    : file (std::move (sectionFile)), address (mappedAddress), length (mappedLength)
+    : file (std::move (sectionFile)),
+      address (mappedAddress),
+      length (mappedLength)
 {
 }
 

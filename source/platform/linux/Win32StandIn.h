@@ -62,7 +62,7 @@ union LARGE_INTEGER
 
 #define CALLBACK
 #define FALSE 0
-#define TRUE 1
+#define TRUE  1
 
 //==============================================================================
 // Last errors. A call that succeeds leaves the last error as it was.

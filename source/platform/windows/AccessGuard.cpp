@@ -16,7 +16,7 @@ std::size_t readableBytes (const void*) noexcept
 static bool isFault (DWORD exceptionCode) noexcept
 {
     return exceptionCode == static_cast<DWORD> (EXCEPTION_ACCESS_VIOLATION)
-        || exceptionCode == static_cast<DWORD> (EXCEPTION_IN_PAGE_ERROR);
+           || exceptionCode == static_cast<DWORD> (EXCEPTION_IN_PAGE_ERROR);
 }
 
 #if defined(_MSC_VER)

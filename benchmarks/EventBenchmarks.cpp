@@ -1,0 +1,131 @@
+#include "benchmarks/Ratio.h"
+#include "events/EventList.h"
+#include "events/EventReport.h"
+
+#include <cstdio>
+#include <random>
+
+namespace
+{
+
+juce::Array<EventRecord> makeRecords (int count)
+{
+    std::mt19937_64 random (1);
+    juce::Array<EventRecord> records;
+
+    for (int i = 0; i < count; ++i)
+    {
+        EventRecord record;
+        record.timestamp = static_cast<std::int64_t> (random() >> 4);
+        record.frequency = 10000000;
+        record.timeDelta = static_cast<std::int64_t> (random() % 100000);
+        record.type = static_cast<std::int32_t> (random() % 24);
+        record.param = static_cast<std::uint32_t> (random());
+        records.add (record);
+    }
+
+    return records;
+}
+
+/** Eight full logs put in order with their deltas, against the bare sort of the same records. */
+void sortAndDeltas (benchmark::State& state)
+{
+    const auto records = makeRecords (8 * 16384);
+
+    measureRatio (
+        state,
+        1.2,
+        [&]
+        {
+            auto events = records;
+            EventList::orderByTime (events);
+            benchmark::DoNotOptimize (events.begin());
+        },
+        [&]
+        {
+            auto events = records;
+            std::sort (events.begin(),
+                       events.end(),
+                       [] (const auto& a, const auto& b) { return a.timestamp < b.timestamp; });
+            benchmark::DoNotOptimize (events.begin());
+        });
+}
+
+BENCHMARK (sortAndDeltas)->UseManualTime()->Unit (benchmark::kMillisecond);
+
+/** One page of a table of 131072 rows, against one of 16384 rows. */
+void paintPage (benchmark::State& state)
+{
+    EventList small (makeRecords (16384), { "Deck" }), large (makeRecords (131072), { "Deck" });
+    juce::Image image (juce::Image::RGB, 798, 523, true);
+
+    const auto paint = [&image] (EventList& list)
+    {
+        list.setSize (image.getWidth(), image.getHeight());
+        list.scrollToEnsureRowIsOnscreen (list.getNumRows() / 2);
+        juce::Graphics g (image);
+        list.paintEntireComponent (g, false);
+    };
+
+    measureRatio (
+        state,
+        1.1,
+        [&] { paint (large); },
+        [&] { paint (small); });
+}
+
+BENCHMARK (paintPage)->UseManualTime()->Unit (benchmark::kMillisecond);
+
+/** A report of 131072 rows, against the same lines from snprintf and fwrite with as many opens. */
+void writeReport (benchmark::State& state)
+{
+    const auto records = makeRecords (131072);
+    const juce::StringArray names { "Deck" };
+    const juce::TemporaryFile ours (".txt"), plain (".txt");
+
+    measureRatio (
+        state,
+        2.0,
+        [&] { EventReport::write (ours.getFile(), records, names, [] (double) { return true; }); },
+        [&]
+        {
+            const auto path = plain.getFile().getFullPathName();
+            std::string text;
+            std::remove (path.toRawUTF8());
+
+            const auto append = [&]
+            {
+                auto* file = std::fopen (path.toRawUTF8(), "ab");
+                std::fwrite (text.data(), 1, text.size(), file);
+                std::fclose (file);
+                text.clear();
+            };
+
+            for (int i = 0; i < records.size(); ++i)
+            {
+                const auto& r = records.getReference (i);
+                char line[256];
+                const auto length =
+                    std::snprintf (line,
+                                   sizeof (line),
+                                   "%06d,%.3f,%.0f,%s:%d,%s\r\n",
+                                   i,
+                                   static_cast<double> (r.timestamp - records.getReference (0).timestamp) * 1000.0
+                                       / static_cast<double> (r.frequency),
+                                   static_cast<double> (r.timeDelta) * 1000000.0 / static_cast<double> (r.frequency),
+                                   "Deck",
+                                   static_cast<std::int32_t> (r.param),
+                                   "Isoc Q DPC signaled");
+                text.append (line, static_cast<std::size_t> (length));
+
+                if (i % 256 == 0)
+                    append();
+            }
+
+            append();
+        });
+}
+
+BENCHMARK (writeReport)->UseManualTime()->Unit (benchmark::kMillisecond);
+
+} // namespace

@@ -1,0 +1,12 @@
+#include "tests/support/Toolkit.h"
+
+#include <benchmark/benchmark.h>
+
+int main (int argc, char** argv)
+{
+    benchmark::Initialize (&argc, argv);
+    restartToolkit();
+    benchmark::RunSpecifiedBenchmarks();
+    toolkit.reset();
+    return 0;
+}
