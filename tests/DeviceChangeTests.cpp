@@ -4,11 +4,15 @@
 #include "stats/Content.h"
 #include "stats/StatisticsBlock.h"
 #include "tests/support/TestDriver.h"
+#include "tests/support/Toolkit.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <random>
+#include <thread>
 
 namespace
 {
@@ -154,6 +158,13 @@ TEST_F (DeviceChangeTests, postedMessagesDieWithTheirListener)
 }
 
 //==============================================================================
+/** How long a test runs that can run for as long as one likes. */
+int getCount (const char* variable, int usual)
+{
+    const char* wanted = std::getenv (variable);
+    return wanted != nullptr ? std::atoi (wanted) : usual;
+}
+
 /** A view that a machine changes under. */
 struct DeviceChangeSoakTests : public DeviceChangeTests
 {
@@ -205,8 +216,7 @@ TEST_F (DeviceChangeSoakTests, viewFollowsAThousandChanges)
     const auto anchor = plugIn ("anchor");
     int descriptors = 0, threads = 0;
 
-    const char* wanted = std::getenv ("QUENDEL_SOAK_CHANGES");
-    const int numChanges = wanted != nullptr ? std::atoi (wanted) : 1000;
+    const int numChanges = getCount ("QUENDEL_SOAK_CHANGES", 1000);
 
     const auto soak = [&] (int changes)
     {
@@ -291,6 +301,57 @@ TEST_F (DeviceChangeSoakTests, sameInterfaceComingBackIsOneColumn)
     const auto last = plugIn ("d2");
     ASSERT_TRUE (runMessagesUntil ([&] { return devices.getNumDevices() == 3; }));
     EXPECT_EQ (namesOf (devices), "d2,d1,anchor");
+}
+
+/** The application's start and stop, its notification thread included, while interfaces never stop coming and going. */
+TEST_F (DeviceChangeSoakTests, startsAndStopsInAStormOfChanges)
+{
+    const auto anchor = plugIn ("anchor");
+    const int threads = countOfProcess ("task");
+    const int rounds = getCount ("QUENDEL_STORM_ROUNDS", 30);
+    std::atomic<bool> calm { false };
+    std::mutex lull;
+
+    std::thread storm (
+        [&]
+        {
+            while (! calm)
+            {
+                const std::scoped_lock blowing (lull);
+                change();
+            }
+
+            drivers.clear();
+        });
+
+    for (int round = 0; round < rounds; ++round)
+    {
+        {
+            Listener beforeTheView;
+            DeviceList devices (0, nullptr, nullptr, nullptr);
+            devices.setListener (&beforeTheView);
+            auto content = std::make_unique<Content> (devices);
+
+            for (int i = 0; i < round % 4; ++i)
+                juce::MessageManager::getInstance()->runDispatchLoopUntil (1);
+
+            content->timerCallback();
+            content.reset();
+            devices.setListener (nullptr);
+            EXPECT_NE (devices.findByPath (TestMachine::getInterfacePath ("anchor")), nullptr);
+        }
+
+        toolkit.reset();
+
+        // Where the toolkit asks for the desktop's colours it closes a descriptor twice; nobody may open one just then.
+        const std::scoped_lock still (lull);
+        restartToolkit();
+        juce::Desktop::getInstance();
+    }
+
+    calm = true;
+    storm.join();
+    EXPECT_LE (countOfProcess ("task"), threads);
 }
 
 } // namespace

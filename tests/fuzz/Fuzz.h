@@ -1,0 +1,107 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+/** What libFuzzer calls with each input. */
+extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size);
+
+/** Ends the run with a finding unless something that must hold does. */
+inline void require (bool holds, const char* what)
+{
+    if (holds)
+        return;
+
+    std::fprintf (stderr, "Does not hold: %s\n", what);
+    std::abort();
+}
+
+/** Takes an input apart, from its front to its end; behind the end it is all zeros. */
+class FuzzInput
+{
+public:
+    FuzzInput (const std::uint8_t* data, std::size_t numBytes) : next (data), end (data + numBytes) {}
+
+    bool isEmpty() const { return next == end; }
+
+    template <typename Value>
+    Value take()
+    {
+        static_assert (std::is_trivially_copyable_v<Value>);
+
+        Value value {};
+        const auto bytes = takeBytes (sizeof (value));
+        std::copy (bytes.begin(), bytes.end(), reinterpret_cast<std::uint8_t*> (&value));
+        return value;
+    }
+
+    /** At most this many bytes. */
+    std::vector<std::uint8_t> takeBytes (std::size_t number)
+    {
+        const auto* start = next;
+        next += std::min (number, static_cast<std::size_t> (end - next));
+        return { start, next };
+    }
+
+    /** A string of the length that its first byte says. */
+    std::string takeString()
+    {
+        const auto bytes = takeBytes (take<std::uint8_t>());
+        return { bytes.begin(), bytes.end() };
+    }
+
+    std::vector<std::uint8_t> takeRest() { return takeBytes (static_cast<std::size_t> (end - next)); }
+
+private:
+    const std::uint8_t* next;
+    const std::uint8_t* end;
+};
+
+/** A folder of its own for the whole run, below TMPDIR; the code under test takes "machine" in it for the machine
+    folder.
+*/
+class FuzzFolder
+{
+public:
+    FuzzFolder()
+    {
+        auto path = (std::filesystem::temp_directory_path() / "quendel-fuzz-XXXXXX").string();
+        require (::mkdtemp (path.data()) != nullptr, "there is a temporary folder");
+        root = path;
+        ::setenv ("QUENDEL_MACHINE", getMachine().c_str(), 1);
+    }
+
+    ~FuzzFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all (root, ignored);
+    }
+
+    const std::filesystem::path& getRoot() const { return root; }
+    std::filesystem::path getMachine() const { return root / "machine"; }
+
+private:
+    std::filesystem::path root;
+};
+
+template <typename Bytes>
+void writeFile (const std::filesystem::path& file, const Bytes& bytes)
+{
+    std::ofstream stream (file, std::ios::binary);
+    stream.write (reinterpret_cast<const char*> (bytes.data()), static_cast<std::streamsize> (bytes.size()));
+}
+
+/** Open descriptors of this process. */
+inline std::ptrdiff_t countDescriptors()
+{
+    return std::distance (std::filesystem::directory_iterator ("/proc/self/fd"), {});
+}
