@@ -39,3 +39,7 @@ find_package (JPEG QUIET)
 if (PNG_FOUND AND JPEG_FOUND)
     target_link_libraries (quendel-toolkit PUBLIC PNG::PNG JPEG::JPEG)
 endif()
+
+if (QUENDEL_SANITIZE MATCHES "address")
+    target_sources (quendel-toolkit PRIVATE cmake/KeepLibraries.c)
+endif()

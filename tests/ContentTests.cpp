@@ -219,8 +219,8 @@ TEST_F (ContentTests, columnsStayWithTheirDevicesWhileTheListMovesOn)
     block.playbackBufferCount = 222;
     addDriver().setStatistics (block);
 
-    const auto path = TestMachine::getInterfacePath ("d1");
-    devices->scan (&path)->open();
+    ASSERT_TRUE (waitFor ([&] { return devices->getNumDevices() == 2; }));
+    devices->getDevice (0)->open();
     content->timerCallback();
     EXPECT_EQ (find<Column>()[0]->getText (StatisticsLayout::playbackCount), "111");
 

@@ -241,10 +241,9 @@ TestDriver::Reply TestDriver::answer (Kind kind, const Simulation::Request& requ
 }
 
 //==============================================================================
-bool runMessagesUntil (const std::function<bool()>& condition)
+static bool waitDoing (const std::function<void()>& meanwhile, const std::function<bool()>& condition)
 {
-    constexpr int sliceMs = 2;
-    constexpr juce::uint32 limitMs = 10000;
+    constexpr juce::uint32 limitMs = 60000;
     const auto start = juce::Time::getMillisecondCounter();
 
     while (! condition())
@@ -252,10 +251,21 @@ bool runMessagesUntil (const std::function<bool()>& condition)
         if (juce::Time::getMillisecondCounter() - start > limitMs)
             return false;
 
-        juce::MessageManager::getInstance()->runDispatchLoopUntil (sliceMs);
+        meanwhile();
     }
 
     return true;
+}
+
+bool runMessagesUntil (const std::function<bool()>& condition)
+{
+    constexpr int sliceMs = 2;
+    return waitDoing ([] { juce::MessageManager::getInstance()->runDispatchLoopUntil (sliceMs); }, condition);
+}
+
+bool waitFor (const std::function<bool()>& condition)
+{
+    return waitDoing ([] { std::this_thread::yield(); }, condition);
 }
 
 int countOfProcess (const char* what)

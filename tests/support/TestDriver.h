@@ -115,8 +115,11 @@ private:
     std::thread thread;
 };
 
-/** Runs the message loop until the condition holds, ten seconds at most; true when it came to hold. */
+/** Runs the message loop until the condition holds, or for a long time; true when it came to hold. */
 bool runMessagesUntil (const std::function<bool()>& condition);
+
+/** The same without running the message loop: what was posted stays undelivered. */
+bool waitFor (const std::function<bool()>& condition);
 
 /** Number of entries of /proc/self/<what>: "fd" or "task". */
 int countOfProcess (const char* what);
