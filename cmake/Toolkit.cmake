@@ -41,5 +41,6 @@ if (PNG_FOUND AND JPEG_FOUND)
 endif()
 
 if (QUENDEL_SANITIZE MATCHES "address")
-    target_sources (quendel-toolkit PRIVATE cmake/KeepLibraries.c)
+    # In each program, not in the library: the sanitizer's own libraries come before it.
+    target_sources (quendel-toolkit INTERFACE "${PROJECT_SOURCE_DIR}/cmake/KeepLibraries.c")
 endif()
