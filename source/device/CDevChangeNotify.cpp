@@ -5,7 +5,11 @@
 #include "device/DriverText.h"
 #include "device/Win32NotificationWindow.h"
 
-CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass, DeviceList& devicesToUpdate) : devices (devicesToUpdate)
+CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass,
+                                    DeviceList& devicesToUpdate,
+                                    juce::MessageListener* firstListener)
+    : devices (devicesToUpdate),
+      listener (firstListener)
 {
     Win32NotificationWindow::addListener (this);
 

@@ -16,8 +16,11 @@ class CDevChangeNotify final : public Win32MessageListener
 public:
     /** Starts the notifications. Without a notification window there are none, and nothing is said.
         @param devicesToUpdate   owns this object
+        @param firstListener     as for setListener; given here, it misses nothing that happens at the start
     */
-    CDevChangeNotify (const GUID& interfaceClass, DeviceList& devicesToUpdate);
+    CDevChangeNotify (const GUID& interfaceClass,
+                      DeviceList& devicesToUpdate,
+                      juce::MessageListener* firstListener = nullptr);
 
     /** Once it returns, the list is left alone and nothing more is posted. */
     ~CDevChangeNotify();
@@ -38,7 +41,7 @@ private:
 
     HDEVNOTIFY registration = nullptr;
     DeviceList& devices;
-    juce::MessageListener* listener = nullptr;
+    juce::MessageListener* listener;
     juce::CriticalSection listenerLock; // innermost: nothing else is locked while it is held
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (CDevChangeNotify)

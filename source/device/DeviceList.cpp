@@ -204,7 +204,7 @@ std::vector<HwDevice::Ptr> DeviceList::getDevices() const
 void DeviceList::setListener (juce::MessageListener* listener)
 {
     if (notifier == nullptr)
-        notifier = std::make_unique<CDevChangeNotify> (DeviceInterfaceGuid, *this);
-
-    notifier->setListener (listener);
+        notifier = std::make_unique<CDevChangeNotify> (DeviceInterfaceGuid, *this, listener);
+    else
+        notifier->setListener (listener);
 }

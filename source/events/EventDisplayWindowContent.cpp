@@ -25,6 +25,26 @@ void EventDisplayWindowContent::resized()
     saveButton.setCentrePosition (getWidth() / 2, getHeight() - stripHeight / 2);
 }
 
+bool EventDisplayWindowContent::keyPressed (const juce::KeyPress& key)
+{
+    using juce::KeyPress;
+    using juce::ModifierKeys;
+
+    const auto numTabs = tabs.getNumTabs();
+    const auto isKey = [&] (int code, int modifiers) { return key == KeyPress (code, ModifierKeys (modifiers), 0); };
+    const bool next = isKey (KeyPress::pageDownKey, ModifierKeys::ctrlModifier)
+                   || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier);
+    const bool previous = isKey (KeyPress::pageUpKey, ModifierKeys::ctrlModifier)
+                       || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier | ModifierKeys::shiftModifier);
+
+    if (numTabs == 0 || ! (next || previous))
+        return false;
+
+    tabs.setCurrentTabIndex ((tabs.getCurrentTabIndex() + (next ? 1 : numTabs - 1)) % numTabs);
+    tabs.getCurrentContentComponent()->grabKeyboardFocus();
+    return true;
+}
+
 void EventDisplayWindowContent::buttonClicked (juce::Button*)
 {
     tabs.saveReport();

@@ -11,6 +11,9 @@ public:
     void paint (juce::Graphics&) override;
     void resized() override;
 
+    /** Ctrl with Page Down or Tab goes to the next tab, with Page Up or Shift and Tab to the one before. */
+    bool keyPressed (const juce::KeyPress&) override;
+
 private:
     void buttonClicked (juce::Button*) override;
 

@@ -6,7 +6,10 @@
 
 using namespace StatisticsLayout;
 
-Column::Column (const juce::String& deviceName) : name (deviceName) {}
+Column::Column (const juce::String& deviceName) : name (deviceName)
+{
+    setTitle (deviceName);
+}
 
 //==============================================================================
 /** The buffer-offset fields as the driver keeps them, ticks. */
