@@ -88,7 +88,7 @@ Content::Content (DeviceList& devices) : Component ("stats content"), deviceList
     addButton (saveButton, 0, buttonsY);
     addButton (resetButton, 0, buttonsY);
     addButton (eventsButton, 0, buttonsY);
-    addResetShortcut();
+    resetButton.addShortcut (juce::KeyPress (juce::KeyPress::returnKey));
 
     setSize (100, viewHeight);
     updateWidth();
@@ -291,38 +291,11 @@ void Content::openEventWindow()
     EventDisplayWindow (deviceList).runModalLoop();
 }
 
-/** The key that closed a modal window may still be down, and repeating: then it is not meant for this view, nor is
-    its release. Without a window manager nobody else gives the focus back.
-*/
+/** Without a window manager nobody else gives the keyboard back. */
 void Content::runModally (const std::function<void()>& modalCall)
 {
     modalCall();
-
-    escapeIsSpent = juce::KeyPress::isKeyCurrentlyDown (juce::KeyPress::escapeKey);
-    returnIsSpent = juce::KeyPress::isKeyCurrentlyDown (juce::KeyPress::returnKey);
-
-    if (returnIsSpent)
-        resetButton.clearShortcuts();
-
     grabKeyboardFocus();
-}
-
-void Content::addResetShortcut()
-{
-    resetButton.addShortcut (juce::KeyPress (juce::KeyPress::returnKey));
-}
-
-bool Content::keyStateChanged (bool)
-{
-    escapeIsSpent = escapeIsSpent && juce::KeyPress::isKeyCurrentlyDown (juce::KeyPress::escapeKey);
-
-    if (returnIsSpent && ! juce::KeyPress::isKeyCurrentlyDown (juce::KeyPress::returnKey))
-    {
-        returnIsSpent = false;
-        addResetShortcut();
-    }
-
-    return false;
 }
 
 bool Content::keyPressed (const juce::KeyPress& key)
@@ -330,9 +303,7 @@ bool Content::keyPressed (const juce::KeyPress& key)
     if (key.getKeyCode() != juce::KeyPress::escapeKey)
         return false;
 
-    if (! escapeIsSpent)
-        juce::JUCEApplication::quit();
-
+    juce::JUCEApplication::quit();
     return true;
 }
 

@@ -67,11 +67,9 @@ private:
     };
 
     void buttonClicked (juce::Button*) override;
-    bool keyStateChanged (bool isKeyDown) override;
     void openEventWindow();
     void forEachColumn (const std::function<void (Column&, HwDevice&)>& action);
     void runModally (const std::function<void()>& modalCall);
-    void addResetShortcut();
     void resetStatistics();
     void showStreamStatus();
     void updateBufferTimeLabel();
@@ -92,8 +90,6 @@ private:
     ViewButton resetButton { "Reset" };
     ViewButton eventsButton { "Events" };
     juce::TooltipWindow tooltips { this, 700 };
-    bool escapeIsSpent = false; // pressed for a modal window and not released since
-    bool returnIsSpent = false;
     std::uint32_t sampleRate = 0; // Hz, as shown
     std::uint32_t bufferSize = 0; // sample frames, as shown
 
