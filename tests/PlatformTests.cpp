@@ -106,7 +106,8 @@ TEST (PlatformTests, lateAnswersAreDroppedAndNothingIsMixedUp)
     {
         std::uint8_t buffer[] { tag };
         DWORD returned = 0;
-        return DeviceIoControl (handle, 0, buffer, 1, buffer, 1, &returned, nullptr) != FALSE ? buffer[0] : 0;
+        const bool succeeded = DeviceIoControl (handle, 0, buffer, 1, buffer, 1, &returned, nullptr) != FALSE;
+        return succeeded ? buffer[0] : std::uint8_t {};
     };
 
     std::mutex hanging;
