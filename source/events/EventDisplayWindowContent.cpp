@@ -33,9 +33,9 @@ bool EventDisplayWindowContent::keyPressed (const juce::KeyPress& key)
     const auto numTabs = tabs.getNumTabs();
     const auto isKey = [&] (int code, int modifiers) { return key == KeyPress (code, ModifierKeys (modifiers), 0); };
     const bool next = isKey (KeyPress::pageDownKey, ModifierKeys::ctrlModifier)
-                   || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier);
+                      || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier);
     const bool previous = isKey (KeyPress::pageUpKey, ModifierKeys::ctrlModifier)
-                       || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier | ModifierKeys::shiftModifier);
+                          || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier | ModifierKeys::shiftModifier);
 
     if (numTabs == 0 || ! (next || previous))
         return false;

@@ -14,16 +14,16 @@ struct EventRecord
     std::uint8_t deviceOrdinal = 0; /**< Index into the list's device names. */
     std::int8_t auxValue = 0;
 
-    /** Text of ticks of this event's counter, converted to seconds times the scale; "?" when the counter has no rate.
+    /** Ticks of this event's counter in seconds times the scale; only for a counter that has a rate. */
+    double convertTicks (std::int64_t ticks, double scale) const
+    {
+        return static_cast<double> (ticks) * scale / static_cast<double> (frequency);
+    }
 
-        @param format  of a double
-    */
+    /** Text of the same by a printf format; "?" when the counter has no rate. */
     juce::String describeTicks (const char* format, std::int64_t ticks, double scale) const
     {
-        if (frequency == 0)
-            return "?";
-
-        return juce::String::formatted (format, static_cast<double> (ticks) * scale / static_cast<double> (frequency));
+        return frequency == 0 ? juce::String ("?") : juce::String::formatted (format, convertTicks (ticks, scale));
     }
 
     static constexpr double toMilliseconds = 1000.0;

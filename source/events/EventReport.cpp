@@ -16,12 +16,16 @@ juce::String
 {
     const auto sinceFirst = Ticks::difference (event.timestamp, first.timestamp);
 
-    auto line = juce::String::formatted ("%06d,", row);
-    line << event.describeTicks ("%.3f", sinceFirst, EventRecord::toMilliseconds) << ","
-         << event.describeTicks ("%.0f", event.timeDelta, EventRecord::toMicroseconds) << ",";
+    // One format for three fields: this runs once for every event of a long log.
+    auto line = event.frequency == 0
+                    ? juce::String::formatted ("%06d,?,?,", row)
+                    : juce::String::formatted ("%06d,%.3f,%.0f,",
+                                               row,
+                                               event.convertTicks (sinceFirst, EventRecord::toMilliseconds),
+                                               event.convertTicks (event.timeDelta, EventRecord::toMicroseconds));
 
     if (event.param != noParam)
-        line << deviceNames[event.deviceOrdinal] << juce::String::formatted (":%d", event.param);
+        line << deviceNames[event.deviceOrdinal] << ":" << static_cast<int> (event.param);
 
     line << "," << EventNames::get (event.type) << "\r\n";
     return line;
@@ -34,7 +38,7 @@ void write (const juce::File& file,
 {
     file.deleteFile();
 
-    juce::String text;
+    juce::MemoryOutputStream text;
     const auto first = events[0];
     const auto numRows = events.size();
 
@@ -44,12 +48,12 @@ void write (const juce::File& file,
 
         if (row % linesPerAppend == 0)
         {
-            file.appendText (text, false, false);
-            text.clear();
+            file.appendText (text.toString(), false, false);
+            text.reset();
         }
     }
 
-    file.appendText (text, false, false);
+    file.appendText (text.toString(), false, false);
 }
 
 } // namespace EventReport

@@ -4,6 +4,7 @@
 #include "device/DeviceList.h"
 #include "events/EventDisplayWindow.h"
 #include "stats/StatisticsBlock.h"
+#include <algorithm>
 
 namespace
 {
@@ -179,9 +180,20 @@ void Content::forEachColumn (const std::function<void (Column&, HwDevice&)>& act
 {
     const juce::ScopedLock locked (columns.getLock());
 
-    for (int i = 0; i < columns.size(); ++i)
-        if (const auto device = deviceList.findByPath (sources[static_cast<std::size_t> (i)].path); device != nullptr)
-            action (*columns[i], *device);
+    const auto devices = deviceList.getDevices();
+
+    for (std::size_t i = 0; i < sources.size(); ++i)
+    {
+        const auto isShown = [&] (const HwDevice::Ptr& device) { return device->getPath() == sources[i].path; };
+
+        // Nearly always the position is right as well, and the search over at once.
+        const auto start = i < devices.size() && isShown (devices[i])
+                               ? devices.begin() + static_cast<std::ptrdiff_t> (i)
+                               : devices.begin();
+
+        if (const auto device = std::find_if (start, devices.end(), isShown); device != devices.end())
+            action (*columns[static_cast<int> (i)], **device);
+    }
 }
 
 void Content::refreshFirmwareCounters()
