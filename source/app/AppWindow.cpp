@@ -34,25 +34,42 @@ AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)
 
 AppWindow::~AppWindow()
 {
-    const auto position = ticksUntilSettled > 0 ? restoredPosition : getPosition();
+    const auto position = settled ? getPosition() : restoredPosition;
     UserSettings::setValue (RegistryPath, "x", juce::String (position.x));
     UserSettings::setValue (RegistryPath, "y", juce::String (position.y));
 }
 
-/** A window manager frames the window some time after it was shown, which shifts it by the frame's border. As soon
-    as the frame is known, or there clearly is none, the window is put back where it belongs.
+/** A window manager frames the window some time after it was shown, which shifts it by the frame's border, now and
+    then unnoticed by the toolkit. Once the frame is there the window is put back where it belongs, for a while, and
+    by way of the place beside it: a move to where the toolkit believes the window to be would not be asked for.
 */
 void AppWindow::timerCallback()
 {
+    constexpr int framelessTicks = 15, longestWaitTicks = 250, restoringTicks = 15, ticksPerDetour = 5;
+
     const auto* peer = getPeer();
-    const bool isFramed = peer != nullptr && static_cast<bool> (peer->getFrameSizeIfPresent());
-    ticksUntilSettled = isFramed ? 0 : ticksUntilSettled - 1;
+    ++ticksShown;
 
-    if (ticksUntilSettled > 0)
+    if (peer == nullptr || ! peer->getFrameSizeIfPresent())
+    {
+        settled = settled || ticksShown >= framelessTicks;
+
+        if (ticksShown >= longestWaitTicks)
+            stopTimer();
+
         return;
+    }
 
-    stopTimer();
+    if (ticksFramed++ % ticksPerDetour == 0)
+        setTopLeftPosition (restoredPosition.translated (1, 0));
+
     setTopLeftPosition (restoredPosition);
+
+    if (ticksFramed >= restoringTicks)
+    {
+        settled = true;
+        stopTimer();
+    }
 }
 
 void AppWindow::closeButtonPressed()

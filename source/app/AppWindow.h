@@ -23,7 +23,9 @@ private:
     void timerCallback() override;
 
     juce::Point<int> restoredPosition;
-    int ticksUntilSettled = 15;
+    int ticksShown = 0;
+    int ticksFramed = 0;
+    bool settled = false; // where the window is now is where the user has it
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (AppWindow)
 };

@@ -149,6 +149,11 @@ Process::~Process()
     kill();
 }
 
+void Process::signal (int number) const
+{
+    ::kill (id, number);
+}
+
 void Process::kill()
 {
     if (exitCode)
