@@ -24,7 +24,7 @@ TestDriver::Setup named (const std::string& name)
 }
 
 /** The only device of a machine with such an interface. */
-HwDevice::Ptr makeDevice (TestDriver::Setup setup, std::unique_ptr<TestDriver>& driver)
+HwDevice::Ptr makeDevice (const TestDriver::Setup& setup, std::unique_ptr<TestDriver>& driver)
 {
     const TestMachine machine;
     driver = std::make_unique<TestDriver> (machine, setup);

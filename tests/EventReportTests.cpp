@@ -44,7 +44,10 @@ juce::Array<EventRecord> makeRows (int count)
     juce::Array<EventRecord> rows;
 
     for (int i = 0; i < count; ++i)
-        rows.add (makeRecord (1000000 + i * std::int64_t { 12345 }, i == 0 ? 0 : 12345, i % 26, static_cast<std::uint32_t> (i)));
+        rows.add (makeRecord (1000000 + i * std::int64_t { 12345 },
+                              i == 0 ? 0 : 12345,
+                              i % 26,
+                              static_cast<std::uint32_t> (i)));
 
     return rows;
 }

@@ -163,7 +163,7 @@ void EventList::sortOrderChanged (int newSortColumnId, bool)
     repaint();
 }
 
-void EventList::writeReport (juce::File file)
+void EventList::writeReport (const juce::File& file)
 {
     SaveReportTask (file, events, deviceNames).runModally();
 }

@@ -46,7 +46,7 @@ public:
     juce::String getCellText (int rowNumber, int columnId) const;
 
     /** Writes the events in their present order to a file, on a worker thread behind a modal window. */
-    void writeReport (juce::File file);
+    void writeReport (const juce::File& file);
 
     int getNumRows() override { return events.size(); }
     void paintRowBackground (juce::Graphics&, int rowNumber, int width, int height, bool rowIsSelected) override;

@@ -45,7 +45,8 @@ static Simulation::InterfaceSetup describeInterface (const TestMachine& machine,
     return result;
 }
 
-TestDriver::TestDriver (const TestMachine& machine, Setup setup) : server (describeInterface (machine, setup), *this)
+TestDriver::TestDriver (const TestMachine& machine, const Setup& setup)
+    : server (describeInterface (machine, setup), *this)
 {
     thread = std::thread ([this] { run(); });
 

@@ -40,8 +40,8 @@ public:
         mapStatistics = DriverProtocol::MapStatistics,
         resetStatistics = DriverProtocol::ResetStatistics,
         eventEntry = DriverProtocol::ReadEventEntry,
-        probe = 0x80000000 | DriverProtocol::ProbeDevice,
-        readCounters = 0x80000000 | DriverProtocol::AccessFirmwareCounters,
+        probe = 0x80000000u | DriverProtocol::ProbeDevice,
+        readCounters = 0x80000000u | DriverProtocol::AccessFirmwareCounters,
         clearCounters = readCounters | 0x40000000
     };
 
@@ -69,7 +69,7 @@ public:
     */
     using Override = std::function<std::optional<Reply> (Kind kind, int number)>;
 
-    TestDriver (const TestMachine& machine, Setup setup);
+    TestDriver (const TestMachine& machine, const Setup& setup);
     explicit TestDriver (const TestMachine& machine) : TestDriver (machine, Setup {}) {}
     ~TestDriver() override;
 

@@ -57,7 +57,7 @@ void InterfaceWatcher::reportEverythingAgain (std::vector<InterfaceChange>& chan
 /** Takes in all that the kernel has queued; true when there was anything. */
 bool InterfaceWatcher::readEvents (std::vector<InterfaceChange>& changes)
 {
-    alignas (inotify_event) std::array<char, 16 * 1024> buffer;
+    alignas (inotify_event) std::array<char, 16384> buffer;
     bool any = false;
 
     for (;;)

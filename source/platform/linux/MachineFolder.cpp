@@ -97,7 +97,7 @@ FileDescriptor openInterface (const std::string& path)
 
 std::vector<std::string> listControllers()
 {
-    constexpr std::size_t longestId = 64 * 1024;
+    constexpr std::size_t longestId = 65536;
 
     std::vector<std::string> ids;
     const auto controllers = openSubfolder ("controllers");
