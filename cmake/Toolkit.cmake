@@ -27,6 +27,11 @@ if (NOT WIN32)
     target_compile_definitions (quendel-toolkit PUBLIC JUCE_DISABLE_NATIVE_FILECHOOSERS=1)
 endif()
 
+if (MINGW)
+    # The toolkit warns that it has no DirectWrite here and draws its texts the older way.
+    target_compile_options (quendel-toolkit PRIVATE -Wno-cpp)
+endif()
+
 target_compile_definitions (quendel-toolkit INTERFACE
     $<TARGET_PROPERTY:quendel-toolkit,COMPILE_DEFINITIONS>)
 target_include_directories (quendel-toolkit SYSTEM INTERFACE

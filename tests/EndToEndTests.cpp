@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,7 +17,6 @@ namespace fs = std::filesystem;
 const std::string eventLog = "Event log";
 const std::string saveDialog = "Save event report";
 const std::string question = "File already exists";
-const std::string progress = "busy...";
 
 enum Button
 {
@@ -824,66 +822,4 @@ TEST_P (EndToEndWindows, SavesTheEvents)
     driver->waitForTicks ("Alpha");
     close (eventLog, "Escape");
     quit();
-}
-
-TEST_P (EndToEndWindows, ALongEventReportCanBeCutShort)
-{
-    constexpr std::size_t numLines = std::size_t { 8 } * 16384;
-    startDriver ("Alpha,B,C,D,E,F,G,H");
-    driver->order ("fill all 16384");
-    start();
-
-    // Eight devices make a view wider than the screen, with the button beyond its edge.
-    desktop.press ({ "Tab", "Tab", "Tab", "space" });
-    const auto events = desktop.waitForWindow (eventLog);
-
-    // The last tab, which alone is cyan, holds the events of all.
-    int tabX = 0;
-    waitUntil ("the tabs are painted",
-               [&]
-               {
-                   const auto picture = desktop.getPicture (events);
-
-                   for (tabX = 0; tabX < picture.width; ++tabX)
-                       if ((picture.at (tabX, 8) & 0xc0c0c0) == 0x00c0c0)
-                           return true;
-
-                   return false;
-               });
-    desktop.click (events, tabX + 20, 15);
-
-    const auto save = [&]
-    {
-        desktop.click (events, 400, 577);
-        desktop.waitForWindow (saveDialog);
-        desktop.press ({ "Return" });
-        desktop.waitForWindow (progress);
-    };
-
-    const auto takeReport = [&]
-    {
-        const auto report = fs::directory_iterator (documents)->path();
-        const auto text = readFile (report);
-        fs::remove (report);
-        return parseEvents (text).size();
-    };
-
-    // The program stands still while the key is pressed: a moment later, the key would close the event window.
-    save();
-    program->signal (SIGSTOP);
-    ASSERT_FALSE (desktop.findWindows (progress).empty()) << "the report was finished before it could be cut short";
-    desktop.press ({ "Escape" });
-    program->signal (SIGCONT);
-    desktop.waitUntilGone (progress);
-    EXPECT_EQ (desktop.waitForWindow (eventLog), events);
-    const auto cancelled = takeReport();
-    EXPECT_GT (cancelled, 0U);
-    EXPECT_LT (cancelled, numLines);
-
-    save();
-    driver->order ("kill all");
-    expectExit();
-    const auto pulled = takeReport();
-    EXPECT_GT (pulled, 0U);
-    EXPECT_LE (pulled, numLines);
 }

@@ -35,6 +35,7 @@ void App::initialise (const juce::String&)
     const int defaultX = display->userArea.getWidth() / 20;
     const int defaultY = display->userArea.getHeight() / 20;
 
+    pendingRepaints = std::make_unique<PendingRepaints>();
     appListener = std::make_unique<AppListener>();
     deviceList = std::make_unique<DeviceList> (0, nullptr, nullptr, nullptr);
     deviceList->setListener (appListener.get());
@@ -63,5 +64,6 @@ void App::shutdown()
 
     appListener.reset();
     deviceList.reset();
+    pendingRepaints.reset();
     instanceLock.reset();
 }

@@ -11,11 +11,11 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 
-// clang-format off: the order matters
+// The others want it first.
+#include <windows.h>
+
 #include <dbt.h>
 #include <setupapi.h>
-#include <windows.h>
-// clang-format on
 
 // <windows.h> turns these into macros, and the program has names of its own like them.
 #undef min

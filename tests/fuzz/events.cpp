@@ -21,7 +21,8 @@ std::uint64_t sumOf (const juce::Array<EventRecord>& events)
     std::uint64_t sum = 0;
 
     for (const auto& event : events)
-        sum += static_cast<std::uint64_t> (event.timestamp) * 31 + event.param * std::uint64_t { 17 } + event.deviceOrdinal;
+        sum += static_cast<std::uint64_t> (event.timestamp) * 31 + event.param * std::uint64_t { 17 }
+               + event.deviceOrdinal;
 
     return sum;
 }
@@ -90,8 +91,11 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 
         for (int row = 0; row < shown.size(); ++row)
         {
-            for (const int cell : { EventList::indexColumn, EventList::timeColumn, EventList::deltaColumn,
-                                    EventList::paramColumn, EventList::nameColumn })
+            for (const int cell : { EventList::indexColumn,
+                                    EventList::timeColumn,
+                                    EventList::deltaColumn,
+                                    EventList::paramColumn,
+                                    EventList::nameColumn })
                 require (list.getCellText (row, cell).isNotEmpty(), "every cell says something");
 
             requireWholeLine (EventReport::formatLine (row, shown[row], shown[0], names), shown[row], names);

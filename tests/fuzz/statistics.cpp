@@ -46,7 +46,8 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     if (offset + countOffset + sizeof (count) <= content.size())
         std::memcpy (&count, content.data() + offset + countOffset, sizeof (count));
 
-    require (column.getText (playbackCount) == juce::String (count), "a figure comes from its field or keeps its value");
+    require (column.getText (playbackCount) == juce::String (count),
+             "a figure comes from its field or keeps its value");
 
     require (::ftruncate (driversOwn.get(), 0) == 0, "a section can be cut");
     const auto shown = column.getText (hostMaximum);

@@ -149,11 +149,6 @@ Process::~Process()
     kill();
 }
 
-void Process::signal (int number) const
-{
-    ::kill (id, number);
-}
-
 void Process::kill()
 {
     if (exitCode)

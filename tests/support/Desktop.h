@@ -44,7 +44,6 @@ public:
     /** Its exit code, or 128 and the signal that ended it. */
     int waitForExit();
 
-    void signal (int number) const;
     void kill();
 
 private:

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+/** Puts devices and drivers into the system. Each returns 0 or a Windows error code. */
+namespace Installer
+{
+
+/** Makes the test bus's root device, and its driver a service that is started.
+
+    @param driverFile  Windows path of QuendelTestBus.sys
+*/
+unsigned long installTestBus (const std::string& driverFile);
+
+/** Makes the record of an IEEE 1394 host controller.
+
+    @param instanceId  of three parts, the last one four digits, for instance "ROOT\\OHCI\\0000"
+*/
+unsigned long installHostController (const std::string& instanceId);
+
+} // namespace Installer

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/** What the test bus and the program that orders it about say to each other. */
+namespace TestBus
+{
+
+inline constexpr wchar_t devicePath[] = L"\\Device\\QuendelTestBus";
+inline constexpr wchar_t linkPath[] = L"\\DosDevices\\QuendelTestBus";
+inline constexpr char openPath[] = "\\\\.\\QuendelTestBus";
+
+/** Interfaces at a time; each has its slot, which is the last part of its path. */
+inline constexpr std::uint32_t numSlots = 4;
+
+/** Requests of the driver protocol, as the bus tells them apart. */
+enum class RequestKind : std::uint32_t
+{
+    streamStatus,
+    mapStatistics,
+    resetStatistics,
+    eventEntry,
+    probe,
+    readCounters,
+    clearCounters,
+    other
+};
+
+inline constexpr std::uint32_t numRequestKinds = 8;
+
+enum class Action : std::uint32_t
+{
+    plug,       /**< A new interface in the slot: text is its name, value the counter's rate. */
+    unplug,     /**< Takes the interface away and says so. */
+    kill,       /**< The interface answers nothing any more, and nobody is told. */
+    fail,       /**< So many (value) requests of the kind fail. */
+    tick,       /**< Lets so many (value) milliseconds pass in every interface; nothing else does. */
+    glitch,     /**< The host is late for the next buffer. */
+    limitLog,   /**< The event log holds so many (value) entries, now and from now on. */
+    takeView,   /**< Takes the statistics block out of every process that has it. */
+    removeLink, /**< Nobody can open the interface any more. */
+    look        /**< Only the reply is wanted. */
+};
+
+/** CTL_CODE (FILE_DEVICE_UNKNOWN, 0x800, METHOD_BUFFERED, FILE_ANY_ACCESS); an Order in, a State out. */
+inline constexpr std::uint32_t orderCode = 0x222000;
+
+struct Order
+{
+    Action action;
+    std::uint32_t slot; /**< 0 to numSlots - 1. */
+    RequestKind kind;
+    std::uint32_t unused;
+    std::int64_t value;
+    char text[64]; /**< Ends with a 0 byte. */
+};
+
+/** Of the interface in the order's slot; all 0 when there is none. */
+struct State
+{
+    std::uint32_t isPresent;
+    std::uint32_t numOpen;                   /**< Handles. */
+    std::uint32_t numViews;                  /**< Processes' views of the statistics block. */
+    std::uint32_t received[numRequestKinds]; /**< Requests so far, by kind, whatever became of them. */
+    std::uint8_t statistics[156];            /**< The block, as processes see it. */
+};
+
+static_assert (sizeof (Order) == 88);
+static_assert (sizeof (State) == 200);
+
+} // namespace TestBus
