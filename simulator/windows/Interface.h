@@ -33,7 +33,7 @@ public:
 
     /** Answers a control request in place. @returns the status, and in size the bytes of the answer */
     NTSTATUS
-        handle (FILE_OBJECT* file, ULONG controlCode, void* buffer, ULONG inputSize, ULONG outputSize, ULONG& size);
+    handle (FILE_OBJECT* file, ULONG controlCode, void* buffer, ULONG inputSize, ULONG outputSize, ULONG& size);
 
     //==============================================================================
     void failNext (TestBus::RequestKind kind, std::uint32_t count)
