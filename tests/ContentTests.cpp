@@ -107,6 +107,20 @@ TEST_F (ContentTests, everythingHasItsPlace)
     EXPECT_EQ (labels[25]->getBounds(), juce::Rectangle<int> (40, 92 + 18 * 27, 110, 18));
 }
 
+/** A burst can grow the list between the columns and the width; the next rebuild then finds the width right already. */
+TEST_F (ContentTests, buttonsFollowTheColumnsWhenTheWidthIsThereFirst)
+{
+    makeContent (1);
+    addDriver();
+    ASSERT_TRUE (waitFor ([&] { return devices->getNumDevices() == 2; }));
+
+    content->updateWidth();
+    EXPECT_EQ (content->getWidth(), 490);
+    content->rebuildColumns();
+    content->updateWidth();
+    EXPECT_EQ (find<juce::TextButton>()[2]->getBounds(), juce::Rectangle<int> (332, 606, 70, 26));
+}
+
 TEST_F (ContentTests, paintsFrameStatusAndBoxes)
 {
     makeContent (2);

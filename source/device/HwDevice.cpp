@@ -17,6 +17,7 @@ HwDevice::HwDevice (const juce::String& interfacePath,
 
 HwDevice::~HwDevice()
 {
+    openCount = juce::jmin (openCount, 1u); // nobody is left to take the others back
     close();
 
     if (ownsLock)

@@ -171,6 +171,7 @@ int Content::getFullWidth (int numColumns) const
 void Content::updateWidth()
 {
     setSize (getFullWidth (deviceList.getNumDevices()), getHeight());
+    resized(); // also where the width stays: the list can have grown before the columns did
 }
 
 /** Devices are found by their column, not by their position: between a change of the list and the message that
