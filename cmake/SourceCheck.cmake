@@ -43,12 +43,16 @@ if (QUENDEL_BENCHMARKS AND NOT WIN32)
     list (APPEND folders "benchmarks")
 endif()
 
+if (QUENDEL_FUZZERS)
+    list (APPEND folders "fuzz")
+endif()
+
 foreach (folder IN LISTS folders)
     file (GLOB_RECURSE found "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp")
 
     foreach (file IN LISTS found)
-        # Files of the other system and of the optional fuzz targets are rightly left out.
-        if (file MATCHES "/(windows|linux|fuzz)/")
+        # Files of the other system are rightly left out.
+        if (file MATCHES "/(windows|linux)/")
             continue()
         endif()
 

@@ -3,7 +3,7 @@
 #include "device/DeviceList.h"
 #include "device/DriverText.h"
 #include "stats/StatisticsReport.h"
-#include "tests/fuzz/Fuzz.h"
+#include "fuzz/Fuzz.h"
 
 namespace
 {

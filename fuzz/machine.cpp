@@ -2,7 +2,7 @@
 
 #include "device/DeviceList.h"
 #include "device/HostControllerList.h"
-#include "tests/fuzz/Fuzz.h"
+#include "fuzz/Fuzz.h"
 
 #include <sys/stat.h>
 

@@ -3,7 +3,7 @@
 #include "simulator/server/Orders.h"
 #include "simulator/server/Options.h"
 #include "simulator/server/Simulator.h"
-#include "tests/fuzz/Fuzz.h"
+#include "fuzz/Fuzz.h"
 
 #include <fcntl.h>
 #include <sstream>

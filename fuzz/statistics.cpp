@@ -2,7 +2,7 @@
 
 #include "platform/linux/Section.h"
 #include "stats/StatisticsBlock.h"
-#include "tests/fuzz/FuzzTexts.h"
+#include "fuzz/FuzzTexts.h"
 
 #include <sys/mman.h>
 

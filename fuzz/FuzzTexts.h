@@ -1,7 +1,7 @@
 #pragma once
 
 #include "stats/Column.h"
-#include "tests/fuzz/Fuzz.h"
+#include "fuzz/Fuzz.h"
 #include <cmath>
 
 /** True when text begins with a number that is one, and not "nan" or "inf". */

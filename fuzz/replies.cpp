@@ -3,7 +3,7 @@
 #include "device/DeviceList.h"
 #include "events/EventList.h"
 #include "platform/linux/FileDescriptor.h"
-#include "tests/fuzz/FuzzTexts.h"
+#include "fuzz/FuzzTexts.h"
 
 #include <array>
 #include <condition_variable>

@@ -2,7 +2,7 @@
 
 #include "events/EventList.h"
 #include "events/EventReport.h"
-#include "tests/fuzz/Fuzz.h"
+#include "fuzz/Fuzz.h"
 
 namespace
 {
