@@ -1,5 +1,6 @@
 #include "benchmarks/Ratio.h"
 #include "device/DeviceList.h"
+#include "events/EventDisplayWindowContent.h"
 #include "events/EventList.h"
 #include "stats/Content.h"
 #include "tests/support/TestDriver.h"
@@ -88,13 +89,10 @@ void tick (benchmark::State& state)
 
 BENCHMARK (tick)->Arg (1)->Arg (4)->Arg (16)->UseManualTime()->Unit (benchmark::kMicrosecond);
 
-/** Reading a full log into a list, against the same requests in a loop. */
-void capture (benchmark::State& state)
+/** Puts a full log into a driver. */
+void fillLog (TestDriver& driver)
 {
     constexpr std::uint32_t numEntries = 16384;
-
-    const TestMachine machine;
-    TestDriver driver (machine);
 
     for (std::uint32_t i = 0; i < numEntries; ++i)
     {
@@ -103,6 +101,28 @@ void capture (benchmark::State& state)
         entry.frequency = 10000000;
         driver.events.push_back (entry);
     }
+}
+
+/** What reading a full log takes, and nothing else. */
+void requestLog (RawClient& client, TestDriver& driver)
+{
+    for (std::uint32_t i = 0; i < driver.events.size(); ++i)
+    {
+        CommandEnvelope envelope {};
+        envelope.code = ReadEventEntry;
+        envelope.words[0] = i;
+        client.exchange (IOCTL_DEVICE_COMMAND, envelope);
+    }
+
+    driver.forgetRecords();
+}
+
+/** Reading a full log into a list, against the same requests in a loop. */
+void capture (benchmark::State& state)
+{
+    const TestMachine machine;
+    TestDriver driver (machine);
+    fillLog (driver);
 
     DeviceList devices (0, nullptr, nullptr, nullptr);
     devices.getDevice (0)->open();
@@ -112,20 +132,43 @@ void capture (benchmark::State& state)
         state,
         1.1,
         [&] { const EventList list (devices.getDevices(), 0); },
-        [&]
-        {
-            for (std::uint32_t i = 0; i < numEntries; ++i)
-            {
-                CommandEnvelope envelope {};
-                envelope.code = ReadEventEntry;
-                envelope.words[0] = i;
-                client.exchange (IOCTL_DEVICE_COMMAND, envelope);
-            }
-
-            driver.forgetRecords();
-        });
+        [&] { requestLog (client, driver); });
 }
 
 BENCHMARK (capture)->UseManualTime()->Unit (benchmark::kMillisecond);
+
+/** All that the event window holds for two full logs, painted once, against its requests: each log is read twice. */
+void openEventWindow (benchmark::State& state)
+{
+    const TestMachine machine;
+    TestDriver one (machine, { .name = "one" }), two (machine, { .name = "two" });
+    RawClient clientOfOne (machine.getInterfaceFolder ("one")), clientOfTwo (machine.getInterfaceFolder ("two"));
+    fillLog (one);
+    fillLog (two);
+
+    DeviceList devices (0, nullptr, nullptr, nullptr);
+
+    for (const auto& device : devices.getDevices())
+        device->open();
+
+    measureRatio (
+        state,
+        1.1,
+        [&]
+        {
+            EventDisplayWindowContent content (devices.getDevices());
+            benchmark::DoNotOptimize (content.createComponentSnapshot (content.getLocalBounds()));
+        },
+        [&]
+        {
+            for (int i = 0; i < 2; ++i)
+            {
+                requestLog (clientOfOne, one);
+                requestLog (clientOfTwo, two);
+            }
+        });
+}
+
+BENCHMARK (openEventWindow)->UseManualTime()->Unit (benchmark::kMillisecond);
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "app/App.h"
 
+#include "platform/PendingRepaints.h"
+
 #include <iostream>
 
 static void setColours()
@@ -35,7 +37,7 @@ void App::initialise (const juce::String&)
     const int defaultX = display->userArea.getWidth() / 20;
     const int defaultY = display->userArea.getHeight() / 20;
 
-    pendingRepaints = std::make_unique<PendingRepaints>();
+    painter = PendingRepaints::keepPainting();
     appListener = std::make_unique<AppListener>();
     deviceList = std::make_unique<DeviceList> (0, nullptr, nullptr, nullptr);
     deviceList->setListener (appListener.get());
@@ -64,6 +66,6 @@ void App::shutdown()
 
     appListener.reset();
     deviceList.reset();
-    pendingRepaints.reset();
+    painter.reset();
     instanceLock.reset();
 }

@@ -2,7 +2,6 @@
 
 #include "app/AppListener.h"
 #include "app/AppWindow.h"
-#include "app/PendingRepaints.h"
 #include "device/DeviceList.h"
 #include <memory>
 
@@ -21,5 +20,5 @@ private:
     std::unique_ptr<DeviceList> deviceList;
     std::unique_ptr<juce::InterProcessLock> instanceLock;
     std::unique_ptr<AppListener> appListener;
-    std::unique_ptr<PendingRepaints> pendingRepaints;
+    std::unique_ptr<juce::Timer> painter;
 };

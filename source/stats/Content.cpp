@@ -9,6 +9,7 @@
 namespace
 {
 constexpr int refreshIntervalMs = 250;
+constexpr juce::uint32 changesApartMs = 50;
 
 constexpr int columnsX = 170;
 constexpr int columnsY = 92;
@@ -266,6 +267,25 @@ void Content::handleMessage (const juce::Message& message)
     if (change != DeviceArrivedMessage && change != DeviceRemovedMessage)
         return;
 
+    // The toolkit delivers all messages before it looks at keys and clicks: when every change of a storm had columns of
+    // its own, a user could not even quit.
+    const bool isStorm = juce::Time::getMillisecondCounter() - followedAt < changesApartMs;
+
+    if (! isStorm || deviceList.getNumDevices() == 0)
+        followDevices();
+    else if (! laterChange.isTimerRunning())
+        laterChange.startTimer (changesApartMs);
+}
+
+void Content::LaterChange::timerCallback()
+{
+    content.followDevices();
+}
+
+void Content::followDevices()
+{
+    laterChange.stopTimer();
+
     if (deviceList.getNumDevices() == 0)
     {
         juce::JUCEApplication::quit();
@@ -274,6 +294,7 @@ void Content::handleMessage (const juce::Message& message)
 
     rebuildColumns();
     updateWidth();
+    followedAt = juce::Time::getMillisecondCounter();
 }
 
 void Content::buttonClicked (juce::Button* button)

@@ -66,7 +66,16 @@ private:
         HwInfoCaps caps;
     };
 
+    /** Calls the view back once, a while after a change that it has put off. */
+    struct LaterChange : public juce::Timer
+    {
+        explicit LaterChange (Content& owner) : content (owner) {}
+        void timerCallback() override;
+        Content& content;
+    };
+
     void buttonClicked (juce::Button*) override;
+    void followDevices();
     void openEventWindow();
     void forEachColumn (const std::function<void (Column&, HwDevice&)>& action);
     void runModally (const std::function<void()>& modalCall);
@@ -89,6 +98,8 @@ private:
     ViewButton saveButton { "Save" };
     ViewButton resetButton { "Reset" };
     ViewButton eventsButton { "Events" };
+    LaterChange laterChange { *this };
+    juce::uint32 followedAt = 0; // ms, as juce::Time::getMillisecondCounter counts
     juce::TooltipWindow tooltips { this, 700 };
     std::uint32_t sampleRate = 0; // Hz, as shown
     std::uint32_t bufferSize = 0; // sample frames, as shown

@@ -1,16 +1,16 @@
-#pragma once
+#include "platform/PendingRepaints.h"
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** Brings to the screen what the toolkit has put off until the display's next vertical blank.
+namespace PendingRepaints
+{
 
-    Where the graphics system has no vertical blank to offer, as in some remote sessions, the toolkit would wait for
-    ever and the figures stand still. Elsewhere there is nothing left to do. Message thread.
-*/
-class PendingRepaints : private juce::Timer
+namespace
+{
+class Painter : public juce::Timer
 {
 public:
-    PendingRepaints()
+    Painter()
     {
         constexpr int intervalMs = 50;
         startTimer (intervalMs);
@@ -25,3 +25,11 @@ private:
                 peer->performAnyPendingRepaintsNow();
     }
 };
+} // namespace
+
+std::unique_ptr<juce::Timer> keepPainting()
+{
+    return std::make_unique<Painter>();
+}
+
+} // namespace PendingRepaints
