@@ -1,7 +1,7 @@
 #pragma once
 
-#include "stats/Column.h"
 #include "fuzz/Fuzz.h"
+#include "stats/Column.h"
 #include <cmath>
 
 /** True when text begins with a number that is one, and not "nan" or "inf". */

@@ -1,7 +1,7 @@
 // The simulated device: requests of any bytes and sizes at any time.
 
-#include "simulator/model/DeviceModel.h"
 #include "fuzz/Fuzz.h"
+#include "simulator/model/DeviceModel.h"
 
 #include <array>
 

@@ -1,9 +1,9 @@
 // The simulator's command line and orders, with clients that send anything.
 
 #include "simulator/server/Orders.h"
+#include "fuzz/Fuzz.h"
 #include "simulator/server/Options.h"
 #include "simulator/server/Simulator.h"
-#include "fuzz/Fuzz.h"
 
 #include <fcntl.h>
 #include <sstream>

@@ -2,8 +2,8 @@
 
 #include "device/DeviceList.h"
 #include "device/DriverText.h"
-#include "stats/StatisticsReport.h"
 #include "fuzz/Fuzz.h"
+#include "stats/StatisticsReport.h"
 
 namespace
 {

@@ -2,8 +2,8 @@
 
 #include "device/DeviceList.h"
 #include "events/EventList.h"
-#include "platform/linux/FileDescriptor.h"
 #include "fuzz/FuzzTexts.h"
+#include "platform/linux/FileDescriptor.h"
 
 #include <array>
 #include <condition_variable>

@@ -1,8 +1,8 @@
 // A driver's section of any size and content, which may go while it is mapped.
 
+#include "fuzz/FuzzTexts.h"
 #include "platform/linux/Section.h"
 #include "stats/StatisticsBlock.h"
-#include "fuzz/FuzzTexts.h"
 
 #include <sys/mman.h>
 
