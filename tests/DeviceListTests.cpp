@@ -107,7 +107,9 @@ TEST (DeviceListTests, namesComeFromTheRegistryAsFarAsTheyCan)
                            Case { std::string (64, 'n'), juce::String::repeatedString ("n", 63) },
                            Case { std::string (64, 'n') + z, "Tamrix" },
                            Case { "Ger\xc3\xa4t \xce\xa9" + z, juce::CharPointer_UTF8 ("Ger\xc3\xa4t \xce\xa9") },
-                           Case { "Ger\xe4t" + z, juce::CharPointer_UTF8 ("Ger\xc3\xa4t") } })
+                           Case { "Ger\xe4t" + z, juce::CharPointer_UTF8 ("Ger\xc3\xa4t") },
+                           Case { "\xc1\xbf" + z, juce::CharPointer_UTF8 ("\xc3\x81\xc2\xbf") },
+                           Case { "\xed\xa0\x80" + z, juce::CharPointer_UTF8 ("\xc3\xad\xc2\xa0\xc2\x80") } })
     {
         TestDriver::Setup setup;
         setup.uniqueName = c.stored;

@@ -49,6 +49,21 @@ struct EventListTests : public testing::Test
             device->open();
     }
 
+    static juce::String describeHeader (EventList&& events)
+    {
+        auto& header = events.getHeader();
+        juce::StringArray columns;
+
+        for (int i = 0; i < header.getNumColumns (false); ++i)
+        {
+            const int id = header.getColumnIdOfIndex (i, false);
+            EXPECT_EQ (id, i + 1);
+            columns.add (header.getColumnName (id) + " " + juce::String (header.getColumnWidth (id)));
+        }
+
+        return columns.joinIntoString (",");
+    }
+
     juce::String cells (EventList& events, int columnId)
     {
         juce::StringArray texts;
@@ -130,6 +145,9 @@ TEST_F (EventListTests, cellsShowTheirRecord)
 
 TEST_F (EventListTests, headersSortByTheirKeyAndAlwaysUpwards)
 {
+    EXPECT_EQ (describeHeader (EventList (devices, deckIndex)),
+               "Index 100,Msec 100,Time Delta 100,Last Similar Delta 100,Param 150,Event Name 200");
+
     deck.events = { makeEntry (0, 5), makeEntry (100, 1), makeEntry (110, 9), makeEntry (300, 3) };
     EventList events (devices, deckIndex);
     const auto sort = [&] (int column, bool forwards)
@@ -230,6 +248,17 @@ TEST_F (EventListTests, eachLogIsReadOnceMoreForTheAggregate)
     EXPECT_EQ (content.getBounds(), juce::Rectangle<int> (800, 600));
     EXPECT_EQ (content.getChildComponent (0)->getBounds(), juce::Rectangle<int> (800, 554));
     EXPECT_EQ (content.getChildComponent (1)->getBounds(), juce::Rectangle<int> (355, 564, 90, 26));
+
+    // "Two", "Deck", "Aggregate", and round again.
+    const auto& tabs = dynamic_cast<EventTabs&> (*content.getChildComponent (0));
+
+    for (const auto& [key, tab] : { std::pair { juce::KeyPress::pageUpKey, 2 },
+                                    { juce::KeyPress::pageDownKey, 0 },
+                                    { juce::KeyPress::pageDownKey, 1 } })
+    {
+        content.keyPressed (juce::KeyPress (key, juce::ModifierKeys::ctrlModifier, 0));
+        EXPECT_EQ (tabs.getCurrentTabIndex(), tab);
+    }
 }
 
 } // namespace

@@ -44,8 +44,8 @@ juce::Array<EventRecord> makeRows (int count)
     juce::Array<EventRecord> rows;
 
     for (int i = 0; i < count; ++i)
-        rows.add (makeRecord (1000000 + i * std::int64_t { 12345 },
-                              i == 0 ? 0 : 12345,
+        rows.add (makeRecord (1000000 + i * std::int64_t { 12346 },
+                              i == 0 ? 0 : 12346,
                               i % 26,
                               static_cast<std::uint32_t> (i)));
 
@@ -78,6 +78,10 @@ TEST_F (EventReportTests, linesHoldTheirFiveFields)
     EXPECT_EQ (line (event, many), "000012,0.000,0,d200:1,Listen complete\r\n");
     EXPECT_EQ (line (event), "000012,0.000,0,:1,Listen complete\r\n");
 
+    // A name is the driver's, whatever is in it.
+    event.deviceOrdinal = 0;
+    EXPECT_EQ (line (event, { "a,\"b\"\nc" }), "000012,0.000,0,a,\"b\"\nc:1,Listen complete\r\n");
+
     event = makeRecord (INT64_MIN, INT64_MIN, INT32_MIN, 0);
     EXPECT_EQ (line (event).fromLastOccurrenceOf (",", false, false), "Unknown event -2147483648\r\n");
 }
@@ -108,26 +112,20 @@ TEST_F (EventReportTests, linesAreAppendedInBatches)
 {
     const auto growthOf = [&] (int rows)
     {
-        std::vector<std::pair<int, int>> growth; // row, lines in the file by then
-        int row = 0, lines = -1;
+        std::vector<int> rowsOfGrowth;
+        std::int64_t size = -1;
+        int row = 0;
         EventReport::write (file,
                             makeRows (rows),
                             deck,
                             [&] (double)
                             {
-                                const auto size = static_cast<int> (file.getSize());
-
-                                if (size != lines)
-                                    growth.emplace_back (row, lines = size);
+                                if (std::exchange (size, file.getSize()) != size)
+                                    rowsOfGrowth.push_back (row);
 
                                 ++row;
                                 return true;
                             });
-
-        std::vector<int> rowsOfGrowth;
-
-        for (const auto& [at, size] : growth)
-            rowsOfGrowth.push_back (at);
 
         const auto text = file.loadFileAsString();
         EXPECT_EQ (countLines (text), rows);

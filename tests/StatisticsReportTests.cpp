@@ -92,7 +92,7 @@ TEST_F (StatisticsReportTests, reportsEqualTheirGold)
         const FilledDriver plain (machine, "Deck", 0);
         DeviceList devices (0, nullptr, nullptr, nullptr);
         Content content (devices);
-        expectGold (content.describe (time), "statistics-no-controller.txt"); // before the first tick: no figures yet
+        expectGold (content.makeReport (time), "statistics-no-controller.txt"); // before the first tick: no figures yet
     }
 
     {
@@ -101,7 +101,7 @@ TEST_F (StatisticsReportTests, reportsEqualTheirGold)
         DeviceList devices (0, nullptr, nullptr, nullptr);
         Content content (devices);
         content.timerCallback();
-        expectGold (content.describe (time), "statistics-one-controller.txt");
+        expectGold (content.makeReport (time), "statistics-one-controller.txt");
     }
 
     {
@@ -110,7 +110,7 @@ TEST_F (StatisticsReportTests, reportsEqualTheirGold)
         DeviceList devices (0, nullptr, nullptr, nullptr);
         Content content (devices);
         content.timerCallback();
-        expectGold (content.describe (time), "statistics-three-controllers.txt");
+        expectGold (content.makeReport (time), "statistics-three-controllers.txt");
     }
 }
 
@@ -122,13 +122,13 @@ TEST_F (StatisticsReportTests, sectionsKeepTheirFirmwareWhileTheListChanges)
     DeviceList devices (0, nullptr, nullptr, nullptr);
     Content content (devices);
     content.timerCallback();
-    const auto before = content.describe (time);
+    const auto before = content.makeReport (time);
 
     const FilledDriver other (machine, "b", fpga);
     ASSERT_TRUE (waitFor ([&] { return devices.getNumDevices() == 2; }));
-    EXPECT_EQ (content.describe (time), before);
+    EXPECT_EQ (content.makeReport (time), before);
     devices.removeByPath (TestMachine::getInterfacePath ("a"));
-    EXPECT_EQ (content.describe (time), before);
+    EXPECT_EQ (content.makeReport (time), before);
 }
 
 TEST_F (StatisticsReportTests, savesAppendAndTellHowThatWent)
@@ -165,7 +165,7 @@ TEST_F (StatisticsReportTests, savesAppendAndTellHowThatWent)
 
     EXPECT_EQ (save(), "Quendel. Report saved to your documents folder.");
     const auto once = file.loadFileAsString();
-    EXPECT_EQ (once, content.describe (time).dropLastCharacters (2) + "\r\n\r\n");
+    EXPECT_EQ (once, content.makeReport (time).dropLastCharacters (2) + "\r\n\r\n");
     save();
     EXPECT_EQ (file.loadFileAsString(), once + once);
 

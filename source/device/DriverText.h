@@ -13,7 +13,22 @@ inline juce::String textFromDriver (const char* bytes, std::size_t numBytes)
     const std::string text (bytes, ::strnlen (bytes, numBytes));
 
     if (juce::CharPointer_UTF8::isValidString (text.data(), static_cast<int> (text.size())))
-        return juce::String::fromUTF8 (text.data(), static_cast<int> (text.size()));
+    {
+        const auto utf8 = juce::String::fromUTF8 (text.data(), static_cast<int> (text.size()));
+
+        // The toolkit also takes surrogates, and longer forms than a character needs.
+        std::size_t shortest = 0;
+        bool hasSurrogate = false;
+
+        for (auto i = utf8.getCharPointer(); ! i.isEmpty(); ++i)
+        {
+            shortest += juce::CharPointer_UTF8::getBytesRequiredFor (*i);
+            hasSurrogate = hasSurrogate || (*i >= 0xD800 && *i <= 0xDFFF);
+        }
+
+        if (shortest == text.size() && ! hasSurrogate)
+            return utf8;
+    }
 
     juce::String latin;
 

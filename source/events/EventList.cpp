@@ -5,6 +5,8 @@
 #include "events/SaveReportTask.h"
 
 //==============================================================================
+namespace
+{
 /** Orders records by one of their fields. Compares, never subtracts: any two values are possible. */
 template <auto field>
 struct OrderBy
@@ -16,11 +18,12 @@ struct OrderBy
 };
 
 template <auto field>
-static void sortBy (juce::Array<EventRecord>& events)
+void sortBy (juce::Array<EventRecord>& events)
 {
     OrderBy<field> order;
     events.sort (order);
 }
+} // namespace
 
 //==============================================================================
 EventList::EventList() : TableListBox ("event list", nullptr) {}

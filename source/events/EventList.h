@@ -42,7 +42,7 @@ public:
     /** Names of the devices that were read; an event's deviceOrdinal is its device's index. */
     const juce::StringArray& getDeviceNames() const { return deviceNames; }
 
-    /** A cell's text, which is the row's only in the columns that have one. */
+    /** A cell's text; empty in a column that has none. The index is the row's, all else is the event's there. */
     juce::String getCellText (int rowNumber, int columnId) const;
 
     /** Writes the events in their present order to a file, on a worker thread behind a modal window. */

@@ -12,7 +12,7 @@ struct EventRecord
     std::int32_t type = 0;          /**< Index into the event names. */
     std::uint32_t param = 0;        /**< Its meaning depends on the type. */
     std::uint8_t deviceOrdinal = 0; /**< Index into the list's device names. */
-    std::int8_t auxValue = 0;
+    std::int8_t auxValue = 0;       /**< A small value of the driver's, shown behind the row number. */
 
     /** Ticks of this event's counter in seconds times the scale; only for a counter that has a rate. */
     double convertTicks (std::int64_t ticks, double scale) const

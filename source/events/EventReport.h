@@ -19,8 +19,8 @@ juce::String
 
 /** Replaces the file by a report of the events in their present order; says nothing about how that went. Any thread.
 
-    Lines are appended 256 at a time, each time with the file opened and closed, so that memory stays bounded and
-    the file grows.
+    Line 0 is appended alone, then 256 lines at a time, each time with the file opened and closed, so that memory stays
+    bounded and the file grows.
 
     @param progressTo  called before each line with the share written, 0 to 1; returning false ends the report
                        after the lines before it

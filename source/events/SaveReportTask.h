@@ -6,7 +6,8 @@
 
 /** Writes an event report on a worker thread behind a modal window with a progress bar and "Cancel".
 
-    Owns nothing it is given; all of it outlives the task and stays as it is meanwhile. Message thread.
+    Owns nothing it is given; all of it outlives the task and stays as it is meanwhile. Message thread, but for run(),
+    which is the worker's.
 */
 class SaveReportTask : public juce::ThreadWithProgressWindow
 {

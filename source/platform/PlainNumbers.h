@@ -4,7 +4,7 @@
 
 /** While it lives, numbers that the calling thread formats have a decimal point, whatever the user's locale.
 
-    The toolkit switches the whole process to the user's locale for the length of every key press, in which a
+    The toolkit switches the whole process to the user's locale while it looks up the text of a key press, in which a
     worker thread would otherwise write "1,500".
 */
 class PlainNumbers

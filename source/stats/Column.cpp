@@ -12,11 +12,14 @@ Column::Column (const juce::String& deviceName) : name (deviceName)
 }
 
 //==============================================================================
+namespace
+{
 /** The buffer-offset fields as the driver keeps them, ticks. */
 struct BufferOffset
 {
     std::int64_t average = 0, maximum = 0, minimum = 0;
 };
+} // namespace
 
 #define FIELD(name) offsetof (StatisticsBlock, name)
 
@@ -119,7 +122,7 @@ void Column::update (const StatisticsBlock* block, double msPerTick)
 //==============================================================================
 namespace
 {
-constexpr int fontHeight = 12;
+constexpr float fontHeight = 12.0f;
 constexpr int maximumLines = 1;
 constexpr float minimumScale = 0.7f;
 constexpr int boxInsetX = 4;
@@ -130,7 +133,7 @@ void Column::paint (juce::Graphics& g)
 {
     const int rowHeight = getHeight() / numRows;
 
-    g.setFont (juce::Font (static_cast<float> (fontHeight), juce::Font::bold));
+    g.setFont (juce::Font (fontHeight, juce::Font::bold));
     g.setColour (juce::Colours::white);
     g.drawFittedText (name, 0, 0, getWidth(), rowHeight, juce::Justification::centred, maximumLines, minimumScale);
 

@@ -38,7 +38,7 @@ public:
     /** The report on all that the view shows, as a save at that time appends it. The firmware figures of the last
         refreshFirmwareCounters are in it from the next tick on.
     */
-    juce::String describe (const juce::Time& time) const;
+    juce::String makeReport (const juce::Time& time) const;
 
     /** Appends a report on all that the view shows to the report file, and tells the user how that went. */
     void saveStatisticsReport();
@@ -93,7 +93,7 @@ private:
     juce::Label bufferSizeLabel { "buffsize" };
     juce::Label bufferTimeLabel { "bufftime" };
     juce::OwnedArray<juce::Label> rowLabels;
-    juce::OwnedArray<Column, juce::CriticalSection> columns; // entry i shows the list's device i
+    juce::OwnedArray<Column, juce::CriticalSection> columns; // in the list's order as of the last rebuild
     std::vector<ColumnSource> sources;                       // of each column
     ViewButton saveButton { "Save" };
     ViewButton resetButton { "Reset" };

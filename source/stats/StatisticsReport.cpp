@@ -80,7 +80,7 @@ static void appendControllers (juce::String& text)
 }
 
 /** The writer turns the two closing line feeds into line ends. */
-juce::String Content::describe (const juce::Time& time) const
+juce::String Content::makeReport (const juce::Time& time) const
 {
     juce::String text;
     text << juce::String::repeatedString ("-", 80) << lineEnd << "Quendel report" << lineEnd;
@@ -99,19 +99,21 @@ juce::String Content::describe (const juce::Time& time) const
     return text + "\n\n";
 }
 
+/** Only a file that cannot be opened counts as a failure, which the toolkit's appendText cannot tell apart. */
+static bool append (const juce::File& file, const juce::String& text)
+{
+    juce::FileOutputStream stream (file);
+
+    if (stream.openedOk())
+        stream.writeText (text, false, false, lineEnd);
+
+    return stream.openedOk();
+}
+
 void Content::saveStatisticsReport()
 {
-    const auto text = describe (Surroundings::getCurrentTime());
-
-    // Only a file that cannot be opened counts as a failure, which the toolkit's appendText cannot tell apart.
-    juce::FileOutputStream file (Surroundings::getDocumentsFolder().getChildFile ("Quendel report.txt"));
-    const bool opened = file.openedOk();
-
-    if (opened)
-    {
-        file.writeText (text, false, false, lineEnd);
-        file.flush();
-    }
+    const auto text = makeReport (Surroundings::getCurrentTime());
+    const bool opened = append (Surroundings::getDocumentsFolder().getChildFile ("Quendel report.txt"), text);
 
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
                                             "Quendel",
