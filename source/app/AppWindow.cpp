@@ -8,7 +8,10 @@ static const juce::String RegistryPath ("HKEY_CURRENT_USER\\Software\\Vendrel");
 
 static int readCoordinate (const juce::String& name, int defaultValue)
 {
-    return UserSettings::getValue (RegistryPath, name, juce::String (defaultValue)).getIntValue();
+    // No display is nearly as large, and the window's far edges must still be numbers.
+    constexpr int limit = 1000000;
+    const auto text = UserSettings::getValue (RegistryPath, name, juce::String (defaultValue));
+    return juce::jlimit (-limit, limit, text.getIntValue());
 }
 
 AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)

@@ -33,20 +33,20 @@ CDevChangeNotify::~CDevChangeNotify()
 //==============================================================================
 void CDevChangeNotify::setListener (juce::MessageListener* newListener)
 {
-    const juce::ScopedLock locked (listenerLock);
+    const juce::ScopedLock locked (listenerPointerLock);
     listener = newListener;
 }
 
 bool CDevChangeNotify::hasListener() const
 {
-    const juce::ScopedLock locked (listenerLock);
+    const juce::ScopedLock locked (listenerPointerLock);
     return listener != nullptr;
 }
 
 /** Posts under the lock: a listener that is being detached right now must not be posted to afterwards. */
 void CDevChangeNotify::post (DeviceChange change, const void* device)
 {
-    const juce::ScopedLock locked (listenerLock);
+    const juce::ScopedLock locked (listenerPointerLock);
 
     if (listener != nullptr)
         listener->postMessage (new DeviceChangeMessage (change, device));
@@ -91,31 +91,31 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
 */
 void CDevChangeNotify::deviceArrived (const juce::String& path)
 {
-    removeUnlessItAnswers (path);
+    const auto lost = removeUnlessItAnswers (path);
 
     if (devices.findByPath (path) != nullptr)
         return;
 
     if (const auto device = devices.scan (&path); device != nullptr)
         post (DeviceArrivedMessage, device.get());
+    else if (lost != nullptr)
+        post (DeviceRemovedMessage, lost.get());
 }
 
 void CDevChangeNotify::deviceMayHaveGone (const juce::String& path)
 {
-    const auto* device = devices.findByPath (path).get();
-
-    if (removeUnlessItAnswers (path))
-        post (DeviceRemovedMessage, device);
+    if (const auto device = removeUnlessItAnswers (path); device != nullptr)
+        post (DeviceRemovedMessage, device.get());
 }
 
-/** True when there was such a device and it is gone from the list now. */
-bool CDevChangeNotify::removeUnlessItAnswers (const juce::String& path)
+/** The device when there was one and it is gone from the list now, else null. */
+HwDevice::Ptr CDevChangeNotify::removeUnlessItAnswers (const juce::String& path)
 {
     const auto device = devices.findByPath (path);
 
     if (device == nullptr || device->probe() == TransactionResult::success)
-        return false;
+        return nullptr;
 
     devices.removeByPath (path);
-    return true;
+    return device;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "device/HwDevice.h"
 #include "device/Win32MessageListener.h"
 #include <juce_events/juce_events.h>
 
@@ -35,14 +36,14 @@ public:
 private:
     void deviceArrived (const juce::String& path);
     void deviceMayHaveGone (const juce::String& path);
-    bool removeUnlessItAnswers (const juce::String& path);
+    HwDevice::Ptr removeUnlessItAnswers (const juce::String& path);
     bool hasListener() const;
     void post (DeviceChange change, const void* device);
 
     HDEVNOTIFY registration = nullptr;
     DeviceList& devices;
     juce::MessageListener* listener;
-    juce::CriticalSection listenerLock; // innermost: nothing else is locked while it is held
+    juce::CriticalSection listenerPointerLock; // innermost: nothing else of ours is locked while it is held
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (CDevChangeNotify)
 };

@@ -15,15 +15,13 @@ DeviceList::DeviceList (int numVendorIds, const int* vendorIds, juce::CriticalSe
 
 DeviceList::~DeviceList()
 {
-    {
-        const juce::ScopedLock locked (*lock);
-
-        while (head != nullptr)
-            remove (head);
-    }
+    clear();
 
     // Not under the lock: it waits for a notification that may want the list.
     notifier.reset();
+
+    // What that notification has still inserted.
+    clear();
 
     if (ownsLock)
         delete lock;
@@ -142,6 +140,14 @@ void DeviceList::remove (HwDevice* device)
     device->previous = device->next = nullptr;
     --count;
     device->decReferenceCount();
+}
+
+void DeviceList::clear()
+{
+    const juce::ScopedLock locked (*lock);
+
+    while (head != nullptr)
+        remove (head);
 }
 
 /** Call with the lock held. */

@@ -28,6 +28,8 @@ public:
         @param logSink    hears of every device found or left out; not owned, may be null
     */
     DeviceList (int numVendorIds, const int* vendorIds, juce::CriticalSection* lockToUse, juce::Logger* logSink);
+
+    /** Lets go of every device, then stops the notifications. Message thread. */
     ~DeviceList();
 
     /** Inserts the present interfaces, or only the one of that path. It does not look at what the list holds:
@@ -47,6 +49,7 @@ public:
     /** The device lives as long as the caller keeps the reference. @returns null outside of the list */
     HwDevice::Ptr getDevice (int index) const;
 
+    /** Any thread, as everything here but setListener and the destructor. */
     int getNumDevices() const;
 
     /** All devices at one moment, in the list's order. */
@@ -60,6 +63,7 @@ public:
 private:
     bool isAcceptedVendor (const HwDevice&) const;
     void insert (HwDevice*);
+    void clear();
     void remove (HwDevice*);
     HwDevice* find (const juce::String& path) const;
     void log (const char* verb, const HwDevice&) const;

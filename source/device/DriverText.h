@@ -3,6 +3,7 @@
 #include <cstring>
 #include <juce_core/juce_core.h>
 #include <string>
+#include <vector>
 
 /** Text of up to numBytes bytes from the driver or the registry, ended by the first zero byte if there is one.
 
@@ -30,10 +31,10 @@ inline juce::String textFromDriver (const char* bytes, std::size_t numBytes)
             return utf8;
     }
 
-    juce::String latin;
+    std::vector<juce::juce_wchar> latin;
 
     for (const auto byte : text)
-        latin += juce::juce_wchar { static_cast<unsigned char> (byte) };
+        latin.push_back (static_cast<unsigned char> (byte));
 
-    return latin;
+    return { juce::CharPointer_UTF32 (latin.data()), latin.size() };
 }

@@ -85,7 +85,7 @@ int HwDevice::open()
     CommandEnvelope envelope {};
     envelope.code = MapStatistics;
 
-    if (sendCommand (envelope, envelope))
+    if (sendCommand (envelope))
         statisticsAddress = envelope.words[0];
 
     return usable ? 0 : 1;
@@ -129,20 +129,17 @@ std::uint32_t HwDevice::getBufferSize() const
 }
 
 //==============================================================================
-/** The two envelopes may be one. Where they differ, words that a short reply leaves out keep what the caller put
-    into the reply beforehand, instead of showing the request as if it were the answer.
-*/
-bool HwDevice::sendCommand (const CommandEnvelope& request, CommandEnvelope& reply)
+/** The reply overwrites the request. */
+bool HwDevice::sendCommand (CommandEnvelope& envelope)
 {
-    auto input = request;
     DWORD returned = 0;
 
     return DeviceIoControl (handle,
                             IOCTL_DEVICE_COMMAND,
-                            &input,
-                            sizeof (input),
-                            &reply,
-                            sizeof (reply),
+                            &envelope,
+                            sizeof (envelope),
+                            &envelope,
+                            sizeof (envelope),
                             &returned,
                             nullptr)
            != FALSE;
@@ -152,14 +149,13 @@ int HwDevice::readStreamStatus()
 {
     const juce::ScopedLock locked (*lock);
 
-    CommandEnvelope request {}, reply {};
-    request.code = ReadStreamStatus;
-    std::memcpy (reply.words, streamStatus.data(), sizeof (streamStatus));
+    CommandEnvelope envelope {};
+    envelope.code = ReadStreamStatus;
 
-    if (! sendCommand (request, reply))
+    if (! sendCommand (envelope))
         return 1;
 
-    std::memcpy (streamStatus.data(), reply.words, sizeof (streamStatus));
+    std::memcpy (streamStatus.data(), envelope.words, sizeof (streamStatus));
     return 0;
 }
 
@@ -169,31 +165,26 @@ void HwDevice::resetStatistics()
 
     CommandEnvelope envelope {};
     envelope.code = ResetStatistics;
-    sendCommand (envelope, envelope);
+    sendCommand (envelope);
 
     accessFirmwareCounters (ClearFirmwareCounters);
 }
 
 int HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entry)
 {
-    CommandEnvelope request {}, reply {};
-    request.code = ReadEventEntry;
-    request.words[0] = index;
+    CommandEnvelope envelope {};
+    envelope.code = ReadEventEntry;
+    envelope.words[0] = index;
 
-    // What a reply too short for an entry delivers is no entry.
-    entry = {};
-    entry.type = noSuchEntry;
-    std::memcpy (reply.words, &entry, sizeof (entry));
-
-    const bool succeeded = sendCommand (request, reply);
-    std::memcpy (&entry, reply.words, sizeof (entry));
+    const bool succeeded = sendCommand (envelope);
+    std::memcpy (&entry, envelope.words, sizeof (entry));
     return succeeded ? 0 : 1;
 }
 
 //==============================================================================
 TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, void* output, std::size_t outputSize)
 {
-    constexpr std::uint32_t refusedStatuses[] { 0x102, 0xC0120090 };
+    constexpr std::uint32_t refusedStatus = 0x102, otherRefusedStatus = 0xC0120090;
     constexpr std::uint32_t harmlessDeviceStatus = 12;
 
     DWORD returned = 0;
@@ -212,7 +203,7 @@ TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, 
     TransactionBlock reply;
     std::memcpy (&reply, output, TransactionBlock::headerSize);
 
-    if (reply.status == refusedStatuses[0] || reply.status == refusedStatuses[1])
+    if (reply.status == refusedStatus || reply.status == otherRefusedStatus)
         return TransactionResult::refused;
 
     if (reply.status != 0)
@@ -222,15 +213,13 @@ TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, 
                                                                                  : TransactionResult::deviceFailed;
 }
 
-/** The request is a copy of the block: its parameter must not stand where a short reply leaves the last counters. */
 TransactionResult HwDevice::accessFirmwareCounters (FirmwareCounterAccess access)
 {
-    auto request = block;
-    request.length = fullLength;
-    request.requestClass = 0;
-    request.code = AccessFirmwareCounters;
-    request.words[0] = access;
-    return transact (&request, sizeof (request), &block, sizeof (block));
+    block.length = fullLength;
+    block.requestClass = 0;
+    block.code = AccessFirmwareCounters;
+    block.words[0] = access;
+    return transact (&block, sizeof (block), &block, sizeof (block));
 }
 
 TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)

@@ -28,8 +28,8 @@ enum class TransactionResult : int
 /** One device interface of the driver: its registry values, its counted open, and the driver's requests.
 
     Reference-counted; the DeviceList holds one reference while the device is in it. Any thread: the device's
-    lock is held for the whole of each open, close and request, readEventEntry excepted. A request that fails
-    changes nothing but its result; none is retried.
+    lock is held for the whole of each open, close and request, readEventEntry excepted. What a request that
+    fails would have told keeps its old value; none is retried.
 */
 class HwDevice : public juce::ReferenceCountedObject
 {
@@ -64,14 +64,17 @@ public:
     void reopen();
 
     //==============================================================================
+    /** As the user called it, from the registry. Never changes. */
     juce::String getName() const { return name; }
+
+    /** The interface path, which Windows compares without regard to case. Never changes. */
     juce::String getPath() const { return path; }
     std::uint32_t getVendorId() const noexcept { return caps.getVendorId(); }
     std::uint32_t getTypeId() const noexcept { return caps.getTypeId(); }
     const HwInfoCaps& getCaps() const noexcept { return caps; }
 
     /** Where the driver's StatisticsBlock for this device is in this process, as the last MapStatistics that
-        succeeded said; 0 before. Reading there can fault, and does so for sure once the device is closed.
+        succeeded said; 0 before. Reading there can fault, as it does once the device is closed.
     */
     std::uint32_t getStatisticsAddress() const;
 
@@ -94,8 +97,8 @@ public:
     /** Success when the device is there and answers. */
     TransactionResult probe();
 
-    /** Fetches one entry of the driver's event log; past its end the entry's type is noSuchEntry. Message thread;
-        takes no lock, so that a long reading never holds up the notification thread.
+    /** Fetches one entry of the driver's event log; past its end the entry's type is noSuchEntry, after a failure it
+        means nothing. Message thread; takes no lock, so that a long reading never holds up the notification thread.
         @returns 0, or 1 when the request failed
     */
     int readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
@@ -111,7 +114,7 @@ private:
     static constexpr std::size_t replyFixedSize = 64;
 
     void readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData);
-    bool sendCommand (const DriverProtocol::CommandEnvelope& request, DriverProtocol::CommandEnvelope& reply);
+    bool sendCommand (DriverProtocol::CommandEnvelope& envelope);
     TransactionResult accessFirmwareCounters (DriverProtocol::FirmwareCounterAccess access);
 
     DriverProtocol::TransactionBlock block {};

@@ -1,6 +1,6 @@
 #include "device/Win32NotificationWindow.h"
 
-static constexpr auto windowName = "notification msg window";
+static constexpr auto windowClassName = "notification msg window";
 
 Win32NotificationWindow* Win32NotificationWindow::instance = nullptr;
 
@@ -70,11 +70,21 @@ void Win32NotificationWindow::run()
     windowClass.lpfnWndProc = windowProcedure;
     windowClass.hInstance = GetModuleHandleA (nullptr);
     windowClass.hbrBackground = reinterpret_cast<HBRUSH> (static_cast<LONG_PTR> (COLOR_WINDOW + 1));
-    windowClass.lpszClassName = windowName;
+    windowClass.lpszClassName = windowClassName;
     RegisterClassExA (&windowClass);
 
-    const auto handle =
-        CreateWindowExA (0, windowName, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, windowClass.hInstance, nullptr);
+    const auto handle = CreateWindowExA (0,
+                                         windowClassName,
+                                         nullptr,
+                                         0,
+                                         0,
+                                         0,
+                                         0,
+                                         0,
+                                         HWND_MESSAGE,
+                                         nullptr,
+                                         windowClass.hInstance,
+                                         nullptr);
 
     if (handle == nullptr)
         return;

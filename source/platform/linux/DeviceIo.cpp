@@ -48,6 +48,9 @@ struct Reply
     ssize_t size = -1;         /**< Bytes of the whole packet, error word included; -1 with errno set. */
     bool truncated = false;    /**< It was longer than the room for it. */
     FileDescriptor descriptor; /**< The first one that came with it, if any. */
+
+    /** Not what a driver may answer. */
+    bool isBroken() const noexcept { return truncated || size < static_cast<ssize_t> (sizeof (std::uint32_t)); }
 };
 
 /** One open device interface: the connection to its driver, and the sections the driver handed out over it. */
@@ -66,7 +69,7 @@ public:
     {
         const std::scoped_lock locked (lock);
 
-        if (const auto error = dropLateReplies(); error != ERROR_SUCCESS)
+        if (const auto error = dropLateReply(); error != ERROR_SUCCESS)
             return error;
 
         if (const auto error = send (controlCode, input, inputSize, outputSize); error != ERROR_SUCCESS)
@@ -78,11 +81,11 @@ public:
 
         if (reply.size < 0 && isTimeout (errno))
         {
-            ++lateReplies;
+            replyIsDue = true;
             return ERROR_SEM_TIMEOUT;
         }
 
-        if (reply.truncated || reply.size < static_cast<ssize_t> (sizeof (driverError)))
+        if (reply.isBroken())
             return breakUp();
 
         if (driverError != ERROR_SUCCESS)
@@ -100,10 +103,10 @@ private:
         return ERROR_DEVICE_NOT_CONNECTED;
     }
 
-    /** Takes in the replies to requests that had been given up; they come in order, before any other. */
-    DWORD dropLateReplies()
+    /** Takes in the reply to a request that had been given up, before anything else is asked. */
+    DWORD dropLateReply()
     {
-        for (; lateReplies > 0; --lateReplies)
+        if (replyIsDue)
         {
             std::uint32_t ignored = 0;
             const auto reply = receive (ignored, MSG_DONTWAIT);
@@ -111,8 +114,10 @@ private:
             if (reply.size < 0 && isTimeout (errno))
                 return ERROR_SEM_TIMEOUT;
 
-            if (reply.size <= 0)
+            if (reply.isBroken())
                 return breakUp();
+
+            replyIsDue = false;
         }
 
         return broken ? ERROR_DEVICE_NOT_CONNECTED : ERROR_SUCCESS;
@@ -214,7 +219,7 @@ private:
     std::mutex lock;
     FileDescriptor socket;
     bool broken = false;
-    unsigned int lateReplies = 0;
+    bool replyIsDue = false; // to a request that was given up
     std::vector<char> buffer;
     std::vector<std::unique_ptr<Section>> sections;
 };

@@ -21,7 +21,7 @@ static int addWatch (const FileDescriptor& events, const FileDescriptor& folder,
     return ::inotify_add_watch (events.get(), path.c_str(), mask | IN_ONLYDIR);
 }
 
-/** Watches machine/interfaces, and the machine folder for the arrival of interfaces/ itself. */
+/** Watches machine/interfaces, and the machine folder in case interfaces/ itself comes or goes. */
 void InterfaceWatcher::startWatching()
 {
     events = FileDescriptor (::inotify_init1 (IN_NONBLOCK | IN_CLOEXEC));
@@ -32,7 +32,7 @@ void InterfaceWatcher::startWatching()
     if (! events || ! machine)
         return;
 
-    addWatch (events, machine, IN_CREATE | IN_MOVED_TO);
+    addWatch (events, machine, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
 
     if (const auto interfaces = MachineFolder::openFolder (machine.get(), interfacesFolder); interfaces)
         interfacesWatch = addWatch (events, interfaces, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
@@ -54,46 +54,41 @@ void InterfaceWatcher::reportEverythingAgain (std::vector<InterfaceChange>& chan
         note (true, name, changes);
 }
 
-/** Takes in all that the kernel has queued; true when there was anything. */
+/** Takes in some of what the kernel has queued, so that no storm of changes keeps us here; true when there was any. */
 bool InterfaceWatcher::readEvents (std::vector<InterfaceChange>& changes)
 {
     alignas (inotify_event) std::array<char, 16384> buffer;
-    bool any = false;
+    const auto size = ::read (events.get(), buffer.data(), buffer.size());
 
-    for (;;)
+    if (size <= 0)
+        return false;
+
+    for (std::size_t offset = 0; offset < static_cast<std::size_t> (size);)
     {
-        const auto size = ::read (events.get(), buffer.data(), buffer.size());
+        inotify_event event;
+        std::memcpy (&event, buffer.data() + offset, sizeof (event));
 
-        if (size <= 0)
-            return any;
+        const auto* text = buffer.data() + offset + sizeof (event);
+        const std::string name (text, event.len > 0 ? ::strnlen (text, event.len) : 0);
+        offset += sizeof (event) + event.len;
 
-        any = true;
-
-        for (std::size_t offset = 0; offset < static_cast<std::size_t> (size);)
+        if ((event.mask & IN_Q_OVERFLOW) != 0)
         {
-            inotify_event event;
-            std::memcpy (&event, buffer.data() + offset, sizeof (event));
-
-            const auto* text = buffer.data() + offset + sizeof (event);
-            const std::string name (text, event.len > 0 ? ::strnlen (text, event.len) : 0);
-            offset += sizeof (event) + event.len;
-
-            if ((event.mask & IN_Q_OVERFLOW) != 0)
-            {
-                reportEverythingAgain (changes);
-            }
-            else if (event.wd == interfacesWatch)
-            {
-                if ((event.mask & IN_ISDIR) != 0 && MachineFolder::isPresentName (name))
-                    note ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0, name, changes);
-            }
-            else if (name == interfacesFolder)
-            {
-                startWatching();
-                reportEverythingAgain (changes);
-            }
+            reportEverythingAgain (changes);
+        }
+        else if (event.wd == interfacesWatch)
+        {
+            if ((event.mask & IN_ISDIR) != 0 && MachineFolder::isPresentName (name))
+                note ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0, name, changes);
+        }
+        else if (name == interfacesFolder)
+        {
+            startWatching();
+            reportEverythingAgain (changes);
         }
     }
+
+    return true;
 }
 
 //==============================================================================

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/linux/FileDescriptor.h"
-#include <deque>
 #include <mutex>
 #include <set>
 #include <string>
@@ -14,8 +13,8 @@ struct InterfaceChange
     std::string name;
 };
 
-/** Follows the machine folder's interfaces, so that a caller is told of every one exactly once: either it was in
-    the listing, or its arrival is reported.
+/** Follows the machine folder's interfaces, so that a caller is told of every one: either it was in the
+    listing, or its arrival is reported, and more than once only after the kernel has lost changes.
 
     The watch starts before the first listing, and the listing is repeated until nothing changed during it.
     Any thread.
@@ -23,6 +22,7 @@ struct InterfaceChange
 class InterfaceWatcher
 {
 public:
+    /** The process's one watcher. */
     static InterfaceWatcher& get();
 
     /** Lists the present interfaces. While nobody listens this is also what later changes are counted from. */
@@ -30,9 +30,11 @@ public:
 
     /** Somebody wants the changes since the last listing (since now, if there was none). */
     void addListener();
+
+    /** Takes back one addListener; after the last one nothing is watched. */
     void removeListener();
 
-    /** Changes since the last call, in order. */
+    /** Changes since the last call, in order; the descriptor stays readable while there are more. */
     std::vector<InterfaceChange> fetchChanges();
 
     /** Readable when fetchChanges has something to do; -1 when the folder cannot be watched. */

@@ -336,8 +336,10 @@ BOOL UnregisterDeviceNotification (HDEVNOTIFY handle)
     if (const auto window = findWindow (registration->window); window != nullptr)
     {
         const std::scoped_lock locked (Windows::get().lock);
-        --window->registrations;
-        window->notifications.clear();
+
+        if (--window->registrations == 0)
+            window->notifications.clear();
+
         window->wake();
     }
 

@@ -46,15 +46,6 @@ struct GUID
     std::uint8_t Data4[8];
 };
 
-inline bool operator== (const GUID& a, const GUID& b) noexcept
-{
-    for (int i = 0; i < 8; ++i)
-        if (a.Data4[i] != b.Data4[i])
-            return false;
-
-    return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3;
-}
-
 union LARGE_INTEGER
 {
     std::int64_t QuadPart;
@@ -69,7 +60,6 @@ union LARGE_INTEGER
 
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
-inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
 inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
 inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
 inline constexpr DWORD ERROR_GEN_FAILURE = 31;
