@@ -265,39 +265,6 @@ TEST_F (SimulatorModel, LogStandsStillWhileItIsRead)
     EXPECT_GT (+readEntry (0).timestamp, +expected.back().timestamp);
 }
 
-TEST_F (SimulatorModel, RefusesRequestsThatItDoesNotKnow)
-{
-    const auto errorOf = [this] (std::uint32_t control, auto request, std::size_t inputSize, std::size_t capacity)
-    {
-        std::array<std::uint8_t, 92> output {};
-        const auto reply = model->handle (control, &request, inputSize, output.data(), capacity);
-        EXPECT_EQ (reply.outputSize, 0U);
-        EXPECT_TRUE (std::all_of (output.begin(), output.end(), [] (auto byte) { return byte == 0; }));
-        return reply.error;
-    };
-
-    CommandEnvelope envelope {};
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_COMMAND, envelope, 64, 64), invalidFunction);
-    envelope.code = ReadStreamStatus;
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_COMMAND, envelope, 63, 64), invalidParameter);
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_COMMAND, envelope, 64, 63), insufficientBuffer);
-
-    TransactionBlock block { 0, fullLength, {}, 0, AccessFirmwareCounters, 0, {} };
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_TRANSACTION, block, 91, 92), invalidParameter);
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_TRANSACTION, block, 92, 91), insufficientBuffer);
-    block.words[0] = 1;
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_TRANSACTION, block, 92, 92), invalidParameter);
-    block.code = ProbeDevice;
-    block.length = headerLength;
-    EXPECT_EQ (errorOf (IOCTL_DEVICE_TRANSACTION, block, 28, 27), insufficientBuffer);
-
-    // A probe's reply is cut to the room for it.
-    std::array<std::uint8_t, 464> area;
-    EXPECT_EQ (model->handle (IOCTL_DEVICE_TRANSACTION, &block, 28, area.data(), 28).outputSize, 28U);
-    EXPECT_EQ (model->handle (IOCTL_DEVICE_TRANSACTION, &block, 28, area.data(), area.size()).outputSize,
-               DeviceModel::probeReplySize);
-}
-
 TEST_F (SimulatorModel, TakesOddTimes)
 {
     const auto count = model->getStatistics().recordBufferCount;
