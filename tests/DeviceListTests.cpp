@@ -100,7 +100,7 @@ TEST (DeviceListTests, namesComeFromTheRegistryAsFarAsTheyCan)
 
     for (const auto& c : { Case { std::nullopt, "Tamrix" },
                            Case { "Deck" + z, "Deck" },
-                           Case { "De" + z + "ck" + z, "De" },
+                           Case { std::string ("De\0ck\0", 6), "De" },
                            Case { "", "" },
                            Case { z, "" },
                            Case { std::string (63, 'n') + z, juce::String::repeatedString ("n", 63) },

@@ -56,6 +56,11 @@ void App::initialise (const juce::String&)
     quit();
 }
 
+const juce::String App::getApplicationVersion()
+{
+    return QUENDEL_VERSION;
+}
+
 void App::shutdown()
 {
     mainWindow.reset();

@@ -12,7 +12,7 @@ public:
     void initialise (const juce::String& commandLine) override;
     void shutdown() override;
     const juce::String getApplicationName() override { return "Quendel"; }
-    const juce::String getApplicationVersion() override { return "1.0"; }
+    const juce::String getApplicationVersion() override;
     void systemRequestedQuit() override { quit(); }
 
 private:
