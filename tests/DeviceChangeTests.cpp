@@ -158,13 +158,6 @@ TEST_F (DeviceChangeTests, postedMessagesDieWithTheirListener)
 }
 
 //==============================================================================
-/** How long a test runs that can run for as long as one likes. */
-int getCount (const char* variable, int usual)
-{
-    const char* wanted = std::getenv (variable);
-    return wanted != nullptr ? std::atoi (wanted) : usual;
-}
-
 /** A view that a machine changes under. */
 struct DeviceChangeSoakTests : public DeviceChangeTests
 {

@@ -1,5 +1,6 @@
 #include "events/EventNames.h"
 #include "tests/support/Desktop.h"
+#include "tests/support/TestDriver.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -567,8 +568,7 @@ TEST_F (EndToEnd, GoesOnWhenADriverStopsAnswering)
 TEST_F (EndToEnd, StartsAndStopsInAStormOfChanges)
 {
     startDriver ("Alpha");
-    const auto* wanted = std::getenv ("QUENDEL_STORM_ROUNDS");
-    const int rounds = wanted != nullptr ? std::atoi (wanted) : 5;
+    const int rounds = getCount ("QUENDEL_STORM_ROUNDS", 5);
     std::atomic<bool> calm { false };
 
     std::thread storm (
@@ -578,7 +578,7 @@ TEST_F (EndToEnd, StartsAndStopsInAStormOfChanges)
             {
                 const auto name = "S" + std::to_string (i % 5);
                 driver->order ("plug " + name);
-                driver->order ((i % 3 == 0 ? "kill S" : "unplug S") + std::to_string (i % 5));
+                driver->order ((i % 3 == 0 ? "kill " : "unplug ") + name);
             }
         });
 

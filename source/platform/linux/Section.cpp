@@ -67,11 +67,13 @@ std::uintptr_t mapBelow4GiB (Sections& sections, const FileDescriptor& file, std
                                file.get(),
                                0);
 
-        if (mapped == MAP_FAILED && errno != EEXIST)
-            return 0; // no other address would do either
-
         if (mapped == MAP_FAILED)
-            continue;
+        {
+            if (errno == EEXIST)
+                continue;
+
+            return 0; // no other address would do either
+        }
 
         if (reinterpret_cast<std::uintptr_t> (mapped) == wanted)
         {
