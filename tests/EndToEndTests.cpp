@@ -306,7 +306,7 @@ TEST_P (EndToEndWindows, ShowsTwoDevicesAndAsksForNothingElse)
 }
 
 //==============================================================================
-TEST_P (EndToEndWindows, ReturnResetsAndEscapeQuitsWhateverWasClicked)
+TEST_P (EndToEndWindows, ReturnResetsOnceWhateverWasClicked)
 {
     startDriver ("Alpha,Beta");
     start();
@@ -336,7 +336,7 @@ TEST_P (EndToEndWindows, ReturnResetsAndEscapeQuitsWhateverWasClicked)
 
     click (saveButton);
     waitForMessageBox();
-    close ("Quendel", "Escape");
+    close ("Quendel", "Return");
     desktop.press ({ "Return" });
     expectReset();
 
@@ -346,6 +346,30 @@ TEST_P (EndToEndWindows, ReturnResetsAndEscapeQuitsWhateverWasClicked)
     desktop.press ({ "Return" });
     expectReset();
 
+    quit();
+}
+
+TEST_P (EndToEndWindows, EscapeQuitsWhateverWasClicked)
+{
+    startDriver ("Alpha,Beta");
+    launch();
+    quit();
+
+    start();
+    click (resetButton);
+    waitUntil ("a reset", [&] { return driver->getCounts ("Alpha")["clear-counters"] == 1; });
+    quit();
+
+    start();
+    click (saveButton);
+    waitForMessageBox();
+    close ("Quendel", "Escape");
+    quit();
+
+    start();
+    click (eventsButton);
+    desktop.waitForWindow (eventLog);
+    close (eventLog, "Escape");
     quit();
 }
 
