@@ -1,4 +1,4 @@
-#include "tests/support/Toolkit.h"
+#include "tests/unit/support/Toolkit.h"
 
 #include <benchmark/benchmark.h>
 

@@ -3,7 +3,7 @@
 #include "events/EventDisplayWindowContent.h"
 #include "events/EventList.h"
 #include "stats/Content.h"
-#include "tests/support/TestDriver.h"
+#include "tests/unit/support/TestDriver.h"
 
 #include <cstring>
 #include <sys/socket.h>

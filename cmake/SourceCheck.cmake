@@ -32,11 +32,11 @@ quendel_collect_sources ("${CMAKE_CURRENT_SOURCE_DIR}")
 set (folders "source")
 
 if (NOT WIN32)
-    list (APPEND folders "simulator")
+    list (APPEND folders "drivers")
 endif()
 
 if (QUENDEL_TESTS AND NOT WIN32)
-    list (APPEND folders "tests")
+    list (APPEND folders "tests/unit")
 endif()
 
 if (QUENDEL_BENCHMARKS AND NOT WIN32)
@@ -44,7 +44,7 @@ if (QUENDEL_BENCHMARKS AND NOT WIN32)
 endif()
 
 if (QUENDEL_FUZZERS)
-    list (APPEND folders "fuzz")
+    list (APPEND folders "tests/fuzz")
 endif()
 
 foreach (folder IN LISTS folders)

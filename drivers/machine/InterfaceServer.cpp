@@ -1,0 +1,406 @@
+#include "drivers/machine/InterfaceServer.h"
+
+#include "drivers/simulator/model/DeviceModel.h"
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+namespace Simulation
+{
+
+namespace
+{
+constexpr std::size_t requestHeaderSize = 8;
+
+// The largest request that a client has is far smaller; what is longer is cut and refused.
+constexpr std::size_t maximumPacketSize = 4096;
+
+std::uint32_t readWord (std::span<const std::uint8_t> bytes, std::size_t offset)
+{
+    std::uint32_t word = 0;
+
+    for (std::size_t i = 0; i < sizeof (word); ++i)
+        word |= static_cast<std::uint32_t> (bytes[offset + i]) << (8 * i);
+
+    return word;
+}
+
+std::string describeError (const std::string& what)
+{
+    return what + ": " + std::strerror (errno);
+}
+
+/* A socket's path may be longer than its address has room for, so it is named through its folder's
+   descriptor. */
+sockaddr_un socketAddress (int folderDescriptor)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+
+    const auto path = "/proc/self/fd/" + std::to_string (folderDescriptor) + "/driver";
+    std::memcpy (address.sun_path, path.c_str(), path.size() + 1);
+    return address;
+}
+
+const sockaddr* asGeneric (const sockaddr_un& address)
+{
+    return reinterpret_cast<const sockaddr*> (&address);
+}
+
+FileDescriptor openFolder (int parent, const std::string& name)
+{
+    return FileDescriptor (::openat (parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+FileDescriptor makeSocket()
+{
+    return FileDescriptor (::socket (AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+bool isServed (int folderDescriptor)
+{
+    const auto address = socketAddress (folderDescriptor);
+    const auto client = makeSocket();
+    return ::connect (client.get(), asGeneric (address), sizeof (address)) == 0 || errno == EAGAIN;
+}
+
+bool writeFile (int folder, const char* path, const Bytes& bytes)
+{
+    const FileDescriptor file (::openat (folder, path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+
+    return file.isOpen() && ::write (file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t> (bytes.size());
+}
+
+/* Removes what an interface consists of; a folder with anything else in it stays. */
+void removeFolder (int interfaces, const std::string& name)
+{
+    for (const auto* file : { "/registry/hwinfo_caps", "/registry/unique_name", "/driver" })
+        ::unlinkat (interfaces, (name + file).c_str(), 0);
+
+    ::unlinkat (interfaces, (name + "/registry").c_str(), AT_REMOVEDIR);
+    ::unlinkat (interfaces, name.c_str(), AT_REMOVEDIR);
+}
+} // namespace
+
+//==============================================================================
+Reply Reply::success (std::span<const std::uint8_t> output)
+{
+    auto reply = failure (noError);
+    reply.packet.insert (reply.packet.end(), output.begin(), output.end());
+    return reply;
+}
+
+Reply Reply::failure (std::uint32_t error)
+{
+    Reply reply;
+
+    for (int shift = 0; shift < 32; shift += 8)
+        reply.packet.push_back (static_cast<std::uint8_t> (error >> shift));
+
+    return reply;
+}
+
+//==============================================================================
+InterfaceServer::InterfaceServer (InterfaceSetup newSetup, RequestHandler& newHandler)
+    : setup (std::move (newSetup)),
+      handler (newHandler),
+      section (setup.sectionSize),
+      poller (::epoll_create1 (EPOLL_CLOEXEC))
+{
+}
+
+InterfaceServer::~InterfaceServer()
+{
+    if (present)
+        kill();
+}
+
+std::string InterfaceServer::plugIn()
+{
+    if (present || gone)
+        return "the interface has been plugged in before";
+
+    if (setup.name.empty() || setup.name.front() == '.' || setup.name.find ('/') != std::string::npos)
+        return "\"" + setup.name + "\" cannot be an interface's name";
+
+    if (! section.isOpen() || ! poller.isOpen())
+        return describeError ("no memory for an interface");
+
+    interfaces = openFolder (AT_FDCWD, setup.machineFolder + "/interfaces");
+
+    if (! interfaces.isOpen())
+        return describeError (setup.machineFolder + "/interfaces");
+
+    const auto hiddenName = "." + setup.name;
+
+    if (! removeAbandoned (setup.machineFolder, setup.name) || ! removeAbandoned (setup.machineFolder, hiddenName))
+        return "interface " + setup.name + " exists already";
+
+    if (::mkdirat (interfaces.get(), hiddenName.c_str(), 0700) != 0)
+        return describeError (hiddenName);
+
+    auto error = fillFolder();
+
+    if (error.empty() && ::renameat (interfaces.get(), hiddenName.c_str(), interfaces.get(), setup.name.c_str()) != 0)
+        error = describeError (setup.name);
+
+    if (! error.empty())
+    {
+        listener.reset();
+        removeFolder (interfaces.get(), hiddenName);
+        return error;
+    }
+
+    present = true;
+    return {};
+}
+
+std::string InterfaceServer::fillFolder()
+{
+    folder = openFolder (interfaces.get(), "." + setup.name);
+
+    if (setup.hasRegistryKey)
+    {
+        if (::mkdirat (folder.get(), "registry", 0700) != 0)
+            return describeError ("registry");
+
+        if (setup.capabilities && ! writeFile (folder.get(), "registry/hwinfo_caps", *setup.capabilities))
+            return describeError ("registry/hwinfo_caps");
+
+        if (setup.uniqueName && ! writeFile (folder.get(), "registry/unique_name", *setup.uniqueName))
+            return describeError ("registry/unique_name");
+    }
+
+    return listen();
+}
+
+std::string InterfaceServer::listen()
+{
+    const auto address = socketAddress (folder.get());
+    listener = makeSocket();
+
+    if (! listener.isOpen() || ::bind (listener.get(), asGeneric (address), sizeof (address)) != 0
+        || ::listen (listener.get(), SOMAXCONN) != 0)
+    {
+        auto error = describeError ("driver");
+        listener.reset();
+        return error;
+    }
+
+    watch (EPOLL_CTL_ADD, listener.get(), true);
+    return {};
+}
+
+bool InterfaceServer::removeAbandoned (const std::string& machineFolder, const std::string& folderName)
+{
+    const auto parent = openFolder (AT_FDCWD, machineFolder + "/interfaces");
+
+    if (const auto found = openFolder (parent.get(), folderName); found.isOpen() && isServed (found.get()))
+        return false;
+
+    removeFolder (parent.get(), folderName);
+
+    struct stat status;
+    return ::fstatat (parent.get(), folderName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0;
+}
+
+void InterfaceServer::hideFolder()
+{
+    ::renameat (interfaces.get(), setup.name.c_str(), interfaces.get(), ("." + setup.name).c_str());
+}
+
+//==============================================================================
+void InterfaceServer::unplug()
+{
+    if (! present)
+        return;
+
+    // Whoever has opened it is to be told.
+    acceptConnections();
+
+    // Before the folder goes: a client that probes on the news of it must find the device gone.
+    present = false;
+    gone = true;
+    answering = true;
+    answerPending();
+    hideFolder();
+    section.cut();
+    listener.reset();
+    removeFolder (interfaces.get(), "." + setup.name);
+}
+
+void InterfaceServer::kill()
+{
+    if (! present)
+        return;
+
+    present = false;
+    gone = true;
+    section.cut();
+    connections.clear();
+    listener.reset();
+    hideFolder();
+    removeFolder (interfaces.get(), "." + setup.name);
+}
+
+//==============================================================================
+void InterfaceServer::watch (int operation, int descriptor, bool isReading) const
+{
+    epoll_event event {};
+
+    if (isReading)
+        event.events = EPOLLIN;
+
+    event.data.fd = descriptor;
+    ::epoll_ctl (poller.get(), operation, descriptor, &event);
+}
+
+bool InterfaceServer::serve (int timeoutMilliseconds)
+{
+    std::array<epoll_event, 16> ready {};
+    const auto numReady =
+        ::epoll_wait (poller.get(), ready.data(), static_cast<int> (ready.size()), timeoutMilliseconds);
+
+    for (int i = 0; i < numReady; ++i)
+    {
+        const auto descriptor = ready[static_cast<std::size_t> (i)].data.fd;
+
+        if (descriptor == listener.get())
+        {
+            acceptConnections();
+            continue;
+        }
+
+        const auto isOurs = [descriptor] (const auto& connection) { return connection->socket.get() == descriptor; };
+        const auto found = std::find_if (connections.begin(), connections.end(), isOurs);
+
+        // While a request is pending, all that is reported is that the client has gone.
+        if (found != connections.end() && ((*found)->pending || ! receive (**found)))
+            connections.erase (found);
+    }
+
+    return numReady > 0;
+}
+
+void InterfaceServer::acceptConnections()
+{
+    for (;;)
+    {
+        FileDescriptor socket (::accept4 (listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+
+        if (! socket.isOpen())
+            return;
+
+        watch (EPOLL_CTL_ADD, socket.get(), true);
+        connections.push_back (std::make_unique<Connection> (Connection { std::move (socket), {} }));
+        ++numOpens;
+    }
+}
+
+/* Returns false when the connection is to be closed; so do the two below. */
+bool InterfaceServer::receive (Connection& connection)
+{
+    std::array<std::uint8_t, maximumPacketSize> buffer;
+    const auto size = ::recv (connection.socket.get(), buffer.data(), buffer.size(), MSG_TRUNC);
+
+    if (size < 0)
+        return errno == EAGAIN || errno == EINTR;
+
+    if (static_cast<std::size_t> (size) < requestHeaderSize)
+        return false;
+
+    if (static_cast<std::size_t> (size) > buffer.size())
+    {
+        const auto refusal = Reply::failure (invalidParameter).packet;
+        return ::send (connection.socket.get(), refusal.data(), refusal.size(), MSG_NOSIGNAL) >= 0;
+    }
+
+    const auto packet = std::span (buffer).first (static_cast<std::size_t> (size));
+    handler.received ({ readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize) });
+
+    if (answering)
+        return answer (connection, packet);
+
+    connection.pending.emplace (packet.begin(), packet.end());
+    watch (EPOLL_CTL_MOD, connection.socket.get(), false);
+    return true;
+}
+
+bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8_t> packet)
+{
+    const Request request { readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize) };
+    auto reply = gone ? Reply::failure (deviceNotConnected) : handler.handle (request);
+
+    if (reply.packet.empty())
+        return false;
+
+    iovec bytes { reply.packet.data(), reply.packet.size() };
+    alignas (cmsghdr) std::array<char, CMSG_SPACE (sizeof (int))> control {};
+    msghdr message {};
+    message.msg_iov = &bytes;
+    message.msg_iovlen = 1;
+
+    if (reply.handsOutSection)
+    {
+        const auto descriptor = section.getReadOnlyDescriptor();
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+
+        auto* header = CMSG_FIRSTHDR (&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN (sizeof (descriptor));
+        std::memcpy (CMSG_DATA (header), &descriptor, sizeof (descriptor));
+    }
+
+    // A client that does not take its replies until the socket is full has no use for them.
+    return ::sendmsg (connection.socket.get(), &message, MSG_NOSIGNAL) >= 0;
+}
+
+void InterfaceServer::setAnswering (bool shouldAnswer)
+{
+    answering = shouldAnswer || gone;
+
+    if (answering)
+        answerPending();
+}
+
+void InterfaceServer::answerPending()
+{
+    std::erase_if (connections,
+                   [this] (const std::unique_ptr<Connection>& connection)
+                   {
+                       if (! connection->pending)
+                           return false;
+
+                       const auto packet = std::exchange (connection->pending, std::nullopt).value();
+                       watch (EPOLL_CTL_MOD, connection->socket.get(), true);
+                       return ! answer (*connection, packet);
+                   });
+}
+
+std::string InterfaceServer::setOpening (bool shouldOpen)
+{
+    if (! present || shouldOpen == listener.isOpen())
+        return {};
+
+    if (shouldOpen)
+        return listen();
+
+    // Those that are waiting opened it before.
+    acceptConnections();
+    listener.reset();
+    ::unlinkat (folder.get(), "driver", 0);
+    return {};
+}
+
+} // namespace Simulation

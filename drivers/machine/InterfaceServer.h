@@ -1,0 +1,175 @@
+#pragma once
+
+#include "drivers/machine/FileDescriptor.h"
+#include "drivers/machine/Section.h"
+#include "stats/StatisticsBlock.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Simulation
+{
+
+using Bytes = std::vector<std::uint8_t>;
+
+/** One request of a client, as it came out of the socket. */
+struct Request
+{
+    std::uint32_t controlCode;
+    std::uint32_t outputSize;            /**< What the client has room for; any number at all. */
+    std::span<const std::uint8_t> input; /**< Valid during the call. */
+};
+
+/** How a request is answered. */
+struct Reply
+{
+    /** Success, with these bytes for the client's output buffer. */
+    static Reply success (std::span<const std::uint8_t> output);
+
+    /** Failure with a Windows error code. */
+    static Reply failure (std::uint32_t error);
+
+    /** The whole packet: the little-endian error word and the output bytes. It is sent as it is, so that a
+        faulty driver can be played, too; an empty one closes the connection instead. */
+    Bytes packet;
+
+    /** Attaches the interface's section to the packet. */
+    bool handsOutSection = false;
+};
+
+/** Answers the requests that an InterfaceServer receives.
+
+    Called by the thread that uses the server, inside InterfaceServer::serve() and setAnswering().
+*/
+class RequestHandler
+{
+public:
+    virtual ~RequestHandler() = default;
+
+    /** A request has come in. It is handled at once, or later when the server is told not to answer. */
+    virtual void received (const Request&) {}
+
+    /** Called once for every request, in the order of each connection; not once the device has gone. */
+    virtual Reply handle (const Request& request) = 0;
+};
+
+/** What a device interface looks like in the machine folder. */
+struct InterfaceSetup
+{
+    std::string machineFolder; /**< Has the folder "interfaces" already. */
+    std::string name;          /**< Of the interface's folder: no slash, no dot in front. */
+    bool hasRegistryKey = true;
+    std::optional<Bytes> capabilities; /**< Registry value "hwinfo_caps"; none: the value is missing. */
+    std::optional<Bytes> uniqueName;   /**< Registry value "unique_name", with its terminator. */
+    std::size_t sectionSize = sizeof (StatisticsBlock); /**< Bytes. */
+};
+
+/** Serves one device interface in a machine folder: its folder, its registry values, its driver socket, any
+    number of connections to it, and its section.
+
+    The owner waits until getDescriptor() is readable, or calls serve() with a timeout. Nothing happens in between;
+    the server has no thread of its own. Any thread may use it, one at a time.
+*/
+class InterfaceServer
+{
+public:
+    /** @param handler  not owned; must outlive the server */
+    InterfaceServer (InterfaceSetup setup, RequestHandler& handler);
+
+    /** Closes every connection; an interface that is present goes as with kill(). */
+    ~InterfaceServer();
+
+    InterfaceServer (const InterfaceServer&) = delete;
+    InterfaceServer& operator= (const InterfaceServer&) = delete;
+
+    //==============================================================================
+    /** Makes the interface present; possible once.
+
+        Whatever stands in the way is treated as by removeAbandoned().
+
+        @returns an empty string, or one line that says why it could not be done; then nothing is left behind
+    */
+    std::string plugIn();
+
+    /** Takes the interface away in an orderly manner.
+
+        From now on every request fails with ERROR_DEVICE_NOT_CONNECTED, those not answered yet included; then
+        the interface's folder goes and the section is cut. Connections stay until the clients close them, so
+        go on serving until getNumConnections() is 0.
+    */
+    void unplug();
+
+    /** Takes the interface away as a crash would: the section is cut and every connection closed, requests
+        not answered yet included. */
+    void kill();
+
+    bool isPresent() const { return present; }
+
+    /** Removes the folder of an interface whose server was killed; one that is served, or that has anything
+        else in it, stays.
+
+        @param folderName  in the folder "interfaces", with the dot that it may begin with
+        @returns           true when there is no such folder any more
+    */
+    static bool removeAbandoned (const std::string& machineFolder, const std::string& folderName);
+
+    //==============================================================================
+    /** Readable when serve() has something to do. Owned by the server. */
+    int getDescriptor() const { return poller.get(); }
+
+    /** Accepts connections and answers requests that are there, waiting up to this many milliseconds for the
+        first (-1: for as long as it takes; 0: not at all).
+
+        @returns false when there was nothing to do
+    */
+    bool serve (int timeoutMilliseconds);
+
+    /** When false, requests are received and stay unanswered; true answers them. */
+    void setAnswering (bool shouldAnswer);
+
+    /** When false, opening the interface fails although it is present.
+
+        @returns an empty string, or one line that says why it could not be done
+    */
+    std::string setOpening (bool shouldOpen);
+
+    Section& getSection() { return section; }
+
+    std::size_t getNumConnections() const { return connections.size(); }
+
+    /** Connections accepted so far. */
+    std::uint64_t getNumOpens() const { return numOpens; }
+
+private:
+    struct Connection
+    {
+        FileDescriptor socket;
+        std::optional<Bytes> pending; // received and not answered; nothing more is read meanwhile
+    };
+
+    std::string fillFolder();
+    std::string listen();
+    void hideFolder();
+    void acceptConnections();
+    bool receive (Connection& connection);
+    bool answer (Connection& connection, std::span<const std::uint8_t> packet);
+    void answerPending();
+    void watch (int operation, int descriptor, bool isReading) const;
+
+    const InterfaceSetup setup;
+    RequestHandler& handler;
+    Section section;
+    FileDescriptor poller, interfaces, folder, listener;
+    std::vector<std::unique_ptr<Connection>> connections;
+    std::uint64_t numOpens = 0;
+    bool present = false;
+    bool gone = false;
+    bool answering = true;
+};
+
+} // namespace Simulation

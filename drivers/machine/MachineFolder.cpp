@@ -1,0 +1,129 @@
+#include "drivers/machine/MachineFolder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace Simulation
+{
+
+MachineFolder::~MachineFolder()
+{
+    remove();
+}
+
+std::string MachineFolder::getDefaultPath()
+{
+    if (const auto* machine = std::getenv ("QUENDEL_MACHINE"); machine != nullptr && *machine != 0)
+        return machine;
+
+    if (const auto* runtime = std::getenv ("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != 0)
+        return std::string (runtime) + "/quendel-machine";
+
+    return "/tmp/quendel-machine-" + std::to_string (::getuid());
+}
+
+std::string MachineFolder::create (const std::string& newPath, const std::vector<std::string>& controllers)
+{
+    path = newPath;
+    auto error = fill (controllers);
+
+    if (! error.empty())
+        remove();
+
+    return error;
+}
+
+std::string MachineFolder::fill (const std::vector<std::string>& controllers)
+{
+    if (auto error = makeFolder (path); ! error.empty())
+        return error;
+
+    if (auto error = lockFolder(); ! error.empty())
+        return error;
+
+    for (const auto& folder : { path + "/interfaces", path + "/controllers" })
+        if (auto error = makeFolder (folder); ! error.empty())
+            return error;
+
+    for (std::size_t i = 0; i < controllers.size(); ++i)
+    {
+        // Programs list controllers in the order of their file names.
+        char name[48];
+        std::snprintf (name, sizeof (name), "/controllers/simulated-%04zu", i);
+
+        const auto file = path + name;
+        const auto line = controllers[i] + "\n";
+        const FileDescriptor output (
+            ::open (file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+
+        if (! output.isOpen())
+            return file + ": " + std::strerror (errno);
+
+        filesMade.push_back (file);
+
+        if (::write (output.get(), line.data(), line.size()) != static_cast<ssize_t> (line.size()))
+            return file + ": " + std::strerror (errno);
+    }
+
+    return {};
+}
+
+std::string MachineFolder::lockFolder()
+{
+    lock = FileDescriptor (::open (path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+
+    if (! lock.isOpen())
+        return path + ": " + std::strerror (errno);
+
+    if (::flock (lock.get(), LOCK_EX | LOCK_NB) != 0)
+        return path + " has a simulator in it already";
+
+    return {};
+}
+
+std::string MachineFolder::makeFolder (const std::string& folder)
+{
+    if (::mkdir (folder.c_str(), 0700) == 0)
+    {
+        foldersMade.push_back (folder);
+        return {};
+    }
+
+    if (errno != EEXIST)
+        return folder + ": " + std::strerror (errno);
+
+    // The link's own status: what it points to may change hands.
+    struct stat status;
+
+    if (::lstat (folder.c_str(), &status) != 0)
+        return folder + ": " + std::strerror (errno);
+
+    if (! S_ISDIR (status.st_mode))
+        return folder + " is not a folder";
+
+    if (status.st_uid != ::geteuid())
+        return folder + " belongs to another user";
+
+    return {};
+}
+
+void MachineFolder::remove()
+{
+    for (const auto& file : filesMade)
+        ::unlink (file.c_str());
+
+    // A folder that somebody has put something into stays.
+    for (auto folder = foldersMade.rbegin(); folder != foldersMade.rend(); ++folder)
+        ::rmdir (folder->c_str());
+
+    filesMade.clear();
+    foldersMade.clear();
+}
+
+} // namespace Simulation

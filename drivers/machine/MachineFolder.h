@@ -1,0 +1,50 @@
+#pragma once
+
+#include "drivers/machine/FileDescriptor.h"
+
+#include <string>
+#include <vector>
+
+namespace Simulation
+{
+
+/** The folder in which a simulated machine is found: its controllers, and room for its interfaces.
+
+    Takes away again what it made, when it is destroyed. Whatever else is in the folder stays.
+*/
+class MachineFolder
+{
+public:
+    MachineFolder() = default;
+    ~MachineFolder();
+
+    MachineFolder (const MachineFolder&) = delete;
+    MachineFolder& operator= (const MachineFolder&) = delete;
+
+    /** Where the folder is unless somebody says otherwise: $QUENDEL_MACHINE, or quendel-machine in
+        $XDG_RUNTIME_DIR, or /tmp/quendel-machine- with the user's number. */
+    static std::string getDefaultPath();
+
+    /** Makes the folder, or takes one that is there, belongs to this user and has no simulator in it.
+
+        @param newPath      its parent must exist
+        @param controllers  device-instance ids of the machine's host controllers
+        @returns            an empty string, or one line that says why it could not be done; then nothing is
+                            left behind
+    */
+    std::string create (const std::string& newPath, const std::vector<std::string>& controllers);
+
+    const std::string& getPath() const { return path; }
+
+private:
+    std::string lockFolder();
+    std::string makeFolder (const std::string& folder);
+    std::string fill (const std::vector<std::string>& controllers);
+    void remove();
+
+    std::string path;
+    FileDescriptor lock; // two simulators in one folder would take each other's things away
+    std::vector<std::string> foldersMade, filesMade;
+};
+
+} // namespace Simulation

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "drivers/machine/FileDescriptor.h"
+
+#include <cstddef>
+
+namespace Simulation
+{
+
+/** Shared memory that a driver hands out, and takes away again when its device goes.
+
+    Used by one thread at a time; the processes that map it read it whenever they like.
+*/
+class Section
+{
+public:
+    /** Makes a section of this many zero bytes; isOpen() tells whether there was memory for it. */
+    explicit Section (std::size_t size);
+
+    bool isOpen() const { return readOnly.isOpen(); }
+
+    /** Copies bytes to the front of the section, no more than fit; nothing once it is cut. */
+    void write (const void* bytes, std::size_t numBytes);
+
+    /** Takes the memory away: whoever reads a mapping of it from now on gets a fault. */
+    void cut();
+
+    /** What to hand out: it can be mapped for reading, not written or resized. Owned by the section. */
+    int getReadOnlyDescriptor() const { return readOnly.get(); }
+
+private:
+    FileDescriptor memory, readOnly;
+    std::size_t size;
+};
+
+} // namespace Simulation

@@ -1,0 +1,334 @@
+#include "drivers/simulator/Orders.h"
+
+#include "drivers/simulator/Simulator.h"
+
+#include <algorithm>
+
+namespace Simulation
+{
+
+namespace
+{
+using Words = std::vector<std::string_view>;
+using Devices = std::vector<SimulatedDevice*>;
+
+/** What an order works with: its words, and the devices that its second word names. */
+struct Call
+{
+    Simulator& simulator;
+    const Words& words;
+    Devices devices;
+};
+
+struct Order
+{
+    std::string_view name;
+    std::string_view arguments;
+    std::string_view explanation;
+    std::size_t minimumWords; // the order's name included
+    std::size_t maximumWords;
+    bool namesDevice;
+    std::string (*execute) (const Call& call);
+};
+
+std::string failed (const std::string& reason)
+{
+    return "error: " + reason;
+}
+
+//==============================================================================
+std::string plug (const Call& call)
+{
+    std::string name (call.words.size() > 1 ? call.words[1] : std::string_view());
+    const auto error = call.simulator.plug (name);
+    return error.empty() ? "ok " + name : failed (error);
+}
+
+std::string unplug (const Call& call)
+{
+    for (auto* device : call.devices)
+        call.simulator.unplug (*device);
+
+    return "ok";
+}
+
+std::string kill (const Call& call)
+{
+    for (auto* device : call.devices)
+        call.simulator.kill (*device);
+
+    return "ok";
+}
+
+std::string setRate (const Call& call)
+{
+    std::uint32_t hz = 0;
+
+    if (! parseNumber (call.words[2], hz) || ! DeviceModel::isSampleRate (hz))
+        return failed ("a rate is 22050 to 192000 Hz");
+
+    for (auto* device : call.devices)
+    {
+        device->advance();
+        device->getModel().setSampleRate (hz);
+    }
+
+    return "ok";
+}
+
+std::string setBuffer (const Call& call)
+{
+    std::uint32_t samples = 0;
+
+    if (! parseNumber (call.words[2], samples) || ! DeviceModel::isBufferSize (samples))
+        return failed ("a buffer is 16 to 8192 samples");
+
+    for (auto* device : call.devices)
+    {
+        device->advance();
+        device->getModel().setBufferSize (samples);
+    }
+
+    return "ok";
+}
+
+std::string glitch (const Call& call)
+{
+    for (auto* device : call.devices)
+        device->getModel().glitch();
+
+    return "ok";
+}
+
+std::string failOpening (const Call& call)
+{
+    const auto word = call.words.size() > 3 ? call.words[3] : std::string_view();
+
+    if (word != "always" && word != "never")
+        return failed ("open fails always or never");
+
+    for (auto* device : call.devices)
+        if (const auto error = device->getServer().setOpening (word == "never"); ! error.empty())
+            return failed (error);
+
+    return "ok";
+}
+
+std::string fail (const Call& call)
+{
+    if (call.words[2] == "open")
+        return failOpening (call);
+
+    const auto found = std::find (requestNames.begin(), requestNames.end(), call.words[2]);
+
+    if (found == requestNames.end())
+        return failed ("no such request: " + std::string (call.words[2]));
+
+    std::uint32_t count = 1;
+
+    if (call.words.size() > 3 && call.words[3] == "always")
+        count = SimulatedDevice::always;
+    else if (call.words.size() > 3 && call.words[3] == "never")
+        count = 0;
+    else if (call.words.size() > 3 && (! parseNumber (call.words[3], count) || count == SimulatedDevice::always))
+        return failed ("how often: a number, always or never");
+
+    for (auto* device : call.devices)
+        device->failNext (static_cast<RequestKind> (found - requestNames.begin()), count);
+
+    return "ok";
+}
+
+std::string stop (const Call& call)
+{
+    for (auto* device : call.devices)
+        device->getServer().setAnswering (false);
+
+    return "ok";
+}
+
+std::string resume (const Call& call)
+{
+    for (auto* device : call.devices)
+        device->getServer().setAnswering (true);
+
+    return "ok";
+}
+
+std::string fill (const Call& call)
+{
+    std::uint32_t length = 0;
+
+    if (! parseNumber (call.words[2], length) || length > EventLog::maximumLength)
+        return failed ("a log has 0 to " + std::to_string (EventLog::maximumLength) + " entries");
+
+    for (auto* device : call.devices)
+    {
+        device->advance();
+        device->getModel().fillEventLog (length);
+    }
+
+    return "ok";
+}
+
+std::string describeStatus (const Call& call)
+{
+    auto line = "ok interfaces=" + std::to_string (call.simulator.getDevices().size());
+
+    for (const auto& device : call.simulator.getDevices())
+    {
+        device->advance();
+
+        const auto& model = device->getModel();
+        line.append ("; ").append (device->getName());
+        line += " rate=" + std::to_string (model.getConfig().sampleRate);
+        line += " buffer=" + std::to_string (model.getConfig().bufferSize);
+        line += " events=" + std::to_string (model.getEventLogLength());
+        line += " connections=" + std::to_string (device->getServer().getNumConnections());
+    }
+
+    return line;
+}
+
+std::string describeCounts (const Call& call)
+{
+    std::string line = "ok";
+
+    const auto add = [&line] (std::string_view name, std::uint64_t count)
+    { line.append (" ").append (name).append ("=").append (std::to_string (count)); };
+
+    for (auto* device : call.devices)
+    {
+        if (call.devices.size() > 1)
+            line.append (" ").append (device->getName());
+
+        add ("open", device->getServer().getNumOpens());
+
+        for (std::size_t i = 0; i < requestNames.size(); ++i)
+            add (requestNames[i], device->getNumReceived (static_cast<RequestKind> (i)));
+    }
+
+    return line;
+}
+
+std::string quit (const Call& call)
+{
+    call.simulator.quit();
+    return "ok";
+}
+
+std::string help (const Call& call);
+
+constexpr Order orders[] = {
+    { "help", "", "name the orders", 1, 1, false, help },
+    { "plug", "[NAME]", "plug a device in", 1, 2, false, plug },
+    { "unplug", "DEV", "take it away; its requests fail from now on", 2, 2, true, unplug },
+    { "kill", "DEV", "take it away as a crash would: no more answers", 2, 2, true, kill },
+    { "rate", "DEV HZ", "change the sample rate; its stream restarts", 3, 3, true, setRate },
+    { "buffer", "DEV SAMPLES", "change the buffer size; its stream restarts", 3, 3, true, setBuffer },
+    { "glitch", "DEV", "make the host late for the next buffer", 2, 2, true, glitch },
+    { "fail", "DEV REQUEST [COUNT|always|never]", "fail the next requests of a kind (1)", 3, 4, true, fail },
+    { "stop", "DEV", "stop answering; requests stay pending", 2, 2, true, stop },
+    { "resume", "DEV", "answer again, pending requests first", 2, 2, true, resume },
+    { "fill", "DEV COUNT", "rewrite the event log with so many entries; it keeps that length", 3, 3, true, fill },
+    { "status",
+      "",
+      "every device's sample rate, buffer size, log length and connections",
+      1,
+      1,
+      false,
+      describeStatus },
+    { "counts", "DEV", "requests received since the device was plugged in", 2, 2, true, describeCounts },
+    { "quit", "", "take everything away and end", 1, 1, false, quit },
+};
+
+std::string describeSyntax (const Order& order)
+{
+    std::string syntax (order.name);
+
+    if (! order.arguments.empty())
+        syntax.append (" ").append (order.arguments);
+
+    return syntax;
+}
+
+std::string help (const Call&)
+{
+    std::string line = "ok";
+
+    for (const auto& order : orders)
+        line += (line == "ok" ? " " : "; ") + describeSyntax (order);
+
+    return line;
+}
+
+Words split (std::string_view line)
+{
+    constexpr std::string_view blanks = " \t\r";
+    Words words;
+
+    for (auto start = line.find_first_not_of (blanks); start != std::string_view::npos;)
+    {
+        const auto end = std::min (line.find_first_of (blanks, start), line.size());
+        words.push_back (line.substr (start, end - start));
+        start = line.find_first_not_of (blanks, end);
+    }
+
+    return words;
+}
+
+Devices findDevices (const Simulator& simulator, std::string_view name)
+{
+    Devices found;
+
+    for (const auto& device : simulator.getDevices())
+        if (name == "all" || name == device->getName())
+            found.push_back (device.get());
+
+    return found;
+}
+} // namespace
+
+std::string executeOrder (Simulator& simulator, std::string_view line)
+{
+    const auto words = split (line);
+
+    if (words.empty())
+        return failed ("no order; try help");
+
+    const auto isNamed = [&words] (const Order& order) { return order.name == words[0]; };
+    const auto* order = std::find_if (std::begin (orders), std::end (orders), isNamed);
+
+    if (order == std::end (orders))
+        return failed ("no such order: " + std::string (words[0]) + "; try help");
+
+    if (words.size() < order->minimumWords || words.size() > order->maximumWords)
+        return failed ("usage: " + describeSyntax (*order));
+
+    Call call { simulator, words, {} };
+
+    if (order->namesDevice)
+        call.devices = findDevices (simulator, words[1]);
+
+    if (order->namesDevice && call.devices.empty() && words[1] != "all")
+        return failed ("no such device: " + std::string (words[1]));
+
+    return order->execute (call);
+}
+
+std::string getOrderHelp()
+{
+    constexpr std::size_t explanationColumn = 42;
+    std::string text;
+
+    for (const auto& order : orders)
+    {
+        auto line = "  " + describeSyntax (order) + "  ";
+        line.resize (std::max (line.size(), explanationColumn), ' ');
+        text += line + std::string (order.explanation) + "\n";
+    }
+
+    return text;
+}
+
+} // namespace Simulation

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "drivers/machine/InterfaceServer.h"
+#include "drivers/simulator/model/DeviceModel.h"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace Simulation
+{
+
+/** Tells the time in ticks of the machine folder's counter, 10,000,000 a second. */
+using Clock = std::int64_t (*)();
+
+/** The clock that programs on this machine measure with. */
+std::int64_t readMonotonicClock();
+
+/** The requests of the driver protocol, as people name them. */
+enum class RequestKind : std::uint8_t
+{
+    streamStatus,
+    mapStatistics,
+    resetStatistics,
+    eventEntry,
+    probe,
+    readCounters,
+    clearCounters,
+    other
+};
+
+inline constexpr std::array<std::string_view, 8> requestNames { "stream-status",  "map-statistics", "reset-statistics",
+                                                                "event-entry",    "probe",          "read-counters",
+                                                                "clear-counters", "other" };
+
+/** A device model behind a device interface. Used by one thread at a time. */
+class SimulatedDevice final : private RequestHandler
+{
+public:
+    /** Value of failNext() for as long as it is not changed. */
+    static constexpr std::uint32_t always = 0xFFFFFFFF;
+
+    SimulatedDevice (const DeviceConfig& config, std::string machineFolder, std::string folderName, Clock clock);
+
+    /** Moves the model to the present and shows its statistics to whoever maps them. */
+    void advance();
+
+    /** Makes so many requests of a kind fail with ERROR_GEN_FAILURE; 0 ends it. */
+    void failNext (RequestKind kind, std::uint32_t count) { failures[static_cast<std::size_t> (kind)] = count; }
+
+    /** Requests of a kind received so far, whatever became of them. */
+    std::uint64_t getNumReceived (RequestKind kind) const { return numReceived[static_cast<std::size_t> (kind)]; }
+
+    std::string_view getName() const { return model.getConfig().name; }
+
+    DeviceModel& getModel() { return model; }
+    InterfaceServer& getServer() { return server; }
+    const InterfaceServer& getServer() const { return server; }
+
+private:
+    void received (const Request& request) override;
+    Reply handle (const Request& request) override;
+    InterfaceSetup attach (const DeviceConfig& config, std::string machineFolder, std::string folderName);
+
+    void publish();
+
+    DeviceModel model;
+    StatisticsBlock published {};
+    const Clock clock;
+    std::array<std::uint64_t, requestNames.size()> numReceived {};
+    std::array<std::uint32_t, requestNames.size()> failures {};
+    InterfaceServer server;
+};
+
+} // namespace Simulation

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "drivers/machine/MachineFolder.h"
+#include "drivers/simulator/Options.h"
+#include "drivers/simulator/SimulatedDevice.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Simulation
+{
+
+/** A machine folder and the simulated devices in it. Used by one thread at a time. */
+class Simulator
+{
+public:
+    explicit Simulator (Clock newClock = readMonotonicClock);
+
+    /** Takes every interface away as unplug() does, then the folder. */
+    ~Simulator();
+
+    Simulator (const Simulator&) = delete;
+    Simulator& operator= (const Simulator&) = delete;
+
+    /** Makes the folder and plugs the devices in; possible once.
+
+        @returns an empty string, or one line that says why it could not be done; nothing is left behind when
+                 the simulator is destroyed
+    */
+    std::string start (const Options& newOptions);
+
+    /** Readable when serve() has something to do. Owned by the simulator. */
+    int getDescriptor() const { return poller.get(); }
+
+    /** Milliseconds until serve() wants to be called although nothing has come in; -1: never. */
+    int getTimeout() const;
+
+    /** Answers what has come in and lets time pass in the devices. Does not wait. */
+    void serve();
+
+    //==============================================================================
+    /** Plugs a device in. A name that was here before gets its former place in the folder.
+
+        @param name  empty: the next of the simulator's own names; the chosen one is written back
+        @returns     an empty string, or one line that says why it could not be done
+    */
+    std::string plug (std::string& name);
+
+    void unplug (SimulatedDevice& device);
+    void kill (SimulatedDevice& device);
+
+    /** The devices that are present, in the order in which they were plugged in. */
+    const std::vector<std::unique_ptr<SimulatedDevice>>& getDevices() const { return devices; }
+
+    /** The present device of this name, or null. */
+    SimulatedDevice* findDevice (std::string_view name) const;
+
+    const std::string& getPath() const { return folder.getPath(); }
+
+    void quit() { quitting = true; }
+    bool isQuitting() const { return quitting; }
+
+private:
+    void removeLeftovers() const;
+    void retire (SimulatedDevice& device);
+
+    const Clock clock;
+    Options options;
+    MachineFolder folder; // goes after the devices in it
+    FileDescriptor poller;
+    std::vector<std::unique_ptr<SimulatedDevice>> devices;
+    std::vector<std::unique_ptr<SimulatedDevice>> departed; // still connected
+    std::map<std::string, std::uint32_t, std::less<>> numbers;
+    std::int64_t lastAdvance = 0;
+    bool quitting = false;
+};
+
+} // namespace Simulation

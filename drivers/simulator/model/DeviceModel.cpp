@@ -1,0 +1,581 @@
+#include "drivers/simulator/model/DeviceModel.h"
+
+#include <cstring>
+
+namespace Simulation
+{
+
+namespace
+{
+constexpr std::uint32_t noParameter = 0xFFFFFFFF;
+constexpr std::int64_t fifoMiddle = 512;
+constexpr std::int64_t fifoFull = 1024;
+constexpr std::int64_t phaseUnitsPerTick = 1000;
+constexpr std::int64_t historySeconds = 3;
+constexpr std::int64_t longestLeapSeconds = 60;
+
+// An ordinary buffer logs at least this many events.
+constexpr std::uint32_t eventsPerBuffer = 9;
+
+// Where the capability record keeps what readers look for.
+constexpr std::size_t flagsOffset = 0;
+constexpr std::size_t vendorOffset = 4;
+constexpr std::size_t typeOffset = 12;
+constexpr std::size_t firstCountOffset = 96;
+constexpr std::size_t secondCountOffset = 100;
+constexpr std::size_t dspVersionOffset = 160;
+constexpr std::size_t armVersionOffset = 164;
+constexpr std::size_t fpgaVersionOffset = 176;
+
+constexpr std::uint32_t dspFlag = 1U << 4;
+constexpr std::uint32_t fpgaFlag = 1U << 5;
+
+// Readers make the probe's reply area this large: four bytes for each of the counted channels, and 64.
+constexpr std::uint32_t numRecordChannels = 8;
+constexpr std::uint32_t numPlaybackChannels = 8;
+static_assert ((numRecordChannels + numPlaybackChannels) * 4 + 64 == DeviceModel::probeReplySize);
+
+std::int64_t clamp (std::int64_t value, std::int64_t low, std::int64_t high)
+{
+    return value < low ? low : value > high ? high : value;
+}
+
+void writeWord (std::uint8_t* bytes, std::size_t offset, std::uint32_t word)
+{
+    for (std::size_t i = 0; i < sizeof (word); ++i)
+        bytes[offset + i] = static_cast<std::uint8_t> (word >> (8 * i));
+}
+} // namespace
+
+//==============================================================================
+void DeviceModel::Measurement::add (std::int64_t ticks)
+{
+    sum += ticks;
+    ++count;
+    maximum = ticks > maximum ? ticks : maximum;
+    minimum = ticks < minimum ? ticks : minimum;
+}
+
+void DeviceModel::reset (const DeviceConfig& newConfig, std::int64_t now)
+{
+    const DeviceConfig defaults;
+
+    config = newConfig;
+    config.name[DeviceConfig::maximumNameLength] = 0;
+
+    if (! isSampleRate (config.sampleRate))
+        config.sampleRate = defaults.sampleRate;
+
+    if (! isBufferSize (config.bufferSize))
+        config.bufferSize = defaults.bufferSize;
+
+    if (config.frequency < 1'000 || config.frequency > 10'000'000'000)
+        config.frequency = defaults.frequency;
+
+    random = Random (config.seed);
+    events.reset (seconds (1));
+
+    const auto history = clamp (now, 0, seconds (historySeconds));
+    currentTime = clamp (now, 0, INT64_MAX / 2) - history;
+    nextGlitch = currentTime + history + seconds (random.between (15, 45));
+    nextSync = currentTime + history + seconds (random.between (20, 60));
+    isGlitchWanted = false;
+    hostShare = random.between (250, 450);
+    drift = random.between (-30'000, 30'000);
+    fifoLevel = fifoMiddle;
+    overflows = 0;
+    underruns = 0;
+    syncCount = 0;
+    transactionCount = 0;
+
+    startStream();
+    advance (currentTime + history);
+}
+
+void DeviceModel::startStream()
+{
+    bufferStart = currentTime;
+    periodRemainder = 0;
+    buffersSinceStart = 0;
+    recordJitter = 0;
+    playbackJitter = 0;
+
+    // Playback runs a little ahead of record or behind it, as the two happened to start.
+    std::uint32_t remainder = 0;
+    const auto period = nextPeriod (remainder);
+    restPhase = random.between (period / 8, period / 4) * phaseUnitsPerTick;
+
+    if (random.onceIn (2))
+        restPhase = -restPhase;
+
+    phase = restPhase;
+    ++syncCount;
+    resetStatistics();
+
+    log (bufferStart, EventType::listenAttach, config.sampleRate);
+    log (bufferStart, EventType::listenAttachCompletion, noParameter);
+}
+
+void DeviceModel::restartStream()
+{
+    log (currentTime, EventType::talkDetach, noParameter);
+    log (currentTime, EventType::talkDetachCompletion, noParameter);
+    log (currentTime, EventType::listenDetach, noParameter);
+    log (currentTime, EventType::listenDetachCompletion, noParameter);
+    startStream();
+}
+
+bool DeviceModel::setSampleRate (std::uint32_t hz)
+{
+    if (! isSampleRate (hz))
+        return false;
+
+    config.sampleRate = hz;
+    restartStream();
+    return true;
+}
+
+bool DeviceModel::setBufferSize (std::uint32_t samples)
+{
+    if (! isBufferSize (samples))
+        return false;
+
+    config.bufferSize = samples;
+    restartStream();
+    return true;
+}
+
+void DeviceModel::resetStatistics()
+{
+    bufferCount = 0;
+    playback = {};
+    record = {};
+    wakeup = {};
+    host = {};
+    offset = {};
+    publishStatistics();
+}
+
+//==============================================================================
+std::int64_t DeviceModel::nextPeriod (std::uint32_t& remainder) const
+{
+    const auto total = config.bufferSize * config.frequency + remainder;
+    remainder = static_cast<std::uint32_t> (total % config.sampleRate);
+    return total / config.sampleRate;
+}
+
+void DeviceModel::advance (std::int64_t now)
+{
+    if (now < currentTime || now > INT64_MAX / 2)
+        return;
+
+    currentTime = now;
+
+    if (now - bufferStart > seconds (longestLeapSeconds))
+        bufferStart = now - seconds (longestLeapSeconds);
+
+    auto hasMoved = false;
+
+    for (;;)
+    {
+        auto remainder = periodRemainder;
+        const auto period = nextPeriod (remainder);
+
+        if (period > now - bufferStart)
+            break;
+
+        auto buffer = describeBuffer (bufferStart, period);
+        bufferStart += period;
+        periodRemainder = remainder;
+
+        if (isGlitchWanted || bufferStart >= nextGlitch)
+            makeGlitch (buffer);
+
+        if (bufferStart >= nextSync)
+        {
+            ++syncCount;
+            nextSync = bufferStart + seconds (random.between (20, 90));
+        }
+
+        measure (buffer);
+        log (buffer);
+        ++buffersSinceStart;
+        hasMoved = true;
+    }
+
+    if (hasMoved)
+        publishStatistics();
+}
+
+/* All that happens in an ordinary buffer is over before the buffer is: the host has four fifths of it at
+   most, the DPC and the wake-up the rest. */
+DeviceModel::Buffer DeviceModel::describeBuffer (std::int64_t start, std::int64_t period)
+{
+    Buffer buffer {};
+    buffer.start = start;
+    buffer.period = period;
+
+    // A late interrupt makes one buffer long and the next short.
+    const auto jitterLimit = clamp (microseconds (40), 0, period / 16);
+    const auto lastRecordJitter = recordJitter;
+    const auto lastPlaybackJitter = playbackJitter;
+    recordJitter = (random.between (-jitterLimit, jitterLimit) + random.between (-jitterLimit, jitterLimit)) / 2;
+    playbackJitter = (random.between (-jitterLimit, jitterLimit) + random.between (-jitterLimit, jitterLimit)) / 2;
+    buffer.recordTime = period + recordJitter - lastRecordJitter;
+    buffer.playbackTime = period + playbackJitter - lastPlaybackJitter;
+
+    const auto isSpike = random.onceIn (2000);
+    const auto slowest = isSpike ? microseconds (900) : microseconds (140);
+    const auto fastest = isSpike ? microseconds (300) : microseconds (25);
+    buffer.wakeup = clamp (random.between (fastest, slowest), 0, period / 10);
+
+    hostShare = clamp (hostShare + random.between (-4, 4), 150, 550);
+    const auto share = random.onceIn (500) ? 750 : clamp (hostShare + random.between (-50, 50), 100, 700);
+    buffer.host = period * share / 1000;
+
+    moveClock (buffer);
+    moveFifo();
+    return buffer;
+}
+
+void DeviceModel::moveClock (Buffer& buffer)
+{
+    drift = clamp (drift + random.between (-500, 500), -60'000, 60'000);
+    phase += buffer.period * drift / (1'000'000'000 / phaseUnitsPerTick);
+
+    const auto deviation = phase - restPhase;
+    const auto allowed = buffer.period * phaseUnitsPerTick / 128;
+
+    if (deviation > allowed || deviation < -allowed)
+    {
+        buffer.clockCorrection = deviation > 0 ? -1 : 1;
+        phase -= deviation * 3 / 4;
+    }
+}
+
+void DeviceModel::moveFifo()
+{
+    fifoLevel = clamp (fifoLevel + (fifoMiddle - fifoLevel) / 16 + random.between (-6, 6), 0, fifoFull);
+}
+
+void DeviceModel::makeGlitch (Buffer& buffer)
+{
+    isGlitchWanted = false;
+    nextGlitch = bufferStart + seconds (random.between (25, 65));
+
+    const auto excess = random.between (buffer.period / 2, buffer.period * 3 / 2);
+    buffer.isGlitch = true;
+    buffer.host = buffer.period + excess;
+
+    if (random.onceIn (2))
+    {
+        ++overflows;
+        fifoLevel = fifoFull;
+        buffer.recordTime += excess;
+    }
+    else
+    {
+        ++underruns;
+        fifoLevel = 0;
+        buffer.playbackTime += excess;
+    }
+}
+
+void DeviceModel::measure (const Buffer& buffer)
+{
+    ++bufferCount;
+    playback.add (buffer.playbackTime);
+    record.add (buffer.recordTime);
+    wakeup.add (buffer.wakeup);
+    host.add (buffer.host);
+
+    // Offsets count from the start of the record buffer: playback that runs ahead shows as nearly a whole one.
+    const auto noise = clamp (microseconds (8), 0, buffer.period / 64);
+    const auto position = phase / phaseUnitsPerTick + random.between (-noise, noise);
+    offset.add (position < 0 ? position + buffer.period : position);
+}
+
+void DeviceModel::publishStatistics()
+{
+    statistics.playbackAverage = playback.average();
+    statistics.playbackMaximum = playback.maximumOrZero();
+    statistics.recordAverage = record.average();
+    statistics.recordMaximum = record.maximumOrZero();
+    statistics.wakeupAverage = wakeup.average();
+    statistics.wakeupMaximum = wakeup.maximumOrZero();
+    statistics.hostAverage = host.average();
+    statistics.hostMaximum = host.maximumOrZero();
+    statistics.playbackBufferCount = static_cast<std::int32_t> (bufferCount);
+    statistics.recordBufferCount = static_cast<std::int32_t> (bufferCount);
+    statistics.offsetAverage = offset.average();
+    statistics.offsetMaximum = offset.maximum;
+    statistics.offsetMinimum = offset.minimum;
+
+    static_assert (StatisticsBlock::noMaximum == INT64_MIN && StatisticsBlock::noMinimum == INT64_MAX);
+}
+
+//==============================================================================
+void DeviceModel::log (std::int64_t time, EventType type, std::uint32_t param, std::int8_t auxValue)
+{
+    events.append ({ time, param, type, auxValue });
+}
+
+void DeviceModel::log (const Buffer& buffer)
+{
+    const auto afterDpc = buffer.start + clamp (microseconds (random.between (6, 30)), 1, buffer.period / 32 + 1);
+
+    log (buffer.start, EventType::dpcSignaled, noParameter);
+    log (afterDpc, EventType::dpc, 2);
+    logListen (buffer, afterDpc + clamp (microseconds (2), 0, buffer.period / 64));
+    log (afterDpc + buffer.wakeup, EventType::userClientEvent, buffersSinceStart & 1);
+
+    // A host that is too late is not heard from before the buffer is over.
+    if (buffer.isGlitch)
+    {
+        log (buffer.start + buffer.period, EventType::fifoCount, static_cast<std::uint32_t> (fifoLevel), -1);
+        log (buffer.start + buffer.period, EventType::debugCounts, overflows + underruns, -1);
+    }
+    else
+    {
+        logTalk (buffer, afterDpc + buffer.wakeup + buffer.host);
+    }
+}
+
+void DeviceModel::logListen (const Buffer& buffer, std::int64_t time)
+{
+    const auto number = buffersSinceStart;
+    const auto late = static_cast<std::int8_t> (clamp (recordJitter / (microseconds (1) + 1), -99, 99));
+
+    if (number == 0)
+        log (time, EventType::listenStartupA, number, late);
+    else if (number == 1)
+        log (time, EventType::listenStartupB, number, late);
+    else
+        log (time, EventType::listenComplete, number, late);
+
+    if (buffer.clockCorrection != 0)
+    {
+        log (time, EventType::clockAdjust, config.sampleRate, buffer.clockCorrection);
+        log (time, EventType::listenBufferAdjust, number, buffer.clockCorrection);
+    }
+    else if (number % 8 == 0)
+    {
+        log (time, EventType::clockNoAdjust, noParameter);
+    }
+
+    log (time, EventType::bufferState, buffer.isGlitch ? 0 : 1 + (number & 1));
+}
+
+void DeviceModel::logTalk (const Buffer& buffer, std::int64_t time)
+{
+    const auto number = buffersSinceStart;
+    const auto step = clamp (microseconds (3), 0, buffer.period / 100);
+
+    log (time, EventType::outputReady, number);
+
+    if (number == 1)
+    {
+        log (time, EventType::talkAttach, config.sampleRate);
+        log (time, EventType::talkAttachCompletion, noParameter);
+    }
+
+    log (time + step, EventType::talkFilled, config.bufferSize);
+    log (time + 2 * step, EventType::talkPack, number);
+    log (time + 3 * step, EventType::talkComplete, number);
+
+    if (number % 16 == 0)
+        log (time + 3 * step,
+             EventType::fifoCount,
+             static_cast<std::uint32_t> (fifoLevel),
+             static_cast<std::int8_t> (clamp (fifoLevel - fifoMiddle, -128, 127)));
+
+    if (number % 256 == 255)
+        log (time + 3 * step, EventType::debugCounts, overflows + underruns);
+}
+
+void DeviceModel::fillEventLog (std::uint32_t length)
+{
+    events.restartWithLimit (length);
+
+    // Soon after the computer's start there is not time enough for history at the stream's own pace.
+    const auto numBuffers = clamp (length, 0, EventLog::maximumLength) / eventsPerBuffer + 1;
+    std::uint32_t remainder = 0;
+    const auto period = clamp (bufferStart / numBuffers, 1, nextPeriod (remainder));
+    // The buffer numbers say that the stream has run for at least as long.
+    if (buffersSinceStart < numBuffers + 2)
+        buffersSinceStart = static_cast<std::uint32_t> (numBuffers + 2);
+
+    const auto number = buffersSinceStart;
+
+    for (auto i = numBuffers; i > 0; --i)
+    {
+        buffersSinceStart = number - static_cast<std::uint32_t> (i);
+        log (describeBuffer (bufferStart - i * period, period));
+    }
+
+    buffersSinceStart = number;
+}
+
+//==============================================================================
+void DeviceModel::writeCapabilities (std::uint8_t* destination) const
+{
+    std::memset (destination, 0, capabilitiesSize);
+    writeWord (destination, flagsOffset, (config.hasDsp ? dspFlag : 0) | (config.hasFpga ? fpgaFlag : 0));
+    writeWord (destination, vendorOffset, config.vendorId << 8);
+    writeWord (destination, typeOffset, config.typeId);
+    writeWord (destination, firstCountOffset, numRecordChannels);
+    writeWord (destination, secondCountOffset, numPlaybackChannels);
+    writeWord (destination, dspVersionOffset, config.hasDsp ? config.dspVersion : 0);
+    writeWord (destination, armVersionOffset, config.armVersion);
+    writeWord (destination, fpgaVersionOffset, config.hasFpga ? config.fpgaVersion : 0);
+}
+
+DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
+                                        const void* input,
+                                        std::size_t inputSize,
+                                        void* output,
+                                        std::size_t outputCapacity)
+{
+    if (controlCode == DriverProtocol::IOCTL_DEVICE_COMMAND)
+        return handleCommand (input, inputSize, output, outputCapacity);
+
+    if (controlCode == DriverProtocol::IOCTL_DEVICE_TRANSACTION)
+        return handleTransaction (input, inputSize, output, outputCapacity);
+
+    return { .error = invalidFunction };
+}
+
+DeviceModel::Reply
+    DeviceModel::handleCommand (const void* input, std::size_t inputSize, void* output, std::size_t outputCapacity)
+{
+    DriverProtocol::CommandEnvelope envelope;
+
+    if (inputSize < sizeof (envelope))
+        return { .error = invalidParameter };
+
+    if (outputCapacity < sizeof (envelope))
+        return { .error = insufficientBuffer };
+
+    std::memcpy (&envelope, input, sizeof (envelope));
+
+    Reply reply;
+    reply.error = runCommand (envelope, reply.mapsStatistics);
+
+    if (reply.error == noError)
+    {
+        std::memcpy (output, &envelope, sizeof (envelope));
+        reply.outputSize = sizeof (envelope);
+    }
+
+    return reply;
+}
+
+std::uint32_t DeviceModel::runCommand (DriverProtocol::CommandEnvelope& envelope, bool& mapsStatistics)
+{
+    const auto index = envelope.words[0];
+    std::memset (envelope.words, 0, sizeof (envelope.words));
+
+    switch (envelope.code)
+    {
+        case DriverProtocol::ReadStreamStatus:
+            envelope.words[DriverProtocol::sampleRateWord] = config.sampleRate;
+            envelope.words[DriverProtocol::bufferSizeWord] = config.bufferSize;
+            return noError;
+
+        case DriverProtocol::MapStatistics:
+            mapsStatistics = true;
+            return noError;
+
+        case DriverProtocol::ResetStatistics:
+            resetStatistics();
+            return noError;
+
+        case DriverProtocol::ReadEventEntry:
+        {
+            EventLog::Entry event;
+            DriverProtocol::EventLogEntry entry {};
+            entry.type = DriverProtocol::noSuchEntry;
+
+            if (events.read (index, currentTime, event))
+            {
+                entry.timestamp = event.time;
+                entry.frequency = config.frequency;
+                entry.type = static_cast<std::uint32_t> (event.type);
+                entry.param = event.param;
+                entry.auxValue = event.auxValue;
+            }
+
+            std::memcpy (envelope.words, &entry, sizeof (entry));
+            return noError;
+        }
+
+        default:
+            return invalidFunction;
+    }
+}
+
+DeviceModel::Reply
+    DeviceModel::handleTransaction (const void* input, std::size_t inputSize, void* output, std::size_t outputCapacity)
+{
+    using Block = DriverProtocol::TransactionBlock;
+    Block block {};
+
+    if (inputSize < Block::headerSize)
+        return { .error = invalidParameter };
+
+    std::memcpy (&block, input, inputSize < sizeof (block) ? inputSize : sizeof (block));
+
+    const auto isProbe = block.code == DriverProtocol::ProbeDevice;
+
+    if (! isProbe && block.code != DriverProtocol::AccessFirmwareCounters)
+        return { .error = invalidFunction };
+
+    const auto length = isProbe ? DriverProtocol::headerLength : DriverProtocol::fullLength;
+
+    if (block.length != length || inputSize < (length + 1) * sizeof (std::uint32_t) || block.requestClass != 0)
+        return { .error = invalidParameter };
+
+    if (outputCapacity < (isProbe ? Block::headerSize : sizeof (block)))
+        return { .error = insufficientBuffer };
+
+    if (isProbe)
+        std::memset (block.words, 0, sizeof (block.words));
+    else if (const auto error = accessCounters (block); error != noError)
+        return { .error = error };
+
+    block.status = 0;
+    block.deviceStatus = 0;
+    block.driverWords[0] = config.typeId;
+    block.driverWords[1] = ++transactionCount;
+
+    const auto size = ! isProbe ? sizeof (block) : outputCapacity < probeReplySize ? outputCapacity : probeReplySize;
+    std::memset (output, 0, size);
+    std::memcpy (output, &block, size < sizeof (block) ? size : sizeof (block));
+
+    return { .outputSize = size };
+}
+
+std::uint32_t DeviceModel::accessCounters (DriverProtocol::TransactionBlock& block)
+{
+    const auto access = block.words[0];
+
+    if (access != DriverProtocol::ReadFirmwareCounters && access != DriverProtocol::ClearFirmwareCounters)
+        return invalidParameter;
+
+    if (access == DriverProtocol::ClearFirmwareCounters)
+    {
+        overflows = 0;
+        underruns = 0;
+        syncCount = 0;
+    }
+
+    std::memset (block.words, 0, sizeof (block.words));
+    block.words[DriverProtocol::overflowsWord] = overflows;
+    block.words[DriverProtocol::underrunsWord] = underruns;
+    block.words[DriverProtocol::fifoLevelWord] = static_cast<std::uint32_t> (fifoLevel);
+    block.words[DriverProtocol::unshownWord] = transactionCount;
+    block.words[DriverProtocol::syncCountWord] = syncCount;
+    return noError;
+}
+
+} // namespace Simulation

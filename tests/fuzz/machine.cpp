@@ -1,0 +1,122 @@
+// Machine folders with anything at all in them.
+
+#include "device/DeviceList.h"
+#include "device/HostControllerList.h"
+#include "tests/fuzz/Fuzz.h"
+
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr const char* usualNames[] { "machine",     "interfaces", "controllers", "registry", "hwinfo_caps",
+                                     "unique_name", "driver",     "a",           "b" };
+
+std::string takeName (FuzzInput& input)
+{
+    const auto choice = input.take<std::uint8_t>();
+
+    if (choice < std::size (usualNames))
+        return usualNames[choice];
+
+    // What makes a path of a name is the one thing that no folder can hold; nothing leads out of ours.
+    auto name = input.takeString();
+    std::replace (name.begin(), name.end(), '/', '.');
+    std::replace (name.begin(), name.end(), '\0', ' ');
+    return name.empty() || name == "." || name == ".." ? "empty" : name;
+}
+
+/** Makes what the input describes; what cannot be made is left out. */
+void fill (const fs::path& root, FuzzInput& input)
+{
+    constexpr std::size_t maximumEntries = 60;
+    std::vector<fs::path> folders { root,
+                                    root / "machine",
+                                    root / "machine" / "interfaces",
+                                    root / "machine" / "controllers" };
+    std::error_code ignored;
+
+    for (std::size_t i = 0, leftOut = input.take<std::uint8_t>() % 8; i < folders.size(); ++i)
+        if (i != leftOut)
+            fs::create_directory (folders[i], ignored);
+
+    for (std::size_t i = 0; i < maximumEntries && ! input.isEmpty(); ++i)
+    {
+        const auto parent = folders[input.take<std::uint8_t>() % folders.size()];
+        const auto kind = input.take<std::uint8_t>();
+        const auto path = parent / takeName (input);
+
+        if (fs::symlink_status (path, ignored).type() != fs::file_type::not_found)
+            continue;
+
+        switch (kind % 5)
+        {
+            case 0:
+            case 1:
+                fs::create_directories (path, ignored);
+                folders.push_back (path);
+                break;
+            case 2:
+                writeFile (path, input.takeBytes (input.take<std::uint16_t>()));
+                break;
+            case 3:
+                fs::create_symlink (folders[input.take<std::uint8_t>() % folders.size()], path, ignored);
+                break;
+            default:
+                ::mkfifo (path.c_str(), 0600);
+                break;
+        }
+    }
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
+{
+    static FuzzFolder folder;
+    FuzzInput input (data, size);
+    fs::remove_all (folder.getMachine());
+    fill (folder.getRoot(), input);
+
+    // The first look leaves the watch on the folder open.
+    static const DeviceList firstLook (0, nullptr, nullptr, nullptr);
+    const auto numDescriptors = countDescriptors();
+
+    const HostControllerList controllers;
+
+    for (const auto& id : controllers)
+        require (! id.containsAnyOf ("\r\n"), "a controller's id is one line");
+
+    {
+        DeviceList devices (0, nullptr, nullptr, nullptr);
+        const auto found = devices.getDevices();
+        require (devices.getNumDevices() == static_cast<int> (found.size()), "the list counts its devices");
+
+        for (std::size_t i = 0; i < found.size(); ++i)
+        {
+            const auto path = found[i]->getPath();
+            require (path.startsWith ("\\\\?\\") && path[4] != '.' && path.length() > 4, "hidden folders stay hidden");
+            require (devices.findByPath (path) != nullptr, "a device is found by its path");
+            require (found[i]->open() == 1, "nobody answers in here");
+            found[i]->close();
+        }
+
+        if (! found.empty())
+        {
+            const auto path = found[0]->getPath();
+            require (devices.scan (&path) != nullptr, "an interface is found again");
+            devices.removeByPath (path);
+            require (devices.getNumDevices() >= static_cast<int> (found.size()), "one device is removed at a time");
+        }
+    }
+
+    require (countDescriptors() == numDescriptors, "no descriptor stays behind");
+
+    // Whatever was made beside the machine folder must not be there for the next input.
+    for (const auto& entry : fs::directory_iterator (folder.getRoot()))
+        fs::remove_all (entry.path());
+
+    return 0;
+}

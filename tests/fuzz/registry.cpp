@@ -1,0 +1,72 @@
+// Registry values: capability records and names of any size and content.
+
+#include "device/DeviceList.h"
+#include "device/DriverText.h"
+#include "stats/StatisticsReport.h"
+#include "tests/fuzz/Fuzz.h"
+
+namespace
+{
+
+/** Keeps what the list says of its devices. */
+struct LastLine : public juce::Logger
+{
+    void logMessage (const juce::String& message) override { line = message; }
+
+    juce::String line;
+};
+
+bool isText (const juce::String& text)
+{
+    const auto bytes = text.toStdString();
+    return juce::CharPointer_UTF8::isValidString (bytes.data(), static_cast<int> (bytes.size()));
+}
+
+void requireVersion (std::uint32_t version)
+{
+    const auto parts = juce::StringArray::fromTokens (formatFirmwareVersion (version), ".", "");
+    require (parts.size() >= 2 && parts.size() <= 4, "a version has two to four parts");
+    require (parts[0] == juce::String (version >> 24) && parts[1] == juce::String (version >> 16 & 255),
+             "a version begins with its two upper bytes");
+
+    for (const auto& part : parts)
+        require (part.containsOnly ("0123456789") && part.isNotEmpty(), "a version's parts are numbers");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
+{
+    static FuzzFolder folder;
+    const auto registry = folder.getMachine() / "interfaces" / "device" / "registry";
+    std::filesystem::create_directories (registry);
+
+    FuzzInput input (data, size);
+    const auto name = input.takeString();
+    const auto record = input.takeRest();
+    writeFile (registry / "unique_name", name);
+    writeFile (registry / "hwinfo_caps", record);
+
+    LastLine log;
+    const DeviceList devices (0, nullptr, nullptr, &log);
+    const auto device = devices.getDevice (0);
+    require (device != nullptr, "the interface is found");
+
+    const auto& caps = device->getCaps();
+    require (caps.getVendorId() < 1u << 24, "vendors have 24 bits");
+    require (record.size() <= HwInfoCaps::maximumSize || (caps.getVendorId() == 0 && caps.getNumProbeWords() == 0),
+             "a record that is too long is none");
+    requireVersion (caps.getArmVersion());
+    requireVersion (caps.getDspVersion());
+    requireVersion (caps.getFpgaVersion());
+
+    require (isText (device->getName()), "a name is text");
+    require (name.size() <= 64 || device->getName() == HwDevice::defaultName, "a name that is too long is none");
+    require (log.line.startsWith ("Found device " + device->getName() + "  vendor:0x"), "the log has the whole name");
+
+    const auto text = textFromDriver (reinterpret_cast<const char*> (data), size);
+    require (isText (text), "the driver's text is text");
+    require (text.length() <= static_cast<int> (size), "no character comes from nowhere");
+    require (text.isEmpty() == (size == 0 || data[0] == 0), "no text is lost");
+    return 0;
+}

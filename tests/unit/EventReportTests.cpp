@@ -1,0 +1,234 @@
+#include "events/EventList.h"
+#include "events/EventReport.h"
+#include "events/SaveReportTask.h"
+
+#include "tests/unit/support/Toolkit.h"
+#include <gtest/gtest.h>
+#include <random>
+
+namespace
+{
+
+EventRecord makeRecord (std::int64_t timestamp, std::int64_t delta, std::int32_t type, std::uint32_t param)
+{
+    EventRecord record;
+    record.timestamp = timestamp;
+    record.frequency = 10000000;
+    record.timeDelta = delta;
+    record.type = type;
+    record.param = param;
+    return record;
+}
+
+const juce::StringArray deck { "Deck" };
+
+struct EventReportTests : public testing::Test
+{
+    const juce::TemporaryFile temporary { "report.txt" };
+    const juce::File file = temporary.getFile();
+
+    juce::String write (const juce::Array<EventRecord>& events, const juce::StringArray& names = deck) const
+    {
+        EventReport::write (file, events, names, [] (double) { return true; });
+        return file.loadFileAsString();
+    }
+};
+
+int countLines (const juce::String& text)
+{
+    return text.length() - text.removeCharacters ("\n").length();
+}
+
+juce::Array<EventRecord> makeRows (int count)
+{
+    juce::Array<EventRecord> rows;
+
+    for (int i = 0; i < count; ++i)
+        rows.add (makeRecord (1000000 + i * std::int64_t { 12346 },
+                              i == 0 ? 0 : 12346,
+                              i % 26,
+                              static_cast<std::uint32_t> (i)));
+
+    return rows;
+}
+
+TEST_F (EventReportTests, linesHoldTheirFiveFields)
+{
+    const auto first = makeRecord (1000000, 0, 0, 0);
+    const auto line = [&] (const EventRecord& event, const juce::StringArray& names = deck)
+    { return EventReport::formatLine (12, event, first, names); };
+
+    EXPECT_EQ (line (makeRecord (1010000, 2500, 17, 7)), "000012,1.000,250,Deck:7,Clock adjust\r\n");
+    EXPECT_EQ (line (makeRecord (1010000, 2500, 17, 0xFFFFFFFF)), "000012,1.000,250,,Clock adjust\r\n");
+    EXPECT_EQ (line (makeRecord (0, 0, 24, 0x80000000)), "000012,-100.000,0,Deck:-2147483648,Unknown event 24\r\n");
+    EXPECT_EQ (EventReport::formatLine (1234567, first, first, deck), "1234567,0.000,0,Deck:0,Listen attach\r\n");
+
+    auto event = makeRecord (1000000, 0, 2, 1);
+    event.frequency = 0;
+    EXPECT_EQ (line (event), "000012,?,?,Deck:1,Listen complete\r\n");
+
+    // The report takes the ordinal as unsigned where the table takes it as signed.
+    juce::StringArray many;
+
+    for (int i = 0; i < 256; ++i)
+        many.add ("d" + juce::String (i));
+
+    event = makeRecord (1000000, 0, 2, 1);
+    event.deviceOrdinal = 200;
+    EXPECT_EQ (line (event, many), "000012,0.000,0,d200:1,Listen complete\r\n");
+    EXPECT_EQ (line (event), "000012,0.000,0,:1,Listen complete\r\n");
+
+    // A name is the driver's, whatever is in it.
+    event.deviceOrdinal = 0;
+    EXPECT_EQ (line (event, { "a,\"b\"\nc" }), "000012,0.000,0,a,\"b\"\nc:1,Listen complete\r\n");
+
+    event = makeRecord (INT64_MIN, INT64_MIN, INT32_MIN, 0);
+    EXPECT_EQ (line (event).fromLastOccurrenceOf (",", false, false), "Unknown event -2147483648\r\n");
+}
+
+TEST_F (EventReportTests, filesEqualTheirGold)
+{
+    for (const int rows : { 0, 1, 2, 300 })
+    {
+        const auto gold = juce::File (QUENDEL_GOLD_FOLDER).getChildFile ("events-" + juce::String (rows) + ".txt");
+        ASSERT_TRUE (gold.existsAsFile());
+
+        file.replaceWithText ("an earlier report that was longer\n");
+        write (makeRows (rows));
+        EXPECT_TRUE (file.hasIdenticalContentTo (gold)) << rows;
+    }
+}
+
+TEST_F (EventReportTests, namesAreUtf8WithoutAByteOrderMark)
+{
+    write ({ makeRecord (0, 0, 20, 1) }, juce::StringArray (juce::String::fromUTF8 ("Ger\xc3\xa4t \xce\xa9")));
+    juce::MemoryBlock bytes;
+    file.loadFileAsData (bytes);
+    EXPECT_EQ (std::string (bytes.begin(), bytes.end()), "000000,0.000,0,Ger\xc3\xa4t \xce\xa9:1,Buffer state\r\n");
+}
+
+/** Line 0 goes out alone, then 256 lines at a time, then the rest, which may be none. */
+TEST_F (EventReportTests, linesAreAppendedInBatches)
+{
+    const auto growthOf = [&] (int rows)
+    {
+        std::vector<int> rowsOfGrowth;
+        std::int64_t size = -1;
+        int row = 0;
+        EventReport::write (file,
+                            makeRows (rows),
+                            deck,
+                            [&] (double)
+                            {
+                                if (std::exchange (size, file.getSize()) != size)
+                                    rowsOfGrowth.push_back (row);
+
+                                ++row;
+                                return true;
+                            });
+
+        const auto text = file.loadFileAsString();
+        EXPECT_EQ (countLines (text), rows);
+        return rowsOfGrowth;
+    };
+
+    EXPECT_EQ (growthOf (256), (std::vector<int> { 0, 1 }));
+    EXPECT_EQ (growthOf (257), (std::vector<int> { 0, 1 }));
+    EXPECT_EQ (growthOf (258), (std::vector<int> { 0, 1, 257 }));
+    EXPECT_EQ (growthOf (16384).size(), 65u);
+}
+
+TEST_F (EventReportTests, stoppingLeavesTheLinesBefore)
+{
+    const auto rows = makeRows (700);
+    const auto whole = write (rows);
+
+    for (const int stop : { 0, 1, 256, 257, 300, 699 })
+    {
+        int row = 0;
+        EventReport::write (file,
+                            rows,
+                            deck,
+                            [&] (double share)
+                            {
+                                EXPECT_DOUBLE_EQ (share, row / 700.0);
+                                return row++ < stop;
+                            });
+
+        const auto text = file.loadFileAsString();
+        EXPECT_TRUE (whole.startsWith (text));
+        EXPECT_EQ (countLines (text), stop);
+    }
+}
+
+TEST_F (EventReportTests, fileThatCannotBeWrittenIsNoMatter)
+{
+    const auto folderInItsPlace = temporary.getFile();
+    folderInItsPlace.createDirectory();
+    folderInItsPlace.getChildFile ("kept").create();
+    EventReport::write (folderInItsPlace, makeRows (2), deck, [] (double) { return true; });
+    EXPECT_TRUE (folderInItsPlace.getChildFile ("kept").existsAsFile());
+    folderInItsPlace.deleteRecursively();
+}
+
+//==============================================================================
+/** The task itself, with its window. */
+struct SaveReportTaskTests : public EventReportTests
+{
+    /** Runs the task, and something else some time after its start. */
+    juce::String runAndDo (const juce::Array<EventRecord>& rows, int delayMs, const std::function<void()>& action)
+    {
+        juce::Timer::callAfterDelay (delayMs, action);
+        SaveReportTask (file, rows, deck).runModally();
+        return file.loadFileAsString();
+    }
+
+    static void pressCancel()
+    {
+        if (auto* window = dynamic_cast<juce::AlertWindow*> (juce::Component::getCurrentlyModalComponent()))
+            window->triggerButtonClick ("Cancel");
+    }
+};
+
+TEST_F (SaveReportTaskTests, writesTheWholeReport)
+{
+    const auto rows = makeRows (16384);
+    const auto text = runAndDo (rows, 1, [] {});
+    EXPECT_EQ (text, write (rows));
+}
+
+TEST_F (SaveReportTaskTests, cancelAtAnyMomentLeavesWholeLines)
+{
+    // Far more than is written before the window's timer hears of the click.
+    const auto rows = makeRows (500000);
+    const auto whole = write (rows);
+    std::mt19937 random (7);
+    int cut = 0;
+
+    for (int i = 0; i < 200; ++i)
+    {
+        const auto text = runAndDo (rows, static_cast<int> (random() % 40), pressCancel);
+        ASSERT_TRUE (whole.startsWith (text)) << i;
+        ASSERT_TRUE (text.isEmpty() || text.endsWith ("\r\n")) << i;
+        cut += text.length() < whole.length() ? 1 : 0;
+    }
+
+    EXPECT_GT (cut, 0) << "no cancel came in time";
+}
+
+/** A quit ends the task in order instead of leaving it waiting for a message loop that has stopped. */
+TEST (SaveReportTaskQuitTests, quitEndsTheTask)
+{
+    const juce::TemporaryFile temporary ("report.txt");
+    const auto rows = makeRows (200000);
+
+    juce::Timer::callAfterDelay (30, [] { juce::MessageManager::getInstance()->stopDispatchLoop(); });
+    SaveReportTask (temporary.getFile(), rows, deck).runModally();
+
+    const auto text = temporary.getFile().loadFileAsString();
+    EXPECT_TRUE (text.isEmpty() || text.endsWith ("\r\n"));
+    EXPECT_LT (countLines (text), 200000);
+    restartToolkit();
+}
+
+} // namespace

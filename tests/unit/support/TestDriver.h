@@ -1,0 +1,128 @@
+#pragma once
+
+#include "device/DriverProtocol.h"
+#include "drivers/machine/InterfaceServer.h"
+#include "drivers/machine/MachineFolder.h"
+#include <functional>
+#include <juce_core/juce_core.h>
+#include <map>
+#include <mutex>
+#include <thread>
+
+/** A machine folder of its own, which the program's code finds as long as this lives. */
+class TestMachine
+{
+public:
+    explicit TestMachine (const std::vector<std::string>& controllers = {});
+    ~TestMachine();
+
+    std::string getPath() const { return folder.getPath(); }
+
+    /** Folder and path of an interface. */
+    juce::File getInterfaceFolder (const std::string& name) const;
+    static juce::String getInterfacePath (const std::string& name) { return "\\\\?\\" + juce::String (name); }
+
+private:
+    const juce::File parent;
+    Simulation::MachineFolder folder;
+};
+
+/** The driver of one device interface, served on a thread of its own: it answers with the figures put into it,
+    records what it was asked, and misbehaves where it is told to.
+*/
+class TestDriver : private Simulation::RequestHandler
+{
+public:
+    /** What a request asks for: a command code, or a transaction code with the top bit set. */
+    enum Kind : std::uint32_t
+    {
+        streamStatus = DriverProtocol::ReadStreamStatus,
+        mapStatistics = DriverProtocol::MapStatistics,
+        resetStatistics = DriverProtocol::ResetStatistics,
+        eventEntry = DriverProtocol::ReadEventEntry,
+        probe = 0x80000000u | DriverProtocol::ProbeDevice,
+        readCounters = 0x80000000u | DriverProtocol::AccessFirmwareCounters,
+        clearCounters = readCounters | 0x40000000
+    };
+
+    struct Record
+    {
+        Kind kind;
+        Simulation::Bytes input;
+        std::uint32_t outputSize;
+    };
+
+    struct Setup
+    {
+        std::string name = "device";
+        bool hasRegistryKey = true;
+        std::optional<Simulation::Bytes> capabilities = Simulation::Bytes (260);
+        std::optional<std::string> uniqueName = std::string ("Deck") + '\0';
+        std::size_t sectionSize = sizeof (StatisticsBlock);
+        bool present = true;
+    };
+
+    using Reply = Simulation::Reply;
+
+    /** Answers instead of the driver, on the driver's thread; none: the driver answers after all.
+        @param number  of the request among those of its kind, from 0
+    */
+    using Override = std::function<std::optional<Reply> (Kind kind, int number)>;
+
+    TestDriver (const TestMachine& machine, const Setup& setup);
+    explicit TestDriver (const TestMachine& machine) : TestDriver (machine, Setup {}) {}
+    ~TestDriver() override;
+
+    //==============================================================================
+    // Figures; set them before they are asked for.
+
+    std::array<std::uint32_t, DriverProtocol::numStreamStatusWords> streamStatusWords {};
+    std::array<std::uint32_t, DriverProtocol::TransactionBlock::numWords> counterWords {};
+    std::vector<DriverProtocol::EventLogEntry> events;
+
+    void setStatistics (const StatisticsBlock& statistics);
+
+    //==============================================================================
+    void setOverride (Override override);
+
+    /** Fails every request of a kind with a Windows error. */
+    void fail (Kind kind, std::uint32_t error = 31);
+
+    void plugIn();
+    void unplug();
+    void kill();
+
+    /** Takes the statistics away, as a device that goes does. */
+    void cutSection();
+
+    int count (Kind kind);
+    std::vector<Record> getRecords();
+    void forgetRecords();
+
+private:
+    Reply handle (const Simulation::Request&) override;
+    Reply answer (Kind kind, const Simulation::Request&);
+    void run();
+
+    static Kind identify (const Simulation::Request&);
+
+    std::mutex lock;
+    Override override;
+    std::map<Kind, int> counts;
+    std::vector<Record> records;
+    bool finished = false;
+    Simulation::InterfaceServer server;
+    std::thread thread;
+};
+
+/** Runs the message loop until the condition holds, or for a long time; true when it came to hold. */
+bool runMessagesUntil (const std::function<bool()>& condition);
+
+/** The same without running the message loop: what was posted stays undelivered. */
+bool waitFor (const std::function<bool()>& condition);
+
+/** Number of entries of /proc/self/<what>: "fd" or "task". */
+int countOfProcess (const char* what);
+
+/** How long a test runs that can run for as long as one likes: what the environment variable says, else as usual. */
+int getCount (const char* variable, int usual);
