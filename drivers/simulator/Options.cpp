@@ -3,8 +3,6 @@
 #include "drivers/simulator/Orders.h"
 #include "drivers/simulator/model/DeviceModel.h"
 
-#include <getopt.h>
-
 #include <algorithm>
 #include <cstdio>
 
@@ -15,6 +13,9 @@ namespace
 {
 constexpr std::uint32_t defaultInterfaces = 2;
 constexpr std::uint32_t maximumControllers = 64;
+
+/** An option reads its value into the options; it returns an empty string, or what the value should have been. */
+using Parse = std::string (*) (const std::string& value, Options& options);
 
 std::vector<std::string> splitList (const std::string& list)
 {
@@ -31,23 +32,54 @@ std::vector<std::string> splitList (const std::string& list)
     return items;
 }
 
+std::string parseMachine (const std::string& value, Options& options)
+{
+    options.machine = value;
+    return value.empty() ? "a folder" : "";
+}
+
+std::string parseInterfaces (const std::string& value, Options& options)
+{
+    std::uint32_t number = 0;
+
+    if (! parseNumber (value, number) || number > maximumInterfaces)
+        return "a number from 0 to " + std::to_string (maximumInterfaces);
+
+    options.numInterfaces = number;
+    return {};
+}
+
 std::string parseNames (const std::string& list, Options& options)
 {
     options.names = splitList (list);
 
     for (auto name = options.names.begin(); name != options.names.end(); ++name)
     {
-        if (const auto error = checkName (*name); ! error.empty())
-            return "--names: " + error;
+        if (auto error = checkName (*name); ! error.empty())
+            return error;
 
         if (std::find (options.names.begin(), name, *name) != name)
-            return "--names: " + *name + " is there twice";
+            return *name + " is there twice";
     }
 
-    if (options.names.size() > maximumInterfaces)
-        return "--names: no more than " + std::to_string (maximumInterfaces);
+    return options.names.size() > maximumInterfaces ? "no more than " + std::to_string (maximumInterfaces) : "";
+}
 
-    return {};
+std::string parseRate (const std::string& value, Options& options)
+{
+    const auto valid = parseNumber (value, options.sampleRate) && DeviceModel::isSampleRate (options.sampleRate);
+    return valid ? "" : "22050 to 192000 Hz";
+}
+
+std::string parseBuffer (const std::string& value, Options& options)
+{
+    const auto valid = parseNumber (value, options.bufferSize) && DeviceModel::isBufferSize (options.bufferSize);
+    return valid ? "" : "16 to 8192 samples";
+}
+
+std::string parseSeed (const std::string& value, Options& options)
+{
+    return parseNumber (value, options.seed) ? "" : "a number";
 }
 
 std::string parseControllers (const std::string& value, Options& options)
@@ -63,7 +95,7 @@ std::string parseControllers (const std::string& value, Options& options)
     std::uint32_t number = 0;
 
     if (! parseNumber (value, number) || number > maximumControllers)
-        return "--controllers: a number from 0 to " + std::to_string (maximumControllers) + ", or ids";
+        return "a number from 0 to " + std::to_string (maximumControllers) + ", or ids";
 
     for (std::uint32_t i = 0; i < number; ++i)
     {
@@ -73,6 +105,60 @@ std::string parseControllers (const std::string& value, Options& options)
     }
 
     return {};
+}
+std::string askForHelp (const std::string&, Options& options)
+{
+    options.wantsHelp = true;
+    return {};
+}
+
+struct Option
+{
+    std::string_view name;
+    std::string_view value; // empty: it takes none
+    std::string_view explanation;
+    Parse parse;
+};
+
+constexpr Option known[] = {
+    { "--machine",
+      "DIR",
+      "the machine folder (default: $QUENDEL_MACHINE, else\n"
+      "$XDG_RUNTIME_DIR/quendel-machine, else /tmp/quendel-machine-<user id>)",
+      parseMachine },
+    { "--interfaces", "N", "interfaces to start with, 0 to 64 (default: one for each name, or 2)", parseInterfaces },
+    { "--names", "A,B,...", "their names, up to 63 bytes each", parseNames },
+    { "--rate", "HZ", "their sample rate, 22050 to 192000 (default 48000)", parseRate },
+    { "--buffer", "SAMPLES", "their buffer size, 16 to 8192 (default 256)", parseBuffer },
+    { "--seed", "N", "what their behaviour is made from; the same number, the same behaviour (default 1)", parseSeed },
+    { "--controllers",
+      "N|ID,...",
+      "host controllers, by number (default 1) or by their device-instance ids",
+      parseControllers },
+    { "--help", "", "this text", askForHelp },
+};
+
+std::string describeOptions()
+{
+    const std::string indent (21, ' ');
+    std::string text;
+
+    for (const auto& option : known)
+    {
+        auto line = "  " + std::string (option.name).append (option.value.empty() ? "" : " ").append (option.value);
+
+        if (line.size() < indent.size())
+            line.resize (indent.size(), ' ');
+        else
+            line += "\n" + indent;
+
+        for (const auto character : option.explanation)
+            line += character == '\n' ? "\n" + indent : std::string (1, character);
+
+        text += line + "\n";
+    }
+
+    return text;
 }
 } // namespace
 
@@ -98,98 +184,40 @@ std::string checkName (std::string_view name)
 
 std::string parseOptions (int numArguments, char* const* arguments, Options& options)
 {
-    const option known[] = { { "machine", required_argument, nullptr, 'm' },
-                             { "interfaces", required_argument, nullptr, 'i' },
-                             { "names", required_argument, nullptr, 'n' },
-                             { "rate", required_argument, nullptr, 'r' },
-                             { "buffer", required_argument, nullptr, 'b' },
-                             { "seed", required_argument, nullptr, 's' },
-                             { "controllers", required_argument, nullptr, 'c' },
-                             { "help", no_argument, nullptr, 'h' },
-                             { nullptr, 0, nullptr, 0 } };
+    options.controllers.clear();
+    parseControllers ("1", options);
 
-    std::uint32_t numInterfaces = 0;
-    auto isNumberGiven = false;
-
-    if (auto error = parseControllers ("1", options); ! error.empty())
-        return error;
-
-    opterr = 0;
-    optind = 0; // starts over, so that a process can read more than one command line
-
-    for (;;)
+    for (int i = 1; i < numArguments; ++i)
     {
-        const auto* argument = arguments[optind == 0 ? std::min (1, numArguments - 1) : optind];
-        const auto letter = getopt_long (numArguments, arguments, ":h", known, nullptr);
-        const std::string value = optarg != nullptr ? optarg : "";
-        std::string error;
+        const std::string argument (arguments[i]);
+        const auto name = argument.substr (0, argument.find ('='));
+        const auto* option =
+            std::find_if (std::begin (known), std::end (known), [&name] (const Option& o) { return o.name == name; });
+        const auto isValueAttached = name.size() < argument.size();
 
-        if (letter == -1)
-            break;
+        if (name.empty() || name[0] != '-')
+            return argument + ": options only, please";
 
-        switch (letter)
-        {
-            case 'm':
-                options.machine = value;
-                error = value.empty() ? "--machine: a folder" : "";
-                break;
+        if (option == std::end (known) || (option->value.empty() && isValueAttached))
+            return argument + ": no such option";
 
-            case 'i':
-                isNumberGiven = true;
+        std::string value;
 
-                if (! parseNumber (value, numInterfaces) || numInterfaces > maximumInterfaces)
-                    error = "--interfaces: a number from 0 to " + std::to_string (maximumInterfaces);
+        if (isValueAttached)
+            value = argument.substr (name.size() + 1);
+        else if (! option->value.empty() && ++i == numArguments)
+            return argument + " needs a value";
+        else if (! option->value.empty())
+            value = arguments[i];
 
-                break;
-
-            case 'n':
-                error = parseNames (value, options);
-                break;
-
-            case 'r':
-                if (! parseNumber (value, options.sampleRate) || ! DeviceModel::isSampleRate (options.sampleRate))
-                    error = "--rate: 22050 to 192000 Hz";
-
-                break;
-
-            case 'b':
-                if (! parseNumber (value, options.bufferSize) || ! DeviceModel::isBufferSize (options.bufferSize))
-                    error = "--buffer: 16 to 8192 samples";
-
-                break;
-
-            case 's':
-                error = parseNumber (value, options.seed) ? "" : "--seed: a number";
-                break;
-
-            case 'c':
-                error = parseControllers (value, options);
-                break;
-
-            case 'h':
-                options.wantsHelp = true;
-                break;
-
-            case ':':
-                error = std::string (argument) + " needs a value";
-                break;
-
-            default:
-                error = std::string (argument) + ": no such option";
-                break;
-        }
-
-        if (! error.empty())
-            return error;
+        if (const auto error = option->parse (value, options); ! error.empty())
+            return name + ": " + error;
     }
 
-    if (optind < numArguments)
-        return std::string (arguments[optind]) + ": options only, please";
+    const auto numNames = static_cast<std::uint32_t> (options.names.size());
+    const auto numInterfaces = options.numInterfaces.value_or (numNames > 0 ? numNames : defaultInterfaces);
 
-    if (! isNumberGiven)
-        numInterfaces = options.names.empty() ? defaultInterfaces : static_cast<std::uint32_t> (options.names.size());
-
-    if (options.names.size() > numInterfaces)
+    if (numNames > numInterfaces)
         return "more names than interfaces";
 
     options.names.resize (numInterfaces);
@@ -201,21 +229,12 @@ std::string getHelpText()
     return "Usage: quendel-simulator [OPTION]...\n"
            "Plays the driver of FireWire audio interfaces in a machine folder, for Quendel to look at.\n"
            "\n"
-           "  --machine DIR      the machine folder (default: $QUENDEL_MACHINE, else\n"
-           "                     $XDG_RUNTIME_DIR/quendel-machine, else /tmp/quendel-machine-<user id>)\n"
-           "  --interfaces N     interfaces to start with, 0 to 64 (default: one for each name, or 2)\n"
-           "  --names A,B,...    their names, up to 63 bytes each\n"
-           "  --rate HZ          their sample rate, 22050 to 192000 (default 48000)\n"
-           "  --buffer SAMPLES   their buffer size, 16 to 8192 (default 256)\n"
-           "  --seed N           what their behaviour is made from; the same number, the same behaviour (default 1)\n"
-           "  --controllers N|ID,...\n"
-           "                     host controllers, by number (default 1) or by their device-instance ids\n"
-           "  --help             this text\n"
-           "\n"
-           "Prints \"serving N interfaces in DIR\" when it is ready. Then it reads orders from standard input, one\n"
-           "a line, and answers each with one line, \"ok ...\" or \"error: ...\". DEV is a device's name, or\n"
-           "\"all\". A wrong order changes nothing. Orders:\n"
-           "\n"
+           + describeOptions()
+           + "\n"
+             "Prints \"serving N interfaces in DIR\" when it is ready. Then it reads orders from standard input, one\n"
+             "a line, and answers each with one line, \"ok ...\" or \"error: ...\". DEV is a device's name, or\n"
+             "\"all\". A wrong order changes nothing. Orders:\n"
+             "\n"
            + getOrderHelp()
            + "\n"
              "REQUEST is stream-status, map-statistics, reset-statistics, event-entry, probe, read-counters,\n"

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -16,8 +17,9 @@ inline constexpr std::uint32_t maximumInterfaces = 64;
 /** What the simulator is started with. */
 struct Options
 {
-    std::string machine;            /**< Path of the machine folder; empty: the usual one. */
-    std::vector<std::string> names; /**< One interface for each; an empty name lets the simulator choose. */
+    std::string machine;                        /**< Path of the machine folder; empty: the usual one. */
+    std::vector<std::string> names;             /**< One interface for each; an empty name lets the simulator choose. */
+    std::optional<std::uint32_t> numInterfaces; /**< As asked for; none: as many as names, or the usual number. */
     std::vector<std::string> controllers;
     std::uint32_t sampleRate = 48000; /**< Hz. */
     std::uint32_t bufferSize = 256;   /**< Sample frames. */
