@@ -156,7 +156,7 @@ void openEventWindow (benchmark::State& state)
         1.1,
         [&]
         {
-            EventDisplayWindowContent content (devices.getDevices());
+            EventDisplayWindowContent content (devices);
             benchmark::DoNotOptimize (content.createComponentSnapshot (content.getLocalBounds()));
         },
         [&]

@@ -1,13 +1,12 @@
 #include "events/EventDisplayWindow.h"
 
-#include "device/DeviceList.h"
 #include "events/EventDisplayWindowContent.h"
 
 EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
     : DialogWindow ("Event log", juce::Colours::black, true, true)
 {
     // In this order the logs are read before anything is on screen, and the content gets its full size.
-    auto content = std::make_unique<EventDisplayWindowContent> (devices.getDevices());
+    auto content = std::make_unique<EventDisplayWindowContent> (devices);
     setUsingNativeTitleBar (true);
     setContentOwned (content.release(), true);
     setCentreRelative (0.5f, 0.5f);

@@ -2,7 +2,7 @@
 
 static constexpr int stripHeight = 46;
 
-EventDisplayWindowContent::EventDisplayWindowContent (const std::vector<HwDevice::Ptr>& devices) : tabs (devices)
+EventDisplayWindowContent::EventDisplayWindowContent (const DeviceList& devices) : tabs (devices)
 {
     addAndMakeVisible (tabs);
 

@@ -6,7 +6,7 @@
 class EventDisplayWindowContent : public juce::Component, private juce::Button::Listener
 {
 public:
-    explicit EventDisplayWindowContent (const std::vector<HwDevice::Ptr>& devices);
+    explicit EventDisplayWindowContent (const DeviceList& devices);
 
     void paint (juce::Graphics&) override;
     void resized() override;

@@ -1,6 +1,5 @@
 #include "events/EventList.h"
 
-#include "device/Ticks.h"
 #include "events/EventNames.h"
 #include "events/SaveReportTask.h"
 
@@ -112,10 +111,10 @@ juce::String EventList::getCellText (int rowNumber, int columnId) const
             return juce::String::formatted ("%d(%d)", rowNumber, event.auxValue);
 
         case timeColumn:
-            return event.describeTicks ("%.3f", event.timestamp, EventRecord::toMilliseconds);
+            return event.hasTime() ? juce::String::formatted ("%.3f", event.eventTimeMs()) : juce::String ("?");
 
         case deltaColumn:
-            return event.describeTicks ("%.0f", event.timeDelta, EventRecord::toMicroseconds);
+            return event.hasTime() ? juce::String::formatted ("%.0f", event.timeDeltaUs()) : juce::String ("?");
 
         case paramColumn:
             return deviceNames[static_cast<std::int8_t> (event.deviceOrdinal)]

@@ -24,9 +24,10 @@ public:
         nameColumn
     };
 
-    /** Reads the logs, one request per entry: this takes its time.
+    /** Reads the logs, one request per entry: this takes its time, in which devices can come and go and positions in
+       the DeviceList change. So the lists of one window are made from the devices that there were at one moment.
 
-        @param devices      the devices of the list, in its order
+        @param devices      in the list's order
         @param deviceIndex  the one to read, or negative for all of them
     */
     EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex);

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <juce_core/juce_core.h>
+#include "device/Ticks.h"
 
 /** One event of a driver's log. */
 struct EventRecord
@@ -14,18 +13,24 @@ struct EventRecord
     std::uint8_t deviceOrdinal = 0; /**< Index into the list's device names. */
     std::int8_t auxValue = 0;       /**< A small value of the driver's, shown behind the row number. */
 
-    /** Ticks of this event's counter in seconds times the scale; only for a counter that has a rate. */
-    double convertTicks (std::int64_t ticks, double scale) const
+    /** False for a counter without a rate, whose ticks are no time. */
+    bool hasTime() const { return frequency != 0; }
+
+    /** Milliseconds since the counter's origin; only with hasTime. */
+    double eventTimeMs() const { return convertTicks (timestamp, 1000.0); }
+
+    /** Milliseconds since another event; only with hasTime. */
+    double msSince (const EventRecord& other) const
     {
-        return static_cast<double> (ticks) * scale / static_cast<double> (frequency);
+        return convertTicks (Ticks::difference (timestamp, other.timestamp), 1000.0);
     }
 
-    /** Text of the same by a printf format; "?" when the counter has no rate. */
-    juce::String describeTicks (const char* format, std::int64_t ticks, double scale) const
-    {
-        return frequency == 0 ? juce::String ("?") : juce::String::formatted (format, convertTicks (ticks, scale));
-    }
+    /** Microseconds since the event before it in time; only with hasTime. */
+    double timeDeltaUs() const { return convertTicks (timeDelta, 1000000.0); }
 
-    static constexpr double toMilliseconds = 1000.0;
-    static constexpr double toMicroseconds = 1000000.0;
+private:
+    double convertTicks (std::int64_t ticks, double perSecond) const
+    {
+        return static_cast<double> (ticks) * perSecond / static_cast<double> (frequency);
+    }
 };

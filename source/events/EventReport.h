@@ -17,8 +17,12 @@ namespace EventReport
 juce::String
     formatLine (int row, const EventRecord& event, const EventRecord& first, const juce::StringArray& deviceNames);
 
+/** The name that is proposed for a report saved at that local time. */
+juce::String getFileName (const juce::Time& time);
+
 /** Replaces the file by a report of the events in their present order; says nothing about how that went. Any thread.
 
+    What cannot be written ends the file: nothing is appended to an earlier report, or behind lines that are missing.
     Line 0 is appended alone, then 256 lines at a time, each time with the file opened and closed, so that memory stays
     bounded and the file grows.
 

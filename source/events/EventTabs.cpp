@@ -1,7 +1,8 @@
 #include "events/EventTabs.h"
 
+#include "device/DeviceList.h"
 #include "events/EventList.h"
-#include "platform/Surroundings.h"
+#include "events/EventReport.h"
 
 /** The tab bar shows no tab without a name, which would leave a nameless device's events out of reach. */
 static juce::String getTabName (const HwDevice& device)
@@ -10,8 +11,10 @@ static juce::String getTabName (const HwDevice& device)
     return name.isEmpty() ? "Unnamed device" : name;
 }
 
-EventTabs::EventTabs (const std::vector<HwDevice::Ptr>& devices) : TabbedComponent (juce::TabbedButtonBar::TabsAtTop)
+EventTabs::EventTabs (const DeviceList& list) : TabbedComponent (juce::TabbedButtonBar::TabsAtTop)
 {
+    const auto devices = list.getDevices();
+
     for (int i = 0; i < static_cast<int> (devices.size()); ++i)
         addTab (getTabName (*devices[static_cast<std::size_t> (i)]),
                 juce::Colours::white,
@@ -39,13 +42,9 @@ void EventTabs::saveReport()
     if (list == nullptr)
         return;
 
-    const auto name = "Quendel event log " + Surroundings::describeTime (Surroundings::getCurrentTime()) + ".txt";
-    const auto legalName = juce::File::createLegalFileName (name.replaceCharacter (':', '_'));
-
-    juce::FileChooser chooser ("Save event report",
-                               Surroundings::getDocumentsFolder().getChildFile (legalName),
-                               "*.txt",
-                               true);
+    const auto documents = juce::File::getSpecialLocation (juce::File::userDocumentsDirectory);
+    const auto proposed = documents.getChildFile (EventReport::getFileName (juce::Time::getCurrentTime()));
+    juce::FileChooser chooser ("Save event report", proposed, "*.txt", true);
 
     const bool chosen = chooser.browseForFileToSave (true);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/HwDevice.h"
 #include <juce_gui_basics/juce_gui_basics.h>
-#include <vector>
+
+class DeviceList;
 
 /** One tab with an event table per device and, from two devices on, "Aggregate" with the events of all. Message
     thread.
@@ -11,7 +11,7 @@ class EventTabs : public juce::TabbedComponent
 {
 public:
     /** Reads all logs; the devices are not needed afterwards. */
-    explicit EventTabs (const std::vector<HwDevice::Ptr>& devices);
+    explicit EventTabs (const DeviceList& list);
     ~EventTabs() override;
 
     /** Asks for a file and writes the table on show to it. */

@@ -219,29 +219,26 @@ TEST_F (EventListTests, rowsAreColouredBySelectionAndType)
 }
 
 //==============================================================================
-juce::StringArray tabNames (const std::vector<HwDevice::Ptr>& devices)
-{
-    return EventTabs (devices).getTabNames();
-}
-
 TEST_F (EventListTests, tabsNameEveryDevice)
 {
-    EXPECT_EQ (tabNames ({}).size(), 0);
-    EXPECT_EQ (tabNames ({ devices[deckIndex] }).joinIntoString (","), "Deck");
-
     const TestDriver nameless (machine, { .name = "c", .uniqueName = std::string (1, '\0') });
     const DeviceList withNameless (0, nullptr, nullptr, nullptr);
-    EventTabs tabs (withNameless.getDevices());
+    EventTabs tabs (withNameless);
     EXPECT_EQ (tabs.getTabNames().joinIntoString (","), "Unnamed device,Two,Deck,Aggregate");
     EXPECT_EQ (tabs.getTabBackgroundColour (3), juce::Colours::cyan);
     EXPECT_EQ (tabs.getTabBackgroundColour (0), juce::Colours::white);
+
+    list.removeByPath (TestMachine::getInterfacePath ("b"));
+    EXPECT_EQ (EventTabs (list).getTabNames().joinIntoString (","), "Deck");
+    list.removeByPath (TestMachine::getInterfacePath ("a"));
+    EXPECT_EQ (EventTabs (list).getNumTabs(), 0);
 }
 
 TEST_F (EventListTests, eachLogIsReadOnceMoreForTheAggregate)
 {
     deck.events = makeLog (7);
     two.events = makeLog (2);
-    EventDisplayWindowContent content (devices);
+    EventDisplayWindowContent content (list);
 
     EXPECT_EQ (deck.count (TestDriver::eventEntry), 2 * 8);
     EXPECT_EQ (two.count (TestDriver::eventEntry), 2 * 3);
