@@ -2,7 +2,7 @@
 
 #include "device/Ticks.h"
 #include "platform/AccessGuard.h"
-#include "stats/StatisticsBlock.h"
+#include "stats/StatisticsReport.h"
 
 using namespace StatisticsLayout;
 
@@ -12,103 +12,87 @@ Column::Column (const juce::String& deviceName) : name (deviceName)
 }
 
 //==============================================================================
-namespace
-{
-/** The buffer-offset fields as the driver keeps them, ticks. */
-struct BufferOffset
-{
-    std::int64_t average = 0, maximum = 0, minimum = 0;
-};
-} // namespace
-
-#define FIELD(name) offsetof (StatisticsBlock, name)
-
 void Column::computeValues (const StatisticsBlock* block, double msPerTick)
 {
     if (block == nullptr)
         return;
 
-    std::int64_t recordPeriod = 0;
-    BufferOffset bufferOffset;
+    std::int64_t period = 0;
+    std::array<std::int64_t, numRows> offsets {}; // ticks, of the rows of that kind
 
-    const bool complete = AccessGuard::readBlock (
-        block,
-        [&] (const AccessGuard::BlockReader& reader)
-        {
-            const auto ticks = [&] (std::size_t field) { return reader.read<std::int64_t> (field); };
-            const auto time = [&] (std::size_t field) { return static_cast<double> (ticks (field)) * msPerTick; };
-            const auto count = [&] (std::size_t field)
-            { return static_cast<double> (reader.read<std::int32_t> (field)); };
+    const bool complete =
+        AccessGuard::readBlock (block,
+                                [&] (const AccessGuard::BlockReader& reader)
+                                {
+                                    period = reader.read<std::int64_t> (offsetof (StatisticsBlock, recordAverage));
 
-            recordPeriod = ticks (FIELD (recordAverage));
+                                    for (const auto row : valueRows)
+                                    {
+                                        const auto& [kind, label, reportLabel, field] = rows[row];
 
-            valueOf (playbackCount) = count (FIELD (playbackBufferCount));
-            valueOf (playbackMaximum) = time (FIELD (playbackMaximum));
-            valueOf (playbackAverage) = time (FIELD (playbackAverage));
-            valueOf (recordCount) = count (FIELD (recordBufferCount));
-            valueOf (recordMaximum) = time (FIELD (recordMaximum));
-            valueOf (recordAverage) = static_cast<double> (recordPeriod) * msPerTick;
-            valueOf (wakeupMaximum) = time (FIELD (wakeupMaximum));
-            valueOf (wakeupAverage) = time (FIELD (wakeupAverage));
-            valueOf (hostMaximum) = time (FIELD (hostMaximum));
-            valueOf (hostAverage) = time (FIELD (hostAverage));
-
-            bufferOffset.maximum = ticks (FIELD (offsetMaximum));
-            bufferOffset.average = ticks (FIELD (offsetAverage));
-            bufferOffset.minimum = ticks (FIELD (offsetMinimum));
-        });
+                                        if (kind == RowKind::bufferCount)
+                                            values[row] = reader.read<std::int32_t> (field);
+                                        else if (kind == RowKind::time)
+                                            values[row] =
+                                                static_cast<double> (reader.read<std::int64_t> (field)) * msPerTick;
+                                        else if (kind == RowKind::bufferOffset)
+                                            offsets[row] = reader.read<std::int64_t> (field);
+                                    }
+                                });
 
     if (! complete)
         return;
 
-    if (bufferOffset.maximum == StatisticsBlock::noMaximum)
-        bufferOffset.maximum = 0;
+    if (offsets[offsetMaximumRow] == StatisticsBlock::noMaximum)
+        offsets[offsetMaximumRow] = 0;
 
     // An offset of more than half a period is nearer to the next buffer than to this one.
-    if (bufferOffset.average > recordPeriod >> 1)
-        for (auto* offset : { &bufferOffset.maximum, &bufferOffset.average, &bufferOffset.minimum })
-            *offset = Ticks::difference (*offset, recordPeriod);
+    const bool belongsToNext = offsets[offsetAverageRow] > period >> 1;
 
-    valueOf (offsetMaximum) = static_cast<double> (bufferOffset.maximum) * msPerTick;
-    valueOf (offsetAverage) = static_cast<double> (bufferOffset.average) * msPerTick;
+    for (const auto row : { offsetMaximumRow, offsetMinimumRow, offsetAverageRow })
+    {
+        const auto ticks = belongsToNext ? Ticks::difference (offsets[row], period) : offsets[row];
 
-    if (bufferOffset.minimum != StatisticsBlock::noMinimum)
-        valueOf (offsetMinimum) = static_cast<double> (bufferOffset.minimum) * msPerTick;
+        if (row != offsetMinimumRow || ticks != StatisticsBlock::noMinimum)
+            values[row] = static_cast<double> (ticks) * msPerTick;
+    }
 }
 
-#undef FIELD
-
-void Column::setFirmwareCounters (std::uint32_t fifo,
-                                  std::uint32_t underrunCount,
-                                  std::uint32_t overflowCount,
-                                  std::uint32_t syncs)
+void Column::setFirmwareCounters (std::uint32_t fifoLevel,
+                                  std::uint32_t underruns,
+                                  std::uint32_t overflows,
+                                  std::uint32_t syncCount)
 {
     constexpr double percentPerLevel = 100.0 / 1024.0;
 
-    valueOf (fifoLevel) = fifo * percentPerLevel;
-    valueOf (overflows) = overflowCount;
-    valueOf (underruns) = underrunCount;
-    valueOf (syncCount) = syncs;
+    values[fifoLevelRow] = fifoLevel * percentPerLevel;
+    values[overflowRow] = overflows;
+    values[underrunRow] = underruns;
+    values[syncCountRow] = syncCount;
 }
 
 //==============================================================================
-static const char* getFormat (int row)
+static const char* getFormat (RowKind kind)
 {
-    switch (row)
+    switch (kind)
     {
-        case playbackCount:
-        case recordCount:
-        case overflows:
-        case underruns:
-        case syncCount:
+        case RowKind::bufferCount:
+        case RowKind::eventCount:
             return "%.0f";
 
-        case fifoLevel:
+        case RowKind::fifoLevel:
             return "%.0f %%";
 
-        default:
+        case RowKind::time:
+        case RowKind::bufferOffset:
             return "%0.3f msec";
+
+        case RowKind::blank:
+        case RowKind::header:
+            break;
     }
+
+    return "";
 }
 
 void Column::update (const StatisticsBlock* block, double msPerTick)
@@ -116,7 +100,12 @@ void Column::update (const StatisticsBlock* block, double msPerTick)
     computeValues (block, msPerTick);
 
     for (const auto row : valueRows)
-        texts[static_cast<std::size_t> (row)] = juce::String::formatted (getFormat (row), valueOf (row));
+        texts[row] = juce::String::formatted (getFormat (rows[row].kind), values[row]);
+}
+
+void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
+{
+    StatisticsReport::appendDevice (text, name, caps, texts);
 }
 
 //==============================================================================
@@ -131,7 +120,7 @@ constexpr int boxInsetY = 2;
 
 void Column::paint (juce::Graphics& g)
 {
-    const int rowHeight = getHeight() / numRows;
+    const int rowHeight = getHeight() / static_cast<int> (numRows);
 
     g.setFont (juce::Font (fontHeight, juce::Font::bold));
     g.setColour (juce::Colours::white);
@@ -141,9 +130,9 @@ void Column::paint (juce::Graphics& g)
         paintItem (g, row, rowHeight);
 }
 
-void Column::paintItem (juce::Graphics& g, int row, int rowHeight) const
+void Column::paintItem (juce::Graphics& g, std::size_t row, int rowHeight) const
 {
-    const int y = row * rowHeight + boxInsetY;
+    const int y = static_cast<int> (row) * rowHeight + boxInsetY;
     const int height = rowHeight - 2 * boxInsetY;
     const int textInset = getWidth() / 16;
 

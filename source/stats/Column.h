@@ -1,11 +1,9 @@
 #pragma once
 
 #include "stats/StatisticsLayout.h"
-#include <array>
 #include <juce_gui_basics/juce_gui_basics.h>
 
 class HwInfoCaps;
-struct StatisticsBlock;
 
 /** One device's statistics: the figures, their texts, and the component that shows them.
 
@@ -39,13 +37,12 @@ public:
     void appendReport (juce::String& text, const HwInfoCaps& caps) const;
 
     /** A figure's text as it is shown; empty until the first update. */
-    const juce::String& getText (int row) const { return texts[static_cast<std::size_t> (row)]; }
+    const juce::String& getText (std::size_t row) const { return texts[row]; }
 
     void paint (juce::Graphics&) override;
 
 private:
-    double& valueOf (int row) { return values[static_cast<std::size_t> (row)]; }
-    void paintItem (juce::Graphics&, int row, int rowHeight) const;
+    void paintItem (juce::Graphics&, std::size_t row, int rowHeight) const;
 
     const juce::String name;
     std::array<double, StatisticsLayout::numRows> values {};

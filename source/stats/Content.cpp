@@ -1,21 +1,21 @@
 #include "stats/Content.h"
 
 #include "device/DeviceChangeMessage.h"
-#include "device/DeviceList.h"
+#include "device/HostControllerList.h"
 #include "events/EventDisplayWindow.h"
-#include "stats/StatisticsBlock.h"
+#include "stats/StatisticsReport.h"
 #include <algorithm>
 
 namespace
 {
 constexpr int refreshIntervalMs = 250;
-constexpr juce::uint32 changesApartMs = 50;
+constexpr int turnForInputMs = 1;
 
 constexpr int columnsX = 170;
 constexpr int columnsY = 92;
 constexpr int columnWidth = 150;
 constexpr int rowHeight = 18;
-constexpr int columnHeight = rowHeight * StatisticsLayout::numRows;
+constexpr int columnHeight = rowHeight * static_cast<int> (StatisticsLayout::numRows);
 constexpr int marginRight = 20;
 constexpr int headerLabelX = 20;
 constexpr int itemLabelX = 40;
@@ -92,8 +92,7 @@ Content::Content (DeviceList& devices) : Component ("stats content"), deviceList
     addButton (eventsButton, 0, buttonsY);
     resetButton.addShortcut (juce::KeyPress (juce::KeyPress::returnKey));
 
-    setSize (100, viewHeight);
-    updateWidth();
+    setSize (getFullWidth(), viewHeight);
 }
 
 Content::~Content()
@@ -124,7 +123,7 @@ void Content::addRowLabels()
     {
         if (row.label != nullptr)
         {
-            const int x = row.isItem ? itemLabelX : headerLabelX;
+            const int x = row.isItem() ? itemLabelX : headerLabelX;
             auto* label = rowLabels.add (new juce::Label ({}, row.label));
             label->setFont (getLabelFont());
             label->setBounds (x, y, labelsRight - x, rowHeight);
@@ -146,107 +145,96 @@ void Content::addButton (ViewButton& button, int x, int y)
 //==============================================================================
 void Content::rebuildColumns()
 {
-    const juce::ScopedLock locked (columns.getLock());
+    const juce::ScopedLock locked (columnLock);
     stopTimer();
     columns.clear();
-    sources.clear();
 
     for (const auto& device : deviceList.getDevices())
     {
         device->reopen();
 
-        auto* column = new Column (device->getName());
-        column->setBounds (columnsX + columnWidth * columns.size(), columnsY, columnWidth, columnHeight);
-        addAndMakeVisible (columns.add (column));
-        sources.push_back ({ device->getPath(), device->getCaps() });
+        auto column = std::make_unique<Column> (device->getName());
+        const int x = columnsX + columnWidth * static_cast<int> (columns.size());
+        column->setBounds (x, columnsY, columnWidth, columnHeight);
+        addAndMakeVisible (*column);
+        columns.push_back ({ std::move (column), device->getPath(), device->getCaps() });
     }
 
     startTimer (refreshIntervalMs);
 }
 
-int Content::getFullWidth (int numColumns) const
+int Content::getFullWidth() const
 {
-    return columnWidth * numColumns + columnsX + marginRight;
+    return columnWidth * static_cast<int> (columns.size()) + columnsX + marginRight;
 }
 
+/** By the columns, which the list can be ahead of: the view has room for what it shows. */
 void Content::updateWidth()
 {
-    setSize (getFullWidth (deviceList.getNumDevices()), getHeight());
-    resized(); // also where the width stays: the list can have grown before the columns did
+    setSize (getFullWidth(), getHeight());
 }
 
 /** Devices are found by their column, not by their position: between a change of the list and the message that
     tells of it, a position belongs to somebody else.
 */
-void Content::forEachColumn (const std::function<void (Column&, HwDevice&)>& action)
+HwDevice* Content::ShownDevice::findIn (const Devices& devices) const
 {
-    const juce::ScopedLock locked (columns.getLock());
-
-    const auto devices = deviceList.getDevices();
-
-    for (std::size_t i = 0; i < sources.size(); ++i)
-    {
-        const auto isShown = [&] (const HwDevice::Ptr& device) { return device->getPath() == sources[i].path; };
-
-        // Nearly always the position is right as well, and the search over at once.
-        const auto start = i < devices.size() && isShown (devices[i])
-                               ? devices.begin() + static_cast<std::ptrdiff_t> (i)
-                               : devices.begin();
-
-        if (const auto device = std::find_if (start, devices.end(), isShown); device != devices.end())
-            action (*columns[static_cast<int> (i)], **device);
-    }
+    const auto device = std::find_if (devices.begin(),
+                                      devices.end(),
+                                      [this] (const auto& candidate) { return candidate->getPath() == path; });
+    return device != devices.end() ? device->get() : nullptr;
 }
 
-void Content::refreshFirmwareCounters()
+void Content::refreshFirmwareCounters (const Devices& devices)
 {
-    forEachColumn (
-        [] (Column& column, HwDevice& device)
-        {
-            FirmwareCounters counters;
+    const juce::ScopedLock locked (columnLock);
 
-            if (device.readFirmwareCounters (counters) == TransactionResult::success)
-                column.setFirmwareCounters (counters.fifoLevel,
-                                            counters.underruns,
-                                            counters.overflows,
-                                            counters.syncCount);
-        });
+    for (const auto& shown : columns)
+    {
+        FirmwareCounters counters;
+
+        if (auto* device = shown.findIn (devices);
+            device != nullptr && device->readFirmwareCounters (counters) == TransactionResult::success)
+            shown.column->setFirmwareCounters (counters.fifoLevel,
+                                               counters.underruns,
+                                               counters.overflows,
+                                               counters.syncCount);
+    }
 }
 
 void Content::timerCallback()
 {
-    const juce::ScopedLock locked (columns.getLock());
+    const juce::ScopedLock locked (columnLock);
+    const auto devices = deviceList.getDevices();
     const auto msPerTick = getMsPerTick();
 
-    refreshFirmwareCounters();
+    refreshFirmwareCounters (devices);
 
-    forEachColumn (
-        [msPerTick] (Column& column, HwDevice& device)
+    for (const auto& shown : columns)
+    {
+        if (const auto* device = shown.findIn (devices))
         {
-            column.update (getStatistics (device), msPerTick);
-            column.repaint();
-        });
+            shown.column->update (getStatistics (*device), msPerTick);
+            shown.column->repaint();
+        }
+    }
 
-    showStreamStatus();
+    if (! devices.empty())
+        showStreamStatus (*devices.front());
 }
 
-void Content::showStreamStatus()
+void Content::showStreamStatus (HwDevice& newest)
 {
-    const auto device = deviceList.getDevice (0);
+    newest.readStreamStatus();
 
-    if (device == nullptr)
-        return;
-
-    device->readStreamStatus();
-
-    if (const auto rate = device->getSampleRate(); rate != sampleRate)
+    if (const auto rate = newest.getSampleRate(); rate != sampleRate)
     {
         sampleRate = rate;
         sampleRateLabel.setText (describeSampleRate (rate), juce::dontSendNotification);
         updateBufferTimeLabel();
     }
 
-    if (const auto size = device->getBufferSize(); size != bufferSize)
+    if (const auto size = newest.getBufferSize(); size != bufferSize)
     {
         bufferSize = size;
         bufferSizeLabel.setText (describeBufferSize (size), juce::dontSendNotification);
@@ -267,34 +255,27 @@ void Content::handleMessage (const juce::Message& message)
     if (change != DeviceArrivedMessage && change != DeviceRemovedMessage)
         return;
 
-    // The toolkit delivers all messages before it looks at keys and clicks: when every change of a storm had columns of
-    // its own, a user could not even quit.
-    const bool isStorm = juce::Time::getMillisecondCounter() - followedAt < changesApartMs;
-
-    if (! isStorm || deviceList.getNumDevices() == 0)
+    if (deviceList.getNumDevices() == 0)
+        juce::JUCEApplication::quit();
+    else if (turnForInput.isTimerRunning())
+        turnForInput.isChangeWaiting = true;
+    else
         followDevices();
-    else if (! laterChange.isTimerRunning())
-        laterChange.startTimer (changesApartMs);
-}
-
-void Content::LaterChange::timerCallback()
-{
-    content.followDevices();
 }
 
 void Content::followDevices()
 {
-    laterChange.stopTimer();
-
-    if (deviceList.getNumDevices() == 0)
-    {
-        juce::JUCEApplication::quit();
-        return;
-    }
-
     rebuildColumns();
     updateWidth();
-    followedAt = juce::Time::getMillisecondCounter();
+    turnForInput.startTimer (turnForInputMs);
+}
+
+void Content::TurnForInput::timerCallback()
+{
+    stopTimer();
+
+    if (std::exchange (isChangeWaiting, false))
+        content.followDevices();
 }
 
 void Content::buttonClicked (juce::Button* button)
@@ -350,38 +331,64 @@ bool Content::ViewButton::keyPressed (const juce::KeyPress& key)
     return true;
 }
 
-//==============================================================================
-int Content::getColumnsLeft() const
+juce::String Content::makeReport (const juce::Time& time) const
 {
-    const auto* first = columns[0];
-    return first != nullptr ? first->getX() : columnsX;
+    const juce::ScopedLock locked (columnLock);
+    juce::String sections;
+
+    for (const auto& shown : columns)
+        shown.column->appendReport (sections, shown.caps);
+
+    return StatisticsReport::make (time,
+                                   HostControllerList(),
+                                   sampleRate,
+                                   bufferSize,
+                                   bufferTimeLabel.getText(),
+                                   sections);
 }
 
+void Content::saveStatisticsReport()
+{
+    const auto documents = juce::File::getSpecialLocation (juce::File::userDocumentsDirectory);
+    const bool saved = StatisticsReport::append (documents.getChildFile ("Quendel report.txt"),
+                                                 makeReport (juce::Time::getCurrentTime()));
+
+    juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
+                                            "Quendel",
+                                            saved ? "Report saved to your documents folder." : "Unable to save report");
+}
+
+//==============================================================================
 void Content::resized()
 {
-    const int x = getColumnsLeft();
-    sampleRateLabel.setBounds (x, sampleRateY, statusWidth, statusHeight);
-    bufferSizeLabel.setBounds (x, bufferSizeY, statusWidth, statusHeight);
-    bufferTimeLabel.setBounds (x, bufferTimeY, statusWidth, statusHeight);
+    sampleRateLabel.setBounds (columnsX, sampleRateY, statusWidth, statusHeight);
+    bufferSizeLabel.setBounds (columnsX, bufferSizeY, statusWidth, statusHeight);
+    bufferTimeLabel.setBounds (columnsX, bufferTimeY, statusWidth, statusHeight);
 
-    const int width = getFullWidth (columns.size());
     const int y = getHeight() - buttonsFromBottom;
-    saveButton.setCentrePosition (width / 4, y);
-    resetButton.setCentrePosition (width / 2, y);
-    eventsButton.setCentrePosition (3 * width / 4, y);
+    saveButton.setCentrePosition (getWidth() / 4, y);
+    resetButton.setCentrePosition (getWidth() / 2, y);
+    eventsButton.setCentrePosition (3 * getWidth() / 4, y);
 }
 
 void Content::paint (juce::Graphics& g)
 {
-    const int x = sampleRateLabel.getX() - statusWidth;
-
     g.fillAll (backgroundColour);
     g.setColour (juce::Colours::white);
     g.drawRect (0, 0, getWidth(), getHeight());
 
     g.setFont (juce::Font (12.0f, juce::Font::bold));
     const auto drawCaption = [&] (const char* text, int y)
-    { g.drawFittedText (text, x, y, statusWidth, statusHeight, juce::Justification::centredLeft, 1, 0.7f); };
+    {
+        g.drawFittedText (text,
+                          columnsX - statusWidth,
+                          y,
+                          statusWidth,
+                          statusHeight,
+                          juce::Justification::centredLeft,
+                          1,
+                          0.7f);
+    };
 
     drawCaption ("Sample rate", sampleRateY);
     drawCaption ("Buffer size", bufferSizeY);

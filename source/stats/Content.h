@@ -1,12 +1,9 @@
 #pragma once
 
-#include "device/HwInfoCaps.h"
+#include "device/DeviceList.h"
 #include "stats/Column.h"
 #include <functional>
 #include <vector>
-
-class DeviceList;
-class HwDevice;
 
 /** The main view: stream status of the newest device, one labelled row per statistic, one Column per device, and
     the three buttons.
@@ -29,15 +26,13 @@ public:
     /** Deletes the columns and makes one per device, each of which is closed and opened again. */
     void rebuildColumns();
 
-    /** Fits the width to the number of devices. */
+    /** Fits the width to the number of columns. */
     void updateWidth();
 
     /** Reads the firmware's counters of every device into its column. */
-    void refreshFirmwareCounters();
+    void refreshFirmwareCounters() { refreshFirmwareCounters (deviceList.getDevices()); }
 
-    /** The report on all that the view shows, as a save at that time appends it. The firmware figures of the last
-        refreshFirmwareCounters are in it from the next tick on.
-    */
+    /** The report on all that the view shows, as a save at that time appends it: the texts of the last tick. */
     juce::String makeReport (const juce::Time& time) const;
 
     /** Appends a report on all that the view shows to the report file, and tells the user how that went. */
@@ -59,47 +54,54 @@ private:
         bool keyPressed (const juce::KeyPress&) override;
     };
 
-    /** What a column shows: enough to find its device again, whatever happened to the list meanwhile. */
-    struct ColumnSource
+    using Devices = std::vector<HwDevice::Ptr>;
+
+    /** A column, and enough to find its device again, whatever happened to the list meanwhile. */
+    struct ShownDevice
     {
+        /** Null when it has gone. */
+        HwDevice* findIn (const Devices&) const;
+
+        std::unique_ptr<Column> column;
         juce::String path;
         HwInfoCaps caps;
     };
 
-    /** Calls the view back once, a while after a change that it has put off. */
-    struct LaterChange : public juce::Timer
+    /** Runs for a moment after each change that was followed. The toolkit delivers all messages before it looks at keys
+        and clicks: were every message of a storm of changes followed on the spot, a user could not even quit.
+    */
+    struct TurnForInput : public juce::Timer
     {
-        explicit LaterChange (Content& owner) : content (owner) {}
+        explicit TurnForInput (Content& owner) : content (owner) {}
         void timerCallback() override;
         Content& content;
+        bool isChangeWaiting = false;
     };
 
     void buttonClicked (juce::Button*) override;
     void followDevices();
+    void refreshFirmwareCounters (const Devices&);
     void openEventWindow();
-    void forEachColumn (const std::function<void (Column&, HwDevice&)>& action);
     void runModally (const std::function<void()>& modalCall);
     void resetStatistics();
-    void showStreamStatus();
+    void showStreamStatus (HwDevice& newest);
     void updateBufferTimeLabel();
     void addStatusLabel (juce::Label&, const juce::String& text);
     void addRowLabels();
     void addButton (ViewButton&, int x, int y);
-    int getColumnsLeft() const;
-    int getFullWidth (int numColumns) const;
+    int getFullWidth() const;
 
     DeviceList& deviceList;
     juce::Label sampleRateLabel { "samplerate" };
     juce::Label bufferSizeLabel { "buffsize" };
     juce::Label bufferTimeLabel { "bufftime" };
     juce::OwnedArray<juce::Label> rowLabels;
-    juce::OwnedArray<Column, juce::CriticalSection> columns; // in the list's order as of the last rebuild
-    std::vector<ColumnSource> sources;                       // of each column
+    juce::CriticalSection columnLock;
+    std::vector<ShownDevice> columns; // in the list's order as of the last rebuild
     ViewButton saveButton { "Save" };
     ViewButton resetButton { "Reset" };
     ViewButton eventsButton { "Events" };
-    LaterChange laterChange { *this };
-    juce::uint32 followedAt = 0; // ms, as juce::Time::getMillisecondCounter counts
+    TurnForInput turnForInput { *this };
     juce::TooltipWindow tooltips { this, 700 };
     std::uint32_t sampleRate = 0; // Hz, as shown
     std::uint32_t bufferSize = 0; // sample frames, as shown

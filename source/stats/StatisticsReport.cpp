@@ -1,9 +1,7 @@
 #include "stats/StatisticsReport.h"
 
-#include "device/DeviceList.h"
-#include "device/HostControllerList.h"
-#include "platform/Surroundings.h"
-#include "stats/Content.h"
+namespace StatisticsReport
+{
 
 /** Ends every line of the report. */
 static constexpr auto lineEnd = "\r\n";
@@ -19,15 +17,22 @@ juce::String formatFirmwareVersion (std::uint32_t version)
     return text;
 }
 
-//==============================================================================
-void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
+void appendDevice (juce::String& text,
+                   const juce::String& name,
+                   const HwInfoCaps& caps,
+                   const std::array<juce::String, StatisticsLayout::numRows>& texts)
 {
     using namespace StatisticsLayout;
 
     const auto addVersion = [&] (const char* code, std::uint32_t version)
     { text << code << formatFirmwareVersion (version) << lineEnd; };
 
-    const auto add = [&] (const char* label, int row) { text << label << getText (row) << lineEnd; };
+    const auto addFigure = [&] (std::size_t row)
+    {
+        constexpr int figuresColumn = 31;
+        const auto label = "   " + juce::String (rows[row].reportLabel) + ":";
+        text << label.paddedRight (' ', figuresColumn) << texts[row] << lineEnd;
+    };
 
     text << name << lineEnd;
     addVersion ("ARM code: ", caps.getArmVersion());
@@ -39,84 +44,61 @@ void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
         addVersion ("FPGA code: ", caps.getFpgaVersion());
 
     text << lineEnd;
-    add ("   Playback count:             ", playbackCount);
-    add ("   Playback max time:          ", playbackMaximum);
-    add ("   Playback average time:      ", playbackAverage);
-    text << lineEnd;
-    add ("   Record count:               ", recordCount);
-    add ("   Record max time:            ", recordMaximum);
-    add ("   Record average time:        ", recordAverage);
-    text << lineEnd;
-    add ("   ASIO wakeup max time:       ", wakeupMaximum);
-    add ("   ASIO wakeup average time:   ", wakeupAverage);
-    text << lineEnd;
-    add ("   ASIO host max time:         ", hostMaximum);
-    add ("   ASIO host average time:     ", hostAverage);
-    text << lineEnd;
-    add ("   Buffer offset max time:     ", offsetMaximum);
-    add ("   Buffer offset min time:     ", offsetMinimum);
-    add ("   Buffer offset average time: ", offsetAverage);
-    text << lineEnd;
-    add ("   Underruns:                  ", underruns);
-    add ("   Overflows:                  ", overflows);
+
+    for (std::size_t row = 0; row < fifoLevelRow; ++row)
+        if (rows[row].isItem())
+            addFigure (row);
+        else if (rows[row].kind == RowKind::blank)
+            text << lineEnd;
+
+    // Of the firmware's figures the report has these two, the other way round than the view.
+    addFigure (underrunRow);
+    addFigure (overflowRow);
     text << lineEnd << lineEnd;
 }
 
-//==============================================================================
-static void appendControllers (juce::String& text)
+juce::String make (const juce::Time& time,
+                   const juce::StringArray& controllers,
+                   std::uint32_t sampleRate,
+                   std::uint32_t bufferSize,
+                   const juce::String& bufferTime,
+                   const juce::String& deviceSections)
 {
-    const HostControllerList controllers;
+    juce::String text;
+    text << juce::String::repeatedString ("-", 80) << lineEnd << "Quendel report" << lineEnd;
+    text << time.toString (true, true, true, false) << lineEnd << lineEnd;
 
     if (controllers.size() == 1)
     {
         text << "1394 controller: " << controllers[0] << lineEnd;
-        return;
+    }
+    else
+    {
+        text << "1394 controllers: " << controllers.size() << lineEnd;
+
+        for (const auto& id : controllers)
+            text << "     " << id << lineEnd;
     }
 
-    text << "1394 controllers: " << controllers.size() << lineEnd;
-
-    for (const auto& id : controllers)
-        text << "     " << id << lineEnd;
-}
-
-/** The writer turns the two closing line feeds into line ends. */
-juce::String Content::makeReport (const juce::Time& time) const
-{
-    juce::String text;
-    text << juce::String::repeatedString ("-", 80) << lineEnd << "Quendel report" << lineEnd;
-    text << Surroundings::describeTime (time) << lineEnd << lineEnd;
-
-    appendControllers (text);
     text << lineEnd;
-
     text << "Sample rate:              " << juce::String (sampleRate) << lineEnd;
     text << "Buffer size:              " << juce::String (bufferSize) << lineEnd;
-    text << "Nominal buffer time:      " << bufferTimeLabel.getText() << lineEnd << lineEnd;
+    text << "Nominal buffer time:      " << bufferTime << lineEnd << lineEnd;
+    text << deviceSections;
 
-    for (int i = 0; i < columns.size(); ++i)
-        columns[i]->appendReport (text, sources[static_cast<std::size_t> (i)].caps);
-
+    // The writer makes line ends of these two.
     return text + "\n\n";
 }
 
-/** Only a file that cannot be opened counts as a failure, which the toolkit's appendText cannot tell apart. */
-static bool append (const juce::File& file, const juce::String& text)
+bool append (const juce::File& file, const juce::String& report)
 {
     juce::FileOutputStream stream (file);
+    const bool isOpen = stream.openedOk(); // asked again after an error, it would say no
 
-    if (stream.openedOk())
-        stream.writeText (text, false, false, lineEnd);
+    if (isOpen)
+        stream.writeText (report, false, false, lineEnd);
 
-    return stream.openedOk();
+    return isOpen;
 }
 
-void Content::saveStatisticsReport()
-{
-    const auto text = makeReport (Surroundings::getCurrentTime());
-    const bool opened = append (Surroundings::getDocumentsFolder().getChildFile ("Quendel report.txt"), text);
-
-    juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
-                                            "Quendel",
-                                            opened ? "Report saved to your documents folder."
-                                                   : "Unable to save report");
-}
+} // namespace StatisticsReport

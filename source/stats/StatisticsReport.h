@@ -1,7 +1,12 @@
 #pragma once
 
-#include <cstdint>
+#include "device/HwInfoCaps.h"
+#include "stats/StatisticsLayout.h"
 #include <juce_core/juce_core.h>
+
+/** The statistics report: what the main view shows at one moment, UTF-8 without a byte-order mark, CR LF line ends. */
+namespace StatisticsReport
+{
 
 /** A packed firmware version as text: two parts always, a third and a fourth where they are not 0.
 
@@ -9,3 +14,34 @@
                     of the lowest byte
 */
 juce::String formatFirmwareVersion (std::uint32_t version);
+
+/** Appends one device's section.
+    @param texts  the figures' texts by row, as they are shown
+*/
+void appendDevice (juce::String& text,
+                   const juce::String& name,
+                   const HwInfoCaps& caps,
+                   const std::array<juce::String, StatisticsLayout::numRows>& texts);
+
+/** One whole report.
+
+    @param time            local time of the save
+    @param controllers     ids of the host controllers
+    @param sampleRate      Hz
+    @param bufferSize      sample frames
+    @param bufferTime      as it is shown
+    @param deviceSections  what appendDevice has made of each device
+*/
+juce::String make (const juce::Time& time,
+                   const juce::StringArray& controllers,
+                   std::uint32_t sampleRate,
+                   std::uint32_t bufferSize,
+                   const juce::String& bufferTime,
+                   const juce::String& deviceSections);
+
+/** Appends a report to a file, which is made where there is none.
+    @returns false when the file cannot be opened; once it is open nobody hears of an error
+*/
+bool append (const juce::File& file, const juce::String& report);
+
+} // namespace StatisticsReport

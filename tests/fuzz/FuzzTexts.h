@@ -16,9 +16,8 @@ inline bool beginsWithFiniteNumber (const juce::String& text)
 /** What a column shows must be numbers, whatever the driver says. */
 inline void requireNumbers (const Column& column)
 {
-    for (int row = 0; row < StatisticsLayout::numRows; ++row)
-        require (StatisticsLayout::rows[static_cast<std::size_t> (row)].isItem
-                     ? beginsWithFiniteNumber (column.getText (row))
-                     : column.getText (row).isEmpty(),
+    for (std::size_t row = 0; row < StatisticsLayout::numRows; ++row)
+        require (StatisticsLayout::rows[row].isItem() ? beginsWithFiniteNumber (column.getText (row))
+                                                      : column.getText (row).isEmpty(),
                  "rows of figures show finite numbers, the others nothing");
 }

@@ -10,6 +10,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     using namespace StatisticsLayout;
 
+    constexpr std::size_t playbackCountRow = 1, hostMaximumRow = 15;
     FuzzInput input (data, size);
     const auto counters = input.take<std::array<std::uint32_t, 4>>();
     const std::size_t options = input.take<std::uint8_t>();
@@ -35,9 +36,9 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     column.update (block, msPerTick);
     requireNumbers (column);
 
-    require (column.getText (overflows) == juce::String (counters[2])
-                 && column.getText (underruns) == juce::String (counters[1])
-                 && column.getText (syncCount) == juce::String (counters[3]),
+    require (column.getText (overflowRow) == juce::String (counters[2])
+                 && column.getText (underrunRow) == juce::String (counters[1])
+                 && column.getText (syncCountRow) == juce::String (counters[3]),
              "the firmware's counts are shown as they are");
 
     std::int32_t count = before.playbackBufferCount;
@@ -46,13 +47,13 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     if (offset + countOffset + sizeof (count) <= content.size())
         std::memcpy (&count, content.data() + offset + countOffset, sizeof (count));
 
-    require (column.getText (playbackCount) == juce::String (count),
+    require (column.getText (playbackCountRow) == juce::String (count),
              "a figure comes from its field or keeps its value");
 
     require (::ftruncate (driversOwn.get(), 0) == 0, "a section can be cut");
-    const auto shown = column.getText (hostMaximum);
+    const auto shown = column.getText (hostMaximumRow);
     column.update (block, msPerTick);
     requireNumbers (column);
-    require (column.getText (hostMaximum) == shown, "figures keep their values when the section goes");
+    require (column.getText (hostMaximumRow) == shown, "figures keep their values when the section goes");
     return 0;
 }

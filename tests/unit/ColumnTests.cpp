@@ -19,7 +19,7 @@ StatisticsBlock makeBlock()
 }
 
 /** Texts of rows after an update, separated by bars. */
-juce::String update (Column& column, const StatisticsBlock* block, std::initializer_list<int> rowsToShow)
+juce::String update (Column& column, const StatisticsBlock* block, std::initializer_list<std::size_t> rowsToShow)
 {
     column.update (block, microsecondTicks);
     juce::StringArray shown;
@@ -114,7 +114,7 @@ TEST (ColumnTests, extremeTicksAreDefined)
 TEST (ColumnTests, firmwareCountersAreUnsignedAndTheLevelAPercentage)
 {
     Column column ("Deck");
-    EXPECT_EQ (column.getText (fifoLevel), "");
+    EXPECT_EQ (column.getText (fifoLevelRow), "");
 
     column.setFirmwareCounters (512, 3, 0xFFFFFFFF, 4);
     EXPECT_EQ (update (column, nullptr, { 24, 25, 26, 27 }), "50 %|4294967295|3|4");
@@ -144,10 +144,10 @@ TEST (ColumnTests, paintsItsBoxesAndNothingElse)
 
     const juce::Colour box (75, 75, 75);
 
-    for (int row = 0; row < numRows; ++row)
+    for (std::size_t row = 0; row < numRows; ++row)
     {
-        const bool isItem = rows[static_cast<std::size_t> (row)].isItem;
-        const int y = row * 18;
+        const bool isItem = rows[row].isItem();
+        const int y = static_cast<int> (row) * 18;
 
         for (const auto& [x, dy, inside] : { std::tuple { 4, 2, true },
                                              std::tuple { 145, 15, true },

@@ -1,3 +1,4 @@
+#include "device/DeviceChangeMessage.h"
 #include "device/DeviceList.h"
 #include "stats/Content.h"
 #include "stats/StatisticsBlock.h"
@@ -7,6 +8,8 @@
 
 namespace
 {
+
+constexpr std::size_t playbackCountRow = 1;
 
 /** A view on some devices, "d0" first in the machine and so last in the view. */
 struct ContentTests : public testing::Test
@@ -115,17 +118,18 @@ TEST_F (ContentTests, everythingHasItsPlace)
     EXPECT_EQ (labels[25]->getBounds(), juce::Rectangle<int> (40, 92 + 18 * 27, 110, 18));
 }
 
-/** A burst can grow the list between the columns and the width; the next rebuild then finds the width right already. */
-TEST_F (ContentTests, buttonsFollowTheColumnsWhenTheWidthIsThereFirst)
+/** A burst can grow the list between the columns and the width. */
+TEST_F (ContentTests, widthAndButtonsFollowTheColumns)
 {
     makeContent (1);
     addDriver();
     ASSERT_TRUE (waitFor ([&] { return devices->getNumDevices() == 2; }));
 
     content->updateWidth();
-    EXPECT_EQ (content->getWidth(), 490);
+    EXPECT_EQ (content->getWidth(), 340);
     content->rebuildColumns();
     content->updateWidth();
+    EXPECT_EQ (content->getWidth(), 490);
     EXPECT_EQ (find<juce::TextButton>()[2]->getBounds(), juce::Rectangle<int> (332, 606, 70, 26));
 }
 
@@ -244,15 +248,33 @@ TEST_F (ContentTests, columnsStayWithTheirDevicesWhileTheListMovesOn)
     ASSERT_TRUE (waitFor ([&] { return devices->getNumDevices() == 2; }));
     devices->getDevice (0)->open();
     content->timerCallback();
-    EXPECT_EQ (find<Column>()[0]->getText (StatisticsLayout::playbackCount), "111");
+    EXPECT_EQ (find<Column>()[0]->getText (playbackCountRow), "111");
 
     content->rebuildColumns();
     content->updateWidth();
     content->timerCallback();
     ASSERT_EQ (find<Column>().size(), 2u);
-    EXPECT_EQ (find<Column>()[0]->getText (StatisticsLayout::playbackCount), "222");
-    EXPECT_EQ (find<Column>()[1]->getText (StatisticsLayout::playbackCount), "111");
+    EXPECT_EQ (find<Column>()[0]->getText (playbackCountRow), "222");
+    EXPECT_EQ (find<Column>()[1]->getText (playbackCountRow), "111");
     EXPECT_EQ (content->getWidth(), 490);
+}
+
+/** A change is followed at once; those that come before the message loop has had a turn share the next rebuild. */
+TEST_F (ContentTests, changesOfAStormLeaveRoomForInput)
+{
+    makeContent (1);
+    newest().forgetRecords();
+    const DeviceChangeMessage change (DeviceArrivedMessage, nullptr);
+
+    for (int i = 0; i < 3; ++i)
+    {
+        content->handleMessage (change);
+        EXPECT_EQ (newest().count (TestDriver::mapStatistics), 1);
+    }
+
+    ASSERT_TRUE (runMessagesUntil ([&] { return newest().count (TestDriver::mapStatistics) == 2; }));
+    content->timerCallback();
+    EXPECT_EQ (newest().count (TestDriver::mapStatistics), 2);
 }
 
 /** The figures of a device that dies stay as they were. */
@@ -269,8 +291,8 @@ TEST_F (ContentTests, deadDriversLeaveTheirFigures)
     content->timerCallback();
 
     const auto* column = find<Column>()[1];
-    EXPECT_EQ (column->getText (StatisticsLayout::playbackCount), "111");
-    EXPECT_EQ (column->getText (StatisticsLayout::syncCount), "7");
+    EXPECT_EQ (column->getText (playbackCountRow), "111");
+    EXPECT_EQ (column->getText (StatisticsLayout::syncCountRow), "7");
 }
 
 } // namespace

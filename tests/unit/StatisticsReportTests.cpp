@@ -1,5 +1,4 @@
 #include "device/DeviceList.h"
-#include "platform/Surroundings.h"
 #include "stats/Content.h"
 #include "stats/StatisticsBlock.h"
 #include "stats/StatisticsReport.h"
@@ -13,20 +12,23 @@ namespace
 
 TEST (FirmwareVersionTests, partsThatAreZeroAreLeftOut)
 {
-    EXPECT_EQ (formatFirmwareVersion (0), "0.0");
-    EXPECT_EQ (formatFirmwareVersion (0x01020000), "1.2");
-    EXPECT_EQ (formatFirmwareVersion (0x01020300), "1.2.3");
-    EXPECT_EQ (formatFirmwareVersion (0x0102030F), "1.2.3");
-    EXPECT_EQ (formatFirmwareVersion (0x01020340), "1.2.3.4");
-    EXPECT_EQ (formatFirmwareVersion (0x01020010), "1.2.1");
-    EXPECT_EQ (formatFirmwareVersion (0xFFFFFFFF), "255.255.255.15");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0), "0.0");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0x01020000), "1.2");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0x01020300), "1.2.3");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0x0102030F), "1.2.3");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0x01020340), "1.2.3.4");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0x01020010), "1.2.1");
+    EXPECT_EQ (StatisticsReport::formatFirmwareVersion (0xFFFFFFFF), "255.255.255.15");
 }
 
 TEST (ReportTimeTests, hoursAreThoseOfATwelveHourClock)
 {
-    EXPECT_EQ (Surroundings::describeTime (juce::Time (2026, 10, 19, 2, 47, 50)), "19 Nov 2026 2:47:50am");
-    EXPECT_EQ (Surroundings::describeTime (juce::Time (2027, 0, 3, 12, 5, 9)), "3 Jan 2027 12:05:09pm");
-    EXPECT_EQ (Surroundings::describeTime (juce::Time (2027, 0, 3, 0, 5, 9)), "3 Jan 2027 12:05:09am");
+    const auto timeIn = [] (const juce::Time& time)
+    { return juce::StringArray::fromLines (StatisticsReport::make (time, {}, 0, 0, {}, {}))[2]; };
+
+    EXPECT_EQ (timeIn ({ 2026, 10, 19, 2, 47, 50 }), "19 Nov 2026 2:47:50am");
+    EXPECT_EQ (timeIn ({ 2027, 0, 3, 12, 5, 9 }), "3 Jan 2027 12:05:09pm");
+    EXPECT_EQ (timeIn ({ 2027, 0, 3, 0, 5, 9 }), "3 Jan 2027 12:05:09am");
 }
 
 Simulation::Bytes makeCapabilities (std::uint32_t flags)
@@ -139,12 +141,24 @@ TEST_F (StatisticsReportTests, savesAppendAndTellHowThatWent)
     Content content (devices);
     content.timerCallback();
 
-    const auto documents = juce::File::createTempFile ("documents");
+    const juce::TemporaryFile home;
+    const auto documents = home.getFile().getChildFile ("Documents");
     documents.createDirectory();
     const auto file = documents.getChildFile ("Quendel report.txt");
+    const auto oldHome = juce::SystemStats::getEnvironmentVariable ("HOME", {});
+    ::setenv ("HOME", home.getFile().getFullPathName().toRawUTF8(), 1);
 
-    const auto oldTime = std::exchange (Surroundings::getCurrentTime, [this] { return time; });
-    const auto oldFolder = std::exchange (Surroundings::getDocumentsFolder, [=] { return documents; });
+    const auto report = content.makeReport (time).dropLastCharacters (2) + "\r\n\r\n";
+    const auto withoutTimes = [] (const juce::String& text)
+    {
+        auto lines = juce::StringArray::fromTokens (text, "\n", "");
+
+        for (int i = 0; i < lines.size(); ++i)
+            if (lines[i] == "Quendel report\r")
+                lines.remove (i + 1);
+
+        return lines.joinIntoString ("\n");
+    };
 
     const auto save = [&]
     {
@@ -164,19 +178,22 @@ TEST_F (StatisticsReportTests, savesAppendAndTellHowThatWent)
     };
 
     EXPECT_EQ (save(), "Quendel. Report saved to your documents folder.");
-    const auto once = file.loadFileAsString();
-    EXPECT_EQ (once, content.makeReport (time).dropLastCharacters (2) + "\r\n\r\n");
+    EXPECT_EQ (withoutTimes (file.loadFileAsString()), withoutTimes (report));
     save();
-    EXPECT_EQ (file.loadFileAsString(), once + once);
+    EXPECT_EQ (withoutTimes (file.loadFileAsString()), withoutTimes (report + report));
+
+    // Once it is open, nothing counts as a failure, however long the report is.
+    file.deleteFile();
+    ASSERT_TRUE (juce::File ("/dev/full").createSymbolicLink (file, false));
+    EXPECT_EQ (save(), "Quendel. Report saved to your documents folder.");
+    EXPECT_TRUE (StatisticsReport::append (file, juce::String::repeatedString ("x", 100000)));
 
     file.deleteFile();
     file.createDirectory();
     EXPECT_EQ (save(), "Quendel. Unable to save report");
-    documents.deleteRecursively();
+    home.getFile().deleteRecursively();
     EXPECT_EQ (save(), "Quendel. Unable to save report");
-
-    Surroundings::getCurrentTime = oldTime;
-    Surroundings::getDocumentsFolder = oldFolder;
+    ::setenv ("HOME", oldHome.toRawUTF8(), 1);
 }
 
 } // namespace
