@@ -1,6 +1,7 @@
 #include "app/AppWindow.h"
 
 #include "platform/UserSettings.h"
+#include "platform/WindowIcon.h"
 #include "stats/Content.h"
 
 /** Where the window's position is kept, as decimal text. */
@@ -30,6 +31,7 @@ AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)
 
     // Only now: with a native title bar the toolkit shows a window at once, in whatever size and place it has.
     addToDesktop();
+    WindowIcon::apply (*this);
 
     constexpr int settleIntervalMs = 20;
     startTimer (settleIntervalMs);

@@ -1,0 +1,10 @@
+#include "platform/WindowIcon.h"
+
+namespace WindowIcon
+{
+
+void apply (const juce::Component&)
+{
+}
+
+} // namespace WindowIcon
