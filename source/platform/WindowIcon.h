@@ -5,7 +5,7 @@
 namespace WindowIcon
 {
 
-/** Gives a window that is on the desktop the program's icon, in the sizes that its title bar and the task switcher want.
+/** Gives a window that is on the desktop the program's icon, in the sizes that title bar and task switcher want.
     Where programs have their icons from a desktop entry, there is nothing to do. Message thread.
 */
 void apply (const juce::Component& window);

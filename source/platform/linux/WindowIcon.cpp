@@ -3,8 +3,6 @@
 namespace WindowIcon
 {
 
-void apply (const juce::Component&)
-{
-}
+void apply (const juce::Component&) {}
 
 } // namespace WindowIcon

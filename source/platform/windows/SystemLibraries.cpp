@@ -22,13 +22,10 @@ struct LoadConfiguration
 
 static_assert (sizeof (LoadConfiguration) == 112 && offsetof (LoadConfiguration, dependentLoadFlags) == 78);
 
-extern "C"
-{
-extern const LoadConfiguration loadConfiguration;
-
-__attribute__ ((section (".loadcfg"), used)) const LoadConfiguration loadConfiguration {
-    sizeof (LoadConfiguration), {}, LOAD_LIBRARY_SEARCH_SYSTEM32, {}
-};
-}
+__attribute__ ((section (".loadcfg"),
+                used)) static const LoadConfiguration loadConfiguration { sizeof (LoadConfiguration),
+                                                                          {},
+                                                                          LOAD_LIBRARY_SEARCH_SYSTEM32,
+                                                                          {} };
 
 #endif
