@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace Simulation
+namespace Machine
 {
 
 /** Owns one file descriptor and closes it; -1 owns nothing. */
@@ -42,4 +42,4 @@ private:
     int descriptor = -1;
 };
 
-} // namespace Simulation
+} // namespace Machine

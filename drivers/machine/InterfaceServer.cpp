@@ -1,6 +1,6 @@
 #include "drivers/machine/InterfaceServer.h"
 
-#include "drivers/simulator/model/DeviceModel.h"
+#include "drivers/machine/ErrorCode.h"
 
 #include <fcntl.h>
 #include <sys/epoll.h>
@@ -14,7 +14,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace Simulation
+namespace Machine
 {
 
 namespace
@@ -325,7 +325,9 @@ bool InterfaceServer::receive (Connection& connection)
     }
 
     const auto packet = std::span (buffer).first (static_cast<std::size_t> (size));
-    handler.received ({ readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize) });
+
+    if (! gone)
+        handler.received ({ readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize) });
 
     if (answering)
         return answer (connection, packet);
@@ -403,4 +405,4 @@ std::string InterfaceServer::setOpening (bool shouldOpen)
     return {};
 }
 
-} // namespace Simulation
+} // namespace Machine

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace Simulation
+namespace Machine
 {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -51,7 +51,8 @@ class RequestHandler
 public:
     virtual ~RequestHandler() = default;
 
-    /** A request has come in. It is handled at once, or later when the server is told not to answer. */
+    /** A request has come in. It is handled at once, or later when the server is told not to answer. Not called
+        once the device has gone. */
     virtual void received (const Request&) {}
 
     /** Called once for every request, in the order of each connection; not once the device has gone. */
@@ -78,7 +79,7 @@ struct InterfaceSetup
 class InterfaceServer
 {
 public:
-    /** @param handler  not owned; must outlive the server */
+    /** @param handler  not owned; must be there until the interface has gone */
     InterfaceServer (InterfaceSetup setup, RequestHandler& handler);
 
     /** Closes every connection; an interface that is present goes as with kill(). */
@@ -172,4 +173,4 @@ private:
     bool answering = true;
 };
 
-} // namespace Simulation
+} // namespace Machine

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace Simulation
+namespace Machine
 {
 
 MachineFolder::~MachineFolder()
@@ -55,7 +55,7 @@ std::string MachineFolder::fill (const std::vector<std::string>& controllers)
     {
         // Programs list controllers in the order of their file names.
         char name[48];
-        std::snprintf (name, sizeof (name), "/controllers/simulated-%04zu", i);
+        std::snprintf (name, sizeof (name), "/controllers/controller-%04zu", i);
 
         const auto file = path + name;
         const auto line = controllers[i] + "\n";
@@ -82,7 +82,7 @@ std::string MachineFolder::lockFolder()
         return path + ": " + std::strerror (errno);
 
     if (::flock (lock.get(), LOCK_EX | LOCK_NB) != 0)
-        return path + " has a simulator in it already";
+        return path + " is served already";
 
     return {};
 }
@@ -126,4 +126,4 @@ void MachineFolder::remove()
     foldersMade.clear();
 }
 
-} // namespace Simulation
+} // namespace Machine

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-namespace Simulation
+namespace Machine
 {
 
-/** The folder in which a simulated machine is found: its controllers, and room for its interfaces.
+/** The folder in which a machine is found: its controllers, and room for its interfaces.
 
     Takes away again what it made, when it is destroyed. Whatever else is in the folder stays.
 */
@@ -25,7 +25,7 @@ public:
         $XDG_RUNTIME_DIR, or /tmp/quendel-machine- with the user's number. */
     static std::string getDefaultPath();
 
-    /** Makes the folder, or takes one that is there, belongs to this user and has no simulator in it.
+    /** Makes the folder, or takes one that is there, belongs to this user and is served by nobody.
 
         @param newPath      its parent must exist
         @param controllers  device-instance ids of the machine's host controllers
@@ -43,8 +43,8 @@ private:
     void remove();
 
     std::string path;
-    FileDescriptor lock; // two simulators in one folder would take each other's things away
+    FileDescriptor lock; // two drivers in one folder would take each other's things away
     std::vector<std::string> foldersMade, filesMade;
 };
 
-} // namespace Simulation
+} // namespace Machine

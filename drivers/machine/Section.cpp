@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-namespace Simulation
+namespace Machine
 {
 
 Section::Section (std::size_t newSize) : memory (::memfd_create ("quendel-statistics", MFD_CLOEXEC)), size (newSize)
@@ -31,4 +31,4 @@ void Section::cut()
     static_cast<void> (::ftruncate (memory.get(), 0) == 0);
 }
 
-} // namespace Simulation
+} // namespace Machine

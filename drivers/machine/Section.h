@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-namespace Simulation
+namespace Machine
 {
 
 /** Shared memory that a driver hands out, and takes away again when its device goes.
@@ -33,4 +33,4 @@ private:
     std::size_t size;
 };
 
-} // namespace Simulation
+} // namespace Machine

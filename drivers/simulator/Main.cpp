@@ -1,12 +1,10 @@
+#include "drivers/machine/ServingLoop.h"
 #include "drivers/simulator/Orders.h"
 #include "drivers/simulator/Simulator.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 
 namespace
@@ -64,42 +62,6 @@ private:
     Simulator& simulator;
     std::string line;
 };
-
-FileDescriptor receiveSignals()
-{
-    sigset_t signals;
-    sigemptyset (&signals);
-    sigaddset (&signals, SIGINT);
-    sigaddset (&signals, SIGTERM);
-    sigprocmask (SIG_BLOCK, &signals, nullptr);
-
-    // Whoever reads the answers may leave before us.
-    std::signal (SIGPIPE, SIG_IGN);
-    return FileDescriptor (::signalfd (-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-}
-
-void run (Simulator& simulator, int signals)
-{
-    OrderReader orders (simulator);
-    pollfd sources[] = { { simulator.getDescriptor(), POLLIN, 0 },
-                         { signals, POLLIN, 0 },
-                         { STDIN_FILENO, POLLIN, 0 } };
-
-    while (! simulator.isQuitting())
-    {
-        if (::poll (sources, std::size (sources), simulator.getTimeout()) < 0 && errno != EINTR)
-            return;
-
-        if (sources[1].revents != 0)
-            return;
-
-        // A descriptor below 0 is not polled any more.
-        if (sources[2].revents != 0 && ! orders.read())
-            sources[2].fd = -1;
-
-        simulator.serve();
-    }
-}
 } // namespace
 
 int main (int numArguments, char** arguments)
@@ -119,7 +81,7 @@ int main (int numArguments, char** arguments)
     }
 
     // Before there is anything to leave behind.
-    const auto signals = receiveSignals();
+    Machine::ServingLoop loop;
     Simulator simulator;
 
     if (const auto error = simulator.start (options); ! error.empty())
@@ -128,9 +90,17 @@ int main (int numArguments, char** arguments)
         return couldNotStart;
     }
 
-    std::printf ("serving %zu interfaces in %s\n", simulator.getDevices().size(), simulator.getPath().c_str());
-    std::fflush (stdout);
+    Machine::announceServing (simulator.getPath());
 
-    run (simulator, signals.get());
+    OrderReader orders (simulator);
+    loop.add (simulator.getDescriptor(), [] { return true; });
+    loop.add (STDIN_FILENO, [&orders] { return orders.read(); });
+    loop.run (
+        [&simulator]() -> std::optional<int>
+        {
+            simulator.serve();
+            return simulator.isQuitting() ? std::nullopt : std::optional (simulator.getTimeout());
+        });
+
     return 0;
 }

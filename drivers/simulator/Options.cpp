@@ -231,9 +231,9 @@ std::string getHelpText()
            "\n"
            + describeOptions()
            + "\n"
-             "Prints \"serving N interfaces in DIR\" when it is ready. Then it reads orders from standard input, one\n"
-             "a line, and answers each with one line, \"ok ...\" or \"error: ...\". DEV is a device's name, or\n"
-             "\"all\". A wrong order changes nothing. Orders:\n"
+             "Prints \"serving DIR\" when it is ready. Then it reads orders from standard input, one a line, and\n"
+             "answers each with one line, \"ok ...\" or \"error: ...\". DEV is a device's name, or \"all\". A wrong\n"
+             "order changes nothing. Orders:\n"
              "\n"
            + getOrderHelp()
            + "\n"

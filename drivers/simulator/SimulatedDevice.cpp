@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 namespace Simulation
 {
+
+using namespace Machine;
 
 namespace
 {
@@ -49,19 +50,13 @@ RequestKind identify (const Request& request)
 }
 } // namespace
 
-std::int64_t readMonotonicClock()
-{
-    timespec now {};
-    ::clock_gettime (CLOCK_MONOTONIC, &now);
-    return std::int64_t { now.tv_sec } * 10'000'000 + now.tv_nsec / 100;
-}
-
 SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
                                   std::string machineFolder,
                                   std::string folderName,
                                   Clock newClock)
     : clock (newClock),
-      server (attach (config, std::move (machineFolder), std::move (folderName)), *this)
+      server (
+          std::make_unique<InterfaceServer> (attach (config, std::move (machineFolder), std::move (folderName)), *this))
 {
     advance();
 }
@@ -98,7 +93,7 @@ void SimulatedDevice::publish()
         return;
 
     published = model.getStatistics();
-    server.getSection().write (&published, sizeof (published));
+    server->getSection().write (&published, sizeof (published));
 }
 
 void SimulatedDevice::received (const Request& request)

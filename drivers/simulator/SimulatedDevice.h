@@ -5,17 +5,16 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
+#include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace Simulation
 {
 
-/** Tells the time in ticks of the machine folder's counter, 10,000,000 a second. */
+/** Tells the time in ticks of the machine folder's counter. */
 using Clock = std::int64_t (*)();
-
-/** The clock that programs on this machine measure with. */
-std::int64_t readMonotonicClock();
 
 /** The requests of the driver protocol, as people name them. */
 enum class RequestKind : std::uint8_t
@@ -35,7 +34,7 @@ inline constexpr std::array<std::string_view, 8> requestNames { "stream-status",
                                                                 "clear-counters", "other" };
 
 /** A device model behind a device interface. Used by one thread at a time. */
-class SimulatedDevice final : private RequestHandler
+class SimulatedDevice final : public Machine::RequestHandler
 {
 public:
     /** Value of failNext() for as long as it is not changed. */
@@ -55,13 +54,16 @@ public:
     std::string_view getName() const { return model.getConfig().name; }
 
     DeviceModel& getModel() { return model; }
-    InterfaceServer& getServer() { return server; }
-    const InterfaceServer& getServer() const { return server; }
+    Machine::InterfaceServer& getServer() const { return *server; }
+
+    /** Gives the server of a device that is not present any more away; the device can then be destroyed. */
+    std::unique_ptr<Machine::InterfaceServer> releaseServer() { return std::move (server); }
+
+    void received (const Machine::Request& request) override;
+    Machine::Reply handle (const Machine::Request& request) override;
 
 private:
-    void received (const Request& request) override;
-    Reply handle (const Request& request) override;
-    InterfaceSetup attach (const DeviceConfig& config, std::string machineFolder, std::string folderName);
+    Machine::InterfaceSetup attach (const DeviceConfig& config, std::string machineFolder, std::string folderName);
 
     void publish();
 
@@ -70,7 +72,7 @@ private:
     const Clock clock;
     std::array<std::uint64_t, requestNames.size()> numReceived {};
     std::array<std::uint32_t, requestNames.size()> failures {};
-    InterfaceServer server;
+    std::unique_ptr<Machine::InterfaceServer> server;
 };
 
 } // namespace Simulation

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "drivers/machine/MachineFolder.h"
+#include "drivers/machine/Clock.h"
+#include "drivers/machine/Host.h"
 #include "drivers/simulator/Options.h"
 #include "drivers/simulator/SimulatedDevice.h"
 
@@ -17,7 +18,7 @@ namespace Simulation
 class Simulator
 {
 public:
-    explicit Simulator (Clock newClock = readMonotonicClock);
+    explicit Simulator (Clock newClock = Machine::readClock);
 
     /** Takes every interface away as unplug() does, then the folder. */
     ~Simulator();
@@ -33,7 +34,7 @@ public:
     std::string start (const Options& newOptions);
 
     /** Readable when serve() has something to do. Owned by the simulator. */
-    int getDescriptor() const { return poller.get(); }
+    int getDescriptor() const { return host.getDescriptor(); }
 
     /** Milliseconds until serve() wants to be called although nothing has come in; -1: never. */
     int getTimeout() const;
@@ -58,21 +59,18 @@ public:
     /** The present device of this name, or null. */
     SimulatedDevice* findDevice (std::string_view name) const;
 
-    const std::string& getPath() const { return folder.getPath(); }
+    const std::string& getPath() const { return host.getPath(); }
 
     void quit() { quitting = true; }
     bool isQuitting() const { return quitting; }
 
 private:
-    void removeLeftovers() const;
     void retire (SimulatedDevice& device);
 
     const Clock clock;
     Options options;
-    MachineFolder folder; // goes after the devices in it
-    FileDescriptor poller;
+    Machine::Host host; // goes after the devices in it
     std::vector<std::unique_ptr<SimulatedDevice>> devices;
-    std::vector<std::unique_ptr<SimulatedDevice>> departed; // still connected
     std::map<std::string, std::uint32_t, std::less<>> numbers;
     std::int64_t lastAdvance = 0;
     bool quitting = false;

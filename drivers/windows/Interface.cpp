@@ -19,19 +19,19 @@ NTSTATUS statusOf (std::uint32_t error)
 {
     switch (error)
     {
-        case Simulation::noError:
+        case Machine::noError:
             return STATUS_SUCCESS;
 
-        case Simulation::invalidFunction:
+        case Machine::invalidFunction:
             return STATUS_INVALID_DEVICE_REQUEST;
 
-        case Simulation::invalidParameter:
+        case Machine::invalidParameter:
             return STATUS_INVALID_PARAMETER;
 
-        case Simulation::insufficientBuffer:
+        case Machine::insufficientBuffer:
             return STATUS_BUFFER_TOO_SMALL;
 
-        case Simulation::deviceNotConnected:
+        case Machine::deviceNotConnected:
             return STATUS_DEVICE_NOT_CONNECTED;
 
         default:

@@ -5,6 +5,7 @@
 
 #include <array>
 
+using namespace Machine;
 using namespace Simulation;
 
 namespace

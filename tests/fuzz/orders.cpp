@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+using namespace Machine;
 using namespace Simulation;
 namespace fs = std::filesystem;
 

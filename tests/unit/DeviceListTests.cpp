@@ -5,7 +5,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
-using Bytes = Simulation::Bytes;
+using Bytes = Machine::Bytes;
 
 namespace
 {

@@ -6,7 +6,7 @@
 
 using namespace DriverProtocol;
 using Reply = TestDriver::Reply;
-using Bytes = Simulation::Bytes;
+using Bytes = Machine::Bytes;
 
 namespace
 {

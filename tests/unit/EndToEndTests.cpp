@@ -136,7 +136,7 @@ protected:
 
     void SetUp() override
     {
-        const Simulation::FileDescriptor file (::open ("/var/tmp/Quendel lock", O_RDONLY | O_CLOEXEC));
+        const Machine::FileDescriptor file (::open ("/var/tmp/Quendel lock", O_RDONLY | O_CLOEXEC));
         struct flock lock = {};
         lock.l_type = F_WRLCK;
         lock.l_whence = SEEK_SET;

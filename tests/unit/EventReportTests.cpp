@@ -184,7 +184,7 @@ TEST_F (EventReportTests, fileThatCannotBeWrittenIsNoMatter)
 TEST_F (EventReportTests, earlierReportThatCannotBeDeletedLosesItsLines)
 {
     const auto whole = write (makeRows (2));
-    const Simulation::FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
+    const Machine::FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
     const juce::File undeletable ("/proc/self/fd/" + juce::String (memory.get()));
     undeletable.appendText ("an earlier report that was longer, " + whole);
     EventReport::write (undeletable, makeRows (2), deck, [] (double) { return true; });

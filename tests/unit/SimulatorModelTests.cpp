@@ -10,6 +10,7 @@
 
 namespace
 {
+using namespace Machine;
 using namespace Simulation;
 using namespace DriverProtocol;
 

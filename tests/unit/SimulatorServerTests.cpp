@@ -16,6 +16,7 @@
 
 namespace
 {
+using namespace Machine;
 using namespace Simulation;
 using namespace DriverProtocol;
 namespace fs = std::filesystem;
@@ -268,7 +269,7 @@ TEST_F (SimulatorOrders, MachineFolderLeavesOtherThingsAlone)
 {
     // A second one in the same place takes nothing away from the first.
     EXPECT_NE (MachineFolder().create (machine, { "PCI\\C" }), "");
-    EXPECT_EQ (contentOf (machine / "controllers/simulated-0000"), "PCI\\A\n");
+    EXPECT_EQ (contentOf (machine / "controllers/controller-0000"), "PCI\\A\n");
     std::ofstream (machine / "notes") << "mine";
     simulator.reset();
     fs::create_directory_symlink (machine, root / "link");

@@ -31,9 +31,9 @@ TEST (ReportTimeTests, hoursAreThoseOfATwelveHourClock)
     EXPECT_EQ (timeIn ({ 2027, 0, 3, 0, 5, 9 }), "3 Jan 2027 12:05:09am");
 }
 
-Simulation::Bytes makeCapabilities (std::uint32_t flags)
+Machine::Bytes makeCapabilities (std::uint32_t flags)
 {
-    Simulation::Bytes bytes (260);
+    Machine::Bytes bytes (260);
     const auto put = [&] (std::size_t offset, std::uint32_t word) { std::memcpy (bytes.data() + offset, &word, 4); };
     put (0, flags);
     put (160, 0x02010000);

@@ -5,6 +5,8 @@
 namespace Simulation
 {
 
+using namespace Machine;
+
 namespace
 {
 constexpr std::uint32_t noParameter = 0xFFFFFFFF;

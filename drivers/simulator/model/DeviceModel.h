@@ -1,6 +1,7 @@
 #pragma once
 
 #include "device/DriverProtocol.h"
+#include "drivers/machine/ErrorCode.h"
 #include "drivers/simulator/model/EventLog.h"
 #include "drivers/simulator/model/Random.h"
 #include "stats/StatisticsBlock.h"
@@ -10,17 +11,6 @@
 
 namespace Simulation
 {
-
-/** Windows error codes that requests are answered with. */
-enum ErrorCode : std::uint32_t
-{
-    noError = 0,
-    invalidFunction = 1,
-    generalFailure = 31,
-    invalidParameter = 87,
-    insufficientBuffer = 122,
-    deviceNotConnected = 1167
-};
 
 /** What one simulated audio interface is. */
 struct DeviceConfig
@@ -81,8 +71,8 @@ public:
 
     struct Reply
     {
-        std::uint32_t error = noError; /**< 0, or a Windows error code; then nothing was written. */
-        std::size_t outputSize = 0;    /**< Bytes written. */
+        std::uint32_t error = Machine::noError; /**< 0, or a Windows error code; then nothing was written. */
+        std::size_t outputSize = 0;             /**< Bytes written. */
 
         /** MapStatistics: the caller is to hand out the statistics, as its kind of driver does, and to put
             the address into word 0 of the envelope when that is its business. */

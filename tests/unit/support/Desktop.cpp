@@ -19,7 +19,7 @@
 #include <stdexcept>
 #include <thread>
 
-using Simulation::FileDescriptor;
+using Machine::FileDescriptor;
 using Clock = std::chrono::steady_clock;
 
 namespace

@@ -49,7 +49,7 @@ public:
 private:
     pid_t id = -1;
     std::optional<int> exitCode;
-    Simulation::FileDescriptor input, output, errors;
+    Machine::FileDescriptor input, output, errors;
 };
 
 /** Runs a program to its end and returns its output; throws unless the exit code is 0 or the other one allowed. */

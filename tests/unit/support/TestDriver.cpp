@@ -30,9 +30,9 @@ juce::File TestMachine::getInterfaceFolder (const std::string& name) const
 }
 
 //==============================================================================
-static Simulation::InterfaceSetup describeInterface (const TestMachine& machine, const TestDriver::Setup& setup)
+static Machine::InterfaceSetup describeInterface (const TestMachine& machine, const TestDriver::Setup& setup)
 {
-    Simulation::InterfaceSetup result;
+    Machine::InterfaceSetup result;
     result.machineFolder = machine.getPath();
     result.name = setup.name;
     result.hasRegistryKey = setup.hasRegistryKey;
@@ -40,7 +40,7 @@ static Simulation::InterfaceSetup describeInterface (const TestMachine& machine,
     result.sectionSize = setup.sectionSize;
 
     if (setup.uniqueName)
-        result.uniqueName = Simulation::Bytes (setup.uniqueName->begin(), setup.uniqueName->end());
+        result.uniqueName = Machine::Bytes (setup.uniqueName->begin(), setup.uniqueName->end());
 
     return result;
 }
@@ -169,7 +169,7 @@ static TestDriver::Reply replyWith (const Struct& output)
     return TestDriver::Reply::success ({ reinterpret_cast<const std::uint8_t*> (&output), sizeof (output) });
 }
 
-TestDriver::Kind TestDriver::identify (const Simulation::Request& request)
+TestDriver::Kind TestDriver::identify (const Machine::Request& request)
 {
     if (request.controlCode == IOCTL_DEVICE_COMMAND)
         return static_cast<Kind> (readStruct<CommandEnvelope> (request.input).code);
@@ -180,7 +180,7 @@ TestDriver::Kind TestDriver::identify (const Simulation::Request& request)
 }
 
 /** Called with the lock held, from serve(). */
-TestDriver::Reply TestDriver::handle (const Simulation::Request& request)
+TestDriver::Reply TestDriver::handle (const Machine::Request& request)
 {
     const auto kind = identify (request);
     const int number = counts[kind]++;
@@ -193,7 +193,7 @@ TestDriver::Reply TestDriver::handle (const Simulation::Request& request)
     return answer (kind, request);
 }
 
-TestDriver::Reply TestDriver::answer (Kind kind, const Simulation::Request& request)
+TestDriver::Reply TestDriver::answer (Kind kind, const Machine::Request& request)
 {
     auto envelope = readStruct<CommandEnvelope> (request.input);
     auto block = readStruct<TransactionBlock> (request.input);
@@ -229,7 +229,7 @@ TestDriver::Reply TestDriver::answer (Kind kind, const Simulation::Request& requ
 
         case probe:
         {
-            const Simulation::Bytes present (request.outputSize);
+            const Machine::Bytes present (request.outputSize);
             return Reply::success (present);
         }
 

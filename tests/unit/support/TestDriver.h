@@ -24,13 +24,13 @@ public:
 
 private:
     const juce::File parent;
-    Simulation::MachineFolder folder;
+    Machine::MachineFolder folder;
 };
 
 /** The driver of one device interface, served on a thread of its own: it answers with the figures put into it,
     records what it was asked, and misbehaves where it is told to.
 */
-class TestDriver : private Simulation::RequestHandler
+class TestDriver : private Machine::RequestHandler
 {
 public:
     /** What a request asks for: a command code, or a transaction code with the top bit set. */
@@ -48,7 +48,7 @@ public:
     struct Record
     {
         Kind kind;
-        Simulation::Bytes input;
+        Machine::Bytes input;
         std::uint32_t outputSize;
     };
 
@@ -56,13 +56,13 @@ public:
     {
         std::string name = "device";
         bool hasRegistryKey = true;
-        std::optional<Simulation::Bytes> capabilities = Simulation::Bytes (260);
+        std::optional<Machine::Bytes> capabilities = Machine::Bytes (260);
         std::optional<std::string> uniqueName = std::string ("Deck") + '\0';
         std::size_t sectionSize = sizeof (StatisticsBlock);
         bool present = true;
     };
 
-    using Reply = Simulation::Reply;
+    using Reply = Machine::Reply;
 
     /** Answers instead of the driver, on the driver's thread; none: the driver answers after all.
         @param number  of the request among those of its kind, from 0
@@ -100,18 +100,18 @@ public:
     void forgetRecords();
 
 private:
-    Reply handle (const Simulation::Request&) override;
-    Reply answer (Kind kind, const Simulation::Request&);
+    Reply handle (const Machine::Request&) override;
+    Reply answer (Kind kind, const Machine::Request&);
     void run();
 
-    static Kind identify (const Simulation::Request&);
+    static Kind identify (const Machine::Request&);
 
     std::mutex lock;
     Override override;
     std::map<Kind, int> counts;
     std::vector<Record> records;
     bool finished = false;
-    Simulation::InterfaceServer server;
+    Machine::InterfaceServer server;
     std::thread thread;
 };
 

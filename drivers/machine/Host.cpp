@@ -1,0 +1,74 @@
+#include "drivers/machine/Host.h"
+
+#include <sys/epoll.h>
+
+#include <array>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace Machine
+{
+
+Host::Host (std::string newSuffix) : suffix (std::move (newSuffix)), poller (::epoll_create1 (EPOLL_CLOEXEC)) {}
+
+std::string Host::start (const std::string& path, const std::vector<std::string>& controllers)
+{
+    if (! poller.isOpen())
+        return "no descriptor left";
+
+    auto error = folder.create (path.empty() ? MachineFolder::getDefaultPath() : path, controllers);
+
+    if (error.empty())
+        removeLeftovers();
+
+    return error;
+}
+
+/* A driver that was killed leaves interfaces that nobody answers for. */
+void Host::removeLeftovers() const
+{
+    std::error_code error;
+    std::vector<std::string> names;
+
+    for (auto entry = std::filesystem::directory_iterator (getPath() + "/interfaces", error);
+         ! error && entry != std::filesystem::directory_iterator();
+         entry.increment (error))
+    {
+        if (auto name = entry->path().filename().string(); name.ends_with (suffix))
+            names.push_back (std::move (name));
+    }
+
+    for (const auto& name : names)
+        InterfaceServer::removeAbandoned (getPath(), name);
+}
+
+std::string Host::plugIn (InterfaceServer& server)
+{
+    if (auto error = server.plugIn(); ! error.empty())
+        return error;
+
+    epoll_event event {};
+    event.events = EPOLLIN;
+    event.data.ptr = &server;
+    ::epoll_ctl (poller.get(), EPOLL_CTL_ADD, server.getDescriptor(), &event);
+    return {};
+}
+
+void Host::retire (std::unique_ptr<InterfaceServer> server)
+{
+    departed.push_back (std::move (server));
+}
+
+void Host::serve()
+{
+    std::array<epoll_event, 64> ready {};
+    const auto numReady = ::epoll_wait (poller.get(), ready.data(), static_cast<int> (ready.size()), 0);
+
+    for (int i = 0; i < numReady; ++i)
+        static_cast<InterfaceServer*> (ready[static_cast<std::size_t> (i)].data.ptr)->serve (0);
+
+    std::erase_if (departed, [] (const auto& server) { return server->getNumConnections() == 0; });
+}
+
+} // namespace Machine
