@@ -74,6 +74,127 @@ NTSTATUS complete (IRP* irp, NTSTATUS status, ULONG_PTR information = 0)
 }
 
 //==============================================================================
+/** A request that is answered later, or never. */
+struct Waiting
+{
+    IRP* irp;
+    DEVICE_OBJECT* device;
+    HANDLE process;
+};
+
+Waiting waiting[32] {};
+
+/** Call with the lock held. */
+NTSTATUS answer (IRP* irp, DEVICE_OBJECT* device, HANDLE process)
+{
+    const auto& request = *IoGetCurrentIrpStackLocation (irp);
+    const auto& sizes = request.Parameters.DeviceIoControl;
+    ULONG size = 0;
+
+    if (extensionOf (device).interface == nullptr)
+        return complete (irp, STATUS_DEVICE_NOT_CONNECTED);
+
+    const auto status = extensionOf (device).interface->handle (request.FileObject,
+                                                                process,
+                                                                sizes.IoControlCode,
+                                                                irp->AssociatedIrp.SystemBuffer,
+                                                                sizes.InputBufferLength,
+                                                                sizes.OutputBufferLength,
+                                                                size);
+    return complete (irp, status, size);
+}
+
+/** Answers what waits at a device, unless it is being cancelled. Call with the lock held. */
+void answerWaiting (DEVICE_OBJECT* device)
+{
+    for (auto& place : waiting)
+    {
+        if (place.irp == nullptr || place.device != device)
+            continue;
+
+        const auto [irp, owner, process] = place;
+        const auto cancelled = irp->Cancel != FALSE && IoSetCancelRoutine (irp, nullptr) == nullptr;
+        place = {};
+
+        if (! cancelled)
+            answer (irp, owner, process);
+    }
+}
+
+void NTAPI cancel (DEVICE_OBJECT*, IRP* irp)
+{
+    IoReleaseCancelSpinLock (irp->CancelIrql);
+    const Lock lock;
+
+    for (auto& place : waiting)
+        if (place.irp == irp)
+            place = {};
+
+    complete (irp, STATUS_CANCELLED);
+}
+
+/** Call with the lock held. */
+NTSTATUS keepWaiting (IRP* irp, DEVICE_OBJECT* device, bool canBeCancelled)
+{
+    for (auto& place : waiting)
+    {
+        if (place.irp != nullptr)
+            continue;
+
+        place = { irp, device, PsGetCurrentProcessId() };
+        IoMarkIrpPending (irp);
+
+        if (canBeCancelled)
+            IoSetCancelRoutine (irp, cancel);
+
+        return STATUS_PENDING;
+    }
+
+    return complete (irp, STATUS_INSUFFICIENT_RESOURCES);
+}
+
+/** Answers one request when its time has come. */
+void NTAPI answerLate (void* context)
+{
+    auto* late = static_cast<Waiting*> (context);
+    LARGE_INTEGER delay;
+    constexpr std::int64_t unitsPerMs = 10'000;
+
+    {
+        const Lock lock;
+        const auto* interface = extensionOf (late->device).interface;
+        delay.QuadPart = interface != nullptr ? -unitsPerMs * interface->getSlownessMs() : 0;
+    }
+
+    KeDelayExecutionThread (KernelMode, FALSE, &delay);
+
+    {
+        const Lock lock;
+        answer (late->irp, late->device, late->process);
+    }
+
+    ObDereferenceObject (late->device);
+    ExFreePool (late);
+    PsTerminateSystemThread (STATUS_SUCCESS);
+}
+
+NTSTATUS startAnsweringLate (IRP* irp, DEVICE_OBJECT* device)
+{
+    auto* late = static_cast<Waiting*> (ExAllocatePool (NonPagedPool, sizeof (Waiting)));
+    HANDLE thread = nullptr;
+
+    if (late == nullptr)
+        return complete (irp, STATUS_INSUFFICIENT_RESOURCES);
+
+    *late = { irp, device, PsGetCurrentProcessId() };
+    IoMarkIrpPending (irp);
+    ObReferenceObject (device);
+    PsCreateSystemThread (&thread, THREAD_ALL_ACCESS, nullptr, nullptr, nullptr, answerLate, late);
+    ZwClose (thread);
+    return STATUS_PENDING;
+}
+
+//==============================================================================
 NTSTATUS plug (const TestBus::Order& order)
 {
     if (slots[order.slot] != nullptr || order.value <= 0)
@@ -142,6 +263,12 @@ NTSTATUS carryOut (const TestBus::Order& order, Interface& interface)
 {
     using TestBus::Action;
 
+    if (static_cast<std::uint32_t> (order.kind) >= TestBus::numRequestKinds)
+        return STATUS_INVALID_PARAMETER;
+
+    auto& trouble = interface.troubleWith (order.kind);
+    const auto count = static_cast<std::uint32_t> (order.value);
+
     switch (order.action)
     {
         case Action::unplug:
@@ -152,10 +279,28 @@ NTSTATUS carryOut (const TestBus::Order& order, Interface& interface)
             return STATUS_SUCCESS;
 
         case Action::fail:
-            if (static_cast<std::uint32_t> (order.kind) >= TestBus::numRequestKinds)
-                return STATUS_INVALID_PARAMETER;
+            trouble.failures = count;
+            return STATUS_SUCCESS;
 
-            interface.failNext (order.kind, static_cast<std::uint32_t> (order.value));
+        case Action::warn:
+            trouble.warnings = count;
+            return STATUS_SUCCESS;
+
+        case Action::hang:
+            trouble.hangs = count;
+            return STATUS_SUCCESS;
+
+        case Action::hold:
+            trouble.holds = count;
+            return STATUS_SUCCESS;
+
+        case Action::release:
+            interface.endHanging();
+            answerWaiting (slots[order.slot]);
+            return STATUS_SUCCESS;
+
+        case Action::slow:
+            interface.slowDown (count);
             return STATUS_SUCCESS;
 
         case Action::glitch:
@@ -163,7 +308,7 @@ NTSTATUS carryOut (const TestBus::Order& order, Interface& interface)
             return STATUS_SUCCESS;
 
         case Action::limitLog:
-            interface.limitLog (static_cast<std::uint32_t> (order.value));
+            interface.limitLog (count);
             return STATUS_SUCCESS;
 
         case Action::takeView:
@@ -222,6 +367,9 @@ NTSTATUS handleOrder (IRP* irp, const IO_STACK_LOCATION& request)
     if (slots[order.slot] != nullptr)
         extensionOf (slots[order.slot]).interface->describe (state);
 
+    for (const auto& place : waiting)
+        state.numWaiting += place.irp != nullptr && place.device == slots[order.slot] ? 1 : 0;
+
     RtlCopyMemory (irp->AssociatedIrp.SystemBuffer, &state, sizeof (state));
     return complete (irp, STATUS_SUCCESS, sizeof (state));
 }
@@ -262,15 +410,16 @@ NTSTATUS NTAPI handleControl (DEVICE_OBJECT* device, IRP* irp)
     if (extension.interface == nullptr)
         return complete (irp, STATUS_DEVICE_NOT_CONNECTED);
 
-    ULONG size = 0;
+    using Treatment = Interface::Treatment;
     const auto& sizes = request.Parameters.DeviceIoControl;
-    const auto status = extension.interface->handle (request.FileObject,
-                                                     sizes.IoControlCode,
-                                                     irp->AssociatedIrp.SystemBuffer,
-                                                     sizes.InputBufferLength,
-                                                     sizes.OutputBufferLength,
-                                                     size);
-    return complete (irp, status, size);
+    const auto treatment =
+        extension.interface->receive (sizes.IoControlCode, irp->AssociatedIrp.SystemBuffer, sizes.InputBufferLength);
+
+    if (treatment != Treatment::answer)
+        return keepWaiting (irp, device, treatment == Treatment::hang);
+
+    return extension.interface->getSlownessMs() > 0 ? startAnsweringLate (irp, device)
+                                                    : answer (irp, device, PsGetCurrentProcessId());
 }
 
 //==============================================================================
@@ -311,11 +460,12 @@ NTSTATUS answerId (IRP* irp, BUS_QUERY_ID_TYPE type, std::uint32_t slot)
                      reinterpret_cast<ULONG_PTR> (copy));
 }
 
-void remove (Extension& extension)
+void remove (DEVICE_OBJECT* device, Extension& extension)
 {
     const Lock lock;
     extension.interface->destroy();
     extension.interface = nullptr;
+    answerWaiting (device);
 }
 
 /** Starting a device asks for its id on the way: answers to questions take no lock. */
@@ -348,7 +498,7 @@ NTSTATUS handleInterfacePnp (DEVICE_OBJECT* device, IRP* irp)
         }
 
         case IRP_MN_REMOVE_DEVICE:
-            remove (extension);
+            remove (device, extension);
             complete (irp, STATUS_SUCCESS);
             IoDeleteDevice (device);
             return STATUS_SUCCESS;

@@ -12,9 +12,6 @@ namespace
 constexpr std::size_t classNameLength = 38;
 constexpr SIZE_T pageSize = 4096;
 
-/** The address travels in 32 bits. */
-constexpr ULONG_PTR below2GiB = 0x7FFFFFFF;
-
 NTSTATUS statusOf (std::uint32_t error)
 {
     switch (error)
@@ -234,8 +231,10 @@ void Interface::stop()
 }
 
 //==============================================================================
-/** One view for each file; asked again, the same one. */
-NTSTATUS Interface::map (FILE_OBJECT* file, std::uint32_t& address)
+/** One view for each file; asked again, the same one. Wherever the system likes: it is for the process to see that this
+    is where the 32 bits reach that the address travels in.
+*/
+NTSTATUS Interface::map (FILE_OBJECT* file, HANDLE process, std::uint32_t& address)
 {
     View* free = nullptr;
 
@@ -254,7 +253,7 @@ NTSTATUS Interface::map (FILE_OBJECT* file, std::uint32_t& address)
     if (free == nullptr)
         return STATUS_INSUFFICIENT_RESOURCES;
 
-    CLIENT_ID client { PsGetCurrentProcessId(), nullptr };
+    CLIENT_ID client { process, nullptr };
     OBJECT_ATTRIBUTES attributes;
     InitializeObjectAttributes (&attributes, nullptr, 0, nullptr, nullptr);
     View view { file, nullptr, nullptr };
@@ -264,16 +263,8 @@ NTSTATUS Interface::map (FILE_OBJECT* file, std::uint32_t& address)
         return status;
 
     SIZE_T size = 0;
-    status = ZwMapViewOfSection (section,
-                                 view.process,
-                                 &view.address,
-                                 below2GiB,
-                                 0,
-                                 nullptr,
-                                 &size,
-                                 ViewUnmap,
-                                 0,
-                                 PAGE_READONLY);
+    status =
+        ZwMapViewOfSection (section, view.process, &view.address, 0, 0, nullptr, &size, ViewUnmap, 0, PAGE_READONLY);
 
     if (! NT_SUCCESS (status))
     {
@@ -318,7 +309,24 @@ void Interface::advance (std::int64_t now)
     publish();
 }
 
+Interface::Treatment Interface::receive (ULONG controlCode, const void* input, ULONG size)
+{
+    const auto kind = identify (controlCode, input, size);
+    ++received[static_cast<std::uint32_t> (kind)];
+
+    const auto use = [] (std::uint32_t& count) { return count > 0 && count-- > 0; };
+    auto& trouble = troubleWith (kind);
+    return use (trouble.hangs) ? Treatment::hang : use (trouble.holds) ? Treatment::hold : Treatment::answer;
+}
+
+void Interface::endHanging()
+{
+    for (auto& trouble : troubles)
+        trouble.hangs = trouble.holds = 0;
+}
+
 NTSTATUS Interface::handle (FILE_OBJECT* file,
+                            HANDLE process,
                             ULONG controlCode,
                             void* buffer,
                             ULONG inputSize,
@@ -327,23 +335,31 @@ NTSTATUS Interface::handle (FILE_OBJECT* file,
 {
     size = 0;
 
-    const auto kind = static_cast<std::uint32_t> (identify (controlCode, buffer, inputSize));
-    ++received[kind];
-
     if (isGone)
         return STATUS_DEVICE_NOT_CONNECTED;
 
-    if (failures[kind] > 0)
+    auto& trouble = troubleWith (identify (controlCode, buffer, inputSize));
+
+    if (trouble.failures > 0)
     {
-        --failures[kind];
+        --trouble.failures;
         return STATUS_UNSUCCESSFUL;
+    }
+
+    if (trouble.warnings > 0)
+    {
+        constexpr int madeUp = 0x3C;
+        --trouble.warnings;
+        RtlFillMemory (buffer, outputSize, madeUp);
+        size = outputSize;
+        return STATUS_BUFFER_OVERFLOW;
     }
 
     const auto reply = model.handle (controlCode, buffer, inputSize, buffer, outputSize);
     publish();
 
     if (reply.mapsStatistics)
-        if (const auto status = map (file, static_cast<DriverProtocol::CommandEnvelope*> (buffer)->words[0]);
+        if (const auto status = map (file, process, static_cast<DriverProtocol::CommandEnvelope*> (buffer)->words[0]);
             ! NT_SUCCESS (status))
             return status;
 
@@ -357,7 +373,14 @@ void Interface::describe (TestBus::State& state) const
     state.numOpen = numOpen;
 
     for (const auto& view : views)
-        state.numViews += view.file != nullptr ? 1 : 0;
+    {
+        if (view.file == nullptr)
+            continue;
+
+        const auto address = reinterpret_cast<ULONG_PTR> (view.address);
+        state.highestView = state.highestView < address ? address : state.highestView;
+        ++state.numViews;
+    }
 
     static_assert (sizeof (state.statistics) == sizeof (StatisticsBlock));
     RtlCopyMemory (state.received, received, sizeof (received));

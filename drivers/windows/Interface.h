@@ -31,15 +31,43 @@ public:
     /** Takes the block out of the process that had opened this file. */
     void closed (FILE_OBJECT* file);
 
-    /** Answers a control request in place. @returns the status, and in size the bytes of the answer */
-    NTSTATUS
-    handle (FILE_OBJECT* file, ULONG controlCode, void* buffer, ULONG inputSize, ULONG outputSize, ULONG& size);
+    /** How a request that has just come is to be treated. */
+    enum class Treatment
+    {
+        answer,
+        hang,
+        hold
+    };
+
+    Treatment receive (ULONG controlCode, const void* input, ULONG size);
+
+    /** Answers a control request in place.
+
+        @param process  whose request it is
+        @returns        the status, and in size the bytes of the answer
+    */
+    NTSTATUS handle (FILE_OBJECT* file,
+                     HANDLE process,
+                     ULONG controlCode,
+                     void* buffer,
+                     ULONG inputSize,
+                     ULONG outputSize,
+                     ULONG& size);
 
     //==============================================================================
-    void failNext (TestBus::RequestKind kind, std::uint32_t count)
+    /** What becomes of the next requests of a kind; counts that are used up one by one. */
+    struct Trouble
     {
-        failures[static_cast<std::uint32_t> (kind)] = count;
-    }
+        std::uint32_t failures;
+        std::uint32_t warnings;
+        std::uint32_t hangs;
+        std::uint32_t holds;
+    };
+
+    Trouble& troubleWith (TestBus::RequestKind kind) { return troubles[static_cast<std::uint32_t> (kind)]; }
+    void endHanging();
+    void slowDown (std::uint32_t milliseconds) { slownessMs = milliseconds; }
+    std::uint32_t getSlownessMs() const { return slownessMs; }
     void advance (std::int64_t now);
     void glitch() { model.glitch(); }
     void limitLog (std::uint32_t length) { model.fillEventLog (length); }
@@ -63,7 +91,7 @@ private:
     NTSTATUS createBlock();
     NTSTATUS writeRegistryValues();
     void publish();
-    NTSTATUS map (FILE_OBJECT* file, std::uint32_t& address);
+    NTSTATUS map (FILE_OBJECT* file, HANDLE process, std::uint32_t& address);
     static void take (View& view);
 
     const std::uint32_t slot;
@@ -75,6 +103,7 @@ private:
     void* block = nullptr; // in the driver's own process
     View views[maximumViews] {};
     std::uint32_t received[TestBus::numRequestKinds] {};
-    std::uint32_t failures[TestBus::numRequestKinds] {};
+    Trouble troubles[TestBus::numRequestKinds] {};
+    std::uint32_t slownessMs = 0;
     Simulation::DeviceModel model;
 };

@@ -161,10 +161,11 @@ void plug (std::istream& words)
     send (order);
 }
 
-void fail (std::istream& words)
+/** An action on the next requests of a kind. */
+void trouble (Action action, std::istream& words)
 {
     Order order {};
-    order.action = Action::fail;
+    order.action = action;
     order.slot = readSlot (words);
     order.kind = readKind (words);
     order.value = read<std::uint32_t> (words, "number of requests");
@@ -174,7 +175,8 @@ void fail (std::istream& words)
 void look (std::istream& words)
 {
     const auto state = send (Action::look, readSlot (words));
-    std::cout << "present " << state.isPresent << "\nopen " << state.numOpen << "\nviews " << state.numViews << '\n';
+    std::cout << "present " << state.isPresent << "\nopen " << state.numOpen << "\nviews " << state.numViews
+              << "\nwaiting " << state.numWaiting << "\nhighest-view " << state.highestView << '\n';
 
     for (std::size_t i = 0; i < requestNames.size(); ++i)
         std::cout << requestNames[i] << ' ' << state.received[i] << '\n';
@@ -265,7 +267,17 @@ const std::map<std::string, Command> commands {
     { "plug", plug },
     { "unplug", [] (std::istream& words) { send (Action::unplug, readSlot (words)); } },
     { "kill", [] (std::istream& words) { send (Action::kill, readSlot (words)); } },
-    { "fail", fail },
+    { "fail", [] (std::istream& words) { trouble (Action::fail, words); } },
+    { "warn", [] (std::istream& words) { trouble (Action::warn, words); } },
+    { "hang", [] (std::istream& words) { trouble (Action::hang, words); } },
+    { "hold", [] (std::istream& words) { trouble (Action::hold, words); } },
+    { "release", [] (std::istream& words) { send (Action::release, readSlot (words)); } },
+    { "slow",
+      [] (std::istream& words)
+      {
+          const auto slot = readSlot (words);
+          send (Action::slow, slot, read<std::uint32_t> (words, "milliseconds"));
+      } },
     { "tick", [] (std::istream& words) { send (Action::tick, 0, read<std::uint32_t> (words, "milliseconds")); } },
     { "glitch", [] (std::istream& words) { send (Action::glitch, readSlot (words)); } },
     { "take-view", [] (std::istream& words) { send (Action::takeView, readSlot (words)); } },

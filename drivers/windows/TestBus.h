@@ -35,6 +35,11 @@ enum class Action : std::uint32_t
     unplug,     /**< Takes the interface away and says so. */
     kill,       /**< The interface answers nothing any more, and nobody is told. */
     fail,       /**< So many (value) requests of the kind fail. */
+    warn,       /**< So many (value) requests of the kind fail, with a warning and a made-up answer. */
+    hang,       /**< So many (value) requests of the kind are not answered until they are cancelled or released. */
+    hold,       /**< As hang, but they cannot be cancelled. */
+    release,    /**< Answers the requests that hang or are held, and lets the next ones pass. */
+    slow,       /**< Each request is answered only so many (value) milliseconds after it came. */
     tick,       /**< Lets so many (value) milliseconds pass in every interface; nothing else does. */
     glitch,     /**< The host is late for the next buffer. */
     limitLog,   /**< The event log holds so many (value) entries, now and from now on. */
@@ -62,11 +67,13 @@ struct State
     std::uint32_t isPresent;
     std::uint32_t numOpen;                   /**< Handles. */
     std::uint32_t numViews;                  /**< Processes' views of the statistics block. */
+    std::uint32_t numWaiting;                /**< Requests that hang or are held. */
+    std::uint64_t highestView;               /**< Address that the views lie at or below; 0 when there are none. */
     std::uint32_t received[numRequestKinds]; /**< Requests so far, by kind, whatever became of them. */
     std::uint8_t statistics[156];            /**< The block, as processes see it. */
 };
 
 static_assert (sizeof (Order) == 88);
-static_assert (sizeof (State) == 200);
+static_assert (sizeof (State) == 216);
 
 } // namespace TestBus

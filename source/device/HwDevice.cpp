@@ -1,6 +1,7 @@
 #include "device/HwDevice.h"
 
 #include "device/DriverText.h"
+#include "platform/DriverCalls.h"
 
 using namespace DriverProtocol;
 
@@ -66,13 +67,7 @@ int HwDevice::open()
         return usable ? 0 : 1;
     }
 
-    handle = CreateFileA (path.toRawUTF8(),
-                          GENERIC_READ | GENERIC_WRITE,
-                          FILE_SHARE_READ | FILE_SHARE_WRITE,
-                          nullptr,
-                          OPEN_EXISTING,
-                          0,
-                          nullptr);
+    handle = DriverCalls::open (path.toRawUTF8());
 
     if (handle == INVALID_HANDLE_VALUE)
     {
@@ -98,7 +93,7 @@ void HwDevice::close()
     if (openCount == 0 || --openCount > 0)
         return;
 
-    CloseHandle (handle);
+    DriverCalls::close (handle);
     handle = INVALID_HANDLE_VALUE;
 }
 
@@ -132,17 +127,8 @@ std::uint32_t HwDevice::getBufferSize() const
 /** The reply overwrites the request. */
 bool HwDevice::sendCommand (CommandEnvelope& envelope)
 {
-    DWORD returned = 0;
-
-    return DeviceIoControl (handle,
-                            IOCTL_DEVICE_COMMAND,
-                            &envelope,
-                            sizeof (envelope),
-                            &envelope,
-                            sizeof (envelope),
-                            &returned,
-                            nullptr)
-           != FALSE;
+    constexpr DWORD size = sizeof (envelope);
+    return DriverCalls::request (handle, IOCTL_DEVICE_COMMAND, &envelope, size, &envelope, size);
 }
 
 int HwDevice::readStreamStatus()
@@ -187,17 +173,12 @@ TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, 
     constexpr std::uint32_t refusedStatus = 0x102, otherRefusedStatus = 0xC0120090;
     constexpr std::uint32_t harmlessDeviceStatus = 12;
 
-    DWORD returned = 0;
-
-    if (DeviceIoControl (handle,
-                         IOCTL_DEVICE_TRANSACTION,
-                         const_cast<void*> (input),
-                         static_cast<DWORD> (inputSize),
-                         output,
-                         static_cast<DWORD> (outputSize),
-                         &returned,
-                         nullptr)
-        == FALSE)
+    if (! DriverCalls::request (handle,
+                                IOCTL_DEVICE_TRANSACTION,
+                                input,
+                                static_cast<DWORD> (inputSize),
+                                output,
+                                static_cast<DWORD> (outputSize)))
         return TransactionResult::failed;
 
     TransactionBlock reply;

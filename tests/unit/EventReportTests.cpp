@@ -2,13 +2,9 @@
 #include "events/EventReport.h"
 #include "events/SaveReportTask.h"
 
-#include "drivers/machine/FileDescriptor.h"
 #include "tests/unit/support/Toolkit.h"
-#include <csignal>
 #include <gtest/gtest.h>
 #include <random>
-#include <sys/mman.h>
-#include <sys/resource.h>
 
 namespace
 {
@@ -178,44 +174,6 @@ TEST_F (EventReportTests, fileThatCannotBeWrittenIsNoMatter)
     EventReport::write (folderInItsPlace, makeRows (2), deck, [] (double) { return true; });
     EXPECT_TRUE (folderInItsPlace.getChildFile ("kept").existsAsFile());
     folderInItsPlace.deleteRecursively();
-}
-
-/** This name of a file can be opened and not deleted, whoever tries. */
-TEST_F (EventReportTests, earlierReportThatCannotBeDeletedLosesItsLines)
-{
-    const auto whole = write (makeRows (2));
-    const Machine::FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
-    const juce::File undeletable ("/proc/self/fd/" + juce::String (memory.get()));
-    undeletable.appendText ("an earlier report that was longer, " + whole);
-    EventReport::write (undeletable, makeRows (2), deck, [] (double) { return true; });
-    EXPECT_EQ (undeletable.loadFileAsString(), whole);
-}
-
-/** What is in the file is the report's beginning, also when there is room again after a while. */
-TEST_F (EventReportTests, nothingFollowsLinesThatAreMissing)
-{
-    const auto rows = makeRows (700);
-    const auto whole = write (rows);
-    const auto oldHandler = std::signal (SIGXFSZ, SIG_IGN);
-    rlimit sizeLimit {};
-    ::getrlimit (RLIMIT_FSIZE, &sizeLimit);
-    int row = 0;
-
-    EventReport::write (file,
-                        rows,
-                        deck,
-                        [&] (double)
-                        {
-                            const auto isFull = ++row > 100 && row < 300;
-                            const auto room = isFull ? static_cast<rlim_t> (file.getSize()) : sizeLimit.rlim_max;
-                            const rlimit limit { room, sizeLimit.rlim_max };
-                            ::setrlimit (RLIMIT_FSIZE, &limit);
-                            return true;
-                        });
-
-    ::setrlimit (RLIMIT_FSIZE, &sizeLimit);
-    std::signal (SIGXFSZ, oldHandler);
-    EXPECT_EQ (file.loadFileAsString(), whole.upToFirstOccurrenceOf ("\n", true, false));
 }
 
 //==============================================================================

@@ -1,0 +1,372 @@
+#include "platform/DriverCalls.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <process.h>
+#include <string>
+#include <vector>
+
+/* Device I/O is synchronous, and a thread that a driver keeps cannot be had back: Windows does not even end its process
+   before the driver lets go. So each handle has a thread of its own, which alone meets the driver. */
+
+namespace DriverCalls
+{
+
+namespace
+{
+/** So long is waited for a driver, and after so long a request is cancelled. */
+constexpr std::uint64_t longestMs = 1000;
+
+/** For one that was late the last time, or when silent drivers have used up everybody's patience. */
+constexpr std::uint64_t shortestMs = 10;
+
+/** Threads that drivers keep although their handles are closed, for each interface; then it is not opened any more. */
+constexpr int maximumKept = 4;
+
+/** Taken for as long as it lives. Native locks: their destruction is nobody's concern, and threads outlive all else. */
+class Locked
+{
+public:
+    explicit Locked (SRWLOCK& lockToTake) : lock (lockToTake) { AcquireSRWLockExclusive (&lock); }
+    ~Locked() { ReleaseSRWLockExclusive (&lock); }
+    Locked (const Locked&) = delete;
+    Locked& operator= (const Locked&) = delete;
+
+private:
+    SRWLOCK& lock;
+};
+
+/** What all waits for silent drivers share. Used up, it comes back at a quarter of the time that passes. */
+class Patience
+{
+public:
+    std::uint64_t getMs()
+    {
+        const Locked locked (lock);
+        constexpr std::uint64_t slowness = 4;
+        const auto now = GetTickCount64();
+        spentMs -= std::min (spentMs, (now - updated) / slowness);
+        updated = now;
+        return std::clamp (longestMs - std::min (spentMs, longestMs), shortestMs, longestMs);
+    }
+
+    void spend (std::uint64_t ms)
+    {
+        const Locked locked (lock);
+        spentMs = std::min (spentMs + ms, longestMs);
+        updated = GetTickCount64();
+    }
+
+private:
+    SRWLOCK lock {}; // as SRWLOCK_INIT
+    std::uint64_t spentMs = 0;
+    std::uint64_t updated = 0;
+};
+
+/** Never destroyed: a thread that a driver lets go at the program's end still finds it. */
+struct Shared
+{
+    Patience patience;
+    SRWLOCK lock {};
+    std::map<std::string, int> numKept; // by path
+
+    static Shared& get()
+    {
+        static auto& shared = *new Shared();
+        return shared;
+    }
+};
+
+/** One open file and its thread. Lives until both its handle is closed and its thread has ended. */
+class Worker : public std::enable_shared_from_this<Worker>
+{
+public:
+    explicit Worker (const char* pathToOpen) : path (pathToOpen) {}
+    ~Worker() { CloseHandle (thread); }
+    Worker (const Worker&) = delete;
+    Worker& operator= (const Worker&) = delete;
+
+    bool open()
+    {
+        constexpr unsigned stackSize = 64 * 1024;
+
+        auto* self = new std::shared_ptr<Worker> (shared_from_this());
+        const Locked locked (lock);
+        stage = Stage::asked;
+
+        // Not a std::thread, which throws where there are no more threads to be had.
+        const auto started =
+            _beginthreadex (nullptr, stackSize, runThread, self, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+        thread = reinterpret_cast<HANDLE> (started);
+
+        if (started == 0)
+        {
+            delete self;
+            return fail (ERROR_NOT_ENOUGH_MEMORY);
+        }
+
+        return awaitAnswer (GetTickCount64());
+    }
+
+    bool request (DWORD code, const void* input, DWORD inputSize, void* output, DWORD outputSize)
+    {
+        const Locked locked (lock);
+        const auto start = GetTickCount64();
+
+        // Another thread's request comes first.
+        while (stage == Stage::asked || stage == Stage::answered)
+            if (! sleep (start, longestMs))
+                return fail (ERROR_SEM_TIMEOUT);
+
+        if (stage == Stage::givenUp)
+        {
+            cancelWhenDue();
+            return fail (ERROR_SEM_TIMEOUT);
+        }
+
+        if (file == INVALID_HANDLE_VALUE)
+            return fail (ERROR_INVALID_HANDLE);
+
+        const auto* inputBytes = static_cast<const char*> (input);
+        auto* outputBytes = static_cast<char*> (output);
+        controlCode = code;
+        question.assign (inputBytes, inputBytes + inputSize);
+        answer.assign (outputBytes, outputBytes + outputSize);
+        stage = Stage::asked;
+        WakeAllConditionVariable (&changed);
+
+        const bool answeredWell = awaitAnswer (start);
+
+        // Also with a failure that is only a warning, as the system does.
+        if (stage == Stage::idle)
+            std::copy (answer.begin(), answer.end(), outputBytes);
+
+        return answeredWell;
+    }
+
+    void end()
+    {
+        const Locked locked (lock);
+        isEnding = true;
+        WakeAllConditionVariable (&changed);
+
+        if (stage == Stage::givenUp)
+        {
+            count (1);
+            CancelSynchronousIo (thread);
+        }
+    }
+
+private:
+    enum class Stage
+    {
+        idle,
+        asked,    // a caller waits for the driver
+        answered, // the caller has not yet looked
+        givenUp   // the caller is gone, the driver has not answered
+    };
+
+    static bool fail (DWORD reason)
+    {
+        SetLastError (reason);
+        return false;
+    }
+
+    /** False when the time is over. */
+    bool sleep (std::uint64_t start, std::uint64_t allowedMs)
+    {
+        const auto passed = GetTickCount64() - start;
+
+        if (passed >= allowedMs)
+            return false;
+
+        SleepConditionVariableSRW (&changed, &lock, static_cast<DWORD> (allowedMs - passed), 0);
+        return true;
+    }
+
+    /** Call with the lock held and a question asked. */
+    bool awaitAnswer (std::uint64_t start)
+    {
+        auto& patience = Shared::get().patience;
+        const auto allowed = isLate ? shortestMs : patience.getMs();
+        asked = GetTickCount64();
+
+        while (stage == Stage::asked && sleep (start, allowed))
+        {
+        }
+
+        if (stage == Stage::asked)
+        {
+            patience.spend (GetTickCount64() - start);
+            stage = Stage::givenUp;
+            isLate = true;
+            cancelWhenDue();
+            return fail (ERROR_SEM_TIMEOUT);
+        }
+
+        stage = Stage::idle;
+        isLate = false;
+        WakeAllConditionVariable (&changed);
+        return error == ERROR_SUCCESS || fail (error);
+    }
+
+    /** A driver that heeds it ends the request; the handle can be used again then. */
+    void cancelWhenDue()
+    {
+        if (GetTickCount64() - asked >= longestMs)
+            CancelSynchronousIo (thread);
+    }
+
+    /** Of threads that drivers keep although nobody waits for them any more. */
+    void count (int difference) const
+    {
+        auto& shared = Shared::get();
+        const Locked locked (shared.lock);
+
+        if ((shared.numKept[path] += difference) == 0)
+            shared.numKept.erase (path);
+    }
+
+    //==============================================================================
+    static unsigned __stdcall runThread (void* context)
+    {
+        const std::unique_ptr<std::shared_ptr<Worker>> self (static_cast<std::shared_ptr<Worker>*> (context));
+        (*self)->run();
+        return 0;
+    }
+
+    void run()
+    {
+        file = CreateFileA (path.c_str(),
+                            GENERIC_READ | GENERIC_WRITE,
+                            FILE_SHARE_READ | FILE_SHARE_WRITE,
+                            nullptr,
+                            OPEN_EXISTING,
+                            0,
+                            nullptr);
+        take (file != INVALID_HANDLE_VALUE);
+
+        while (awaitQuestion())
+        {
+            DWORD returned = 0;
+            take (DeviceIoControl (file,
+                                   controlCode,
+                                   question.data(),
+                                   static_cast<DWORD> (question.size()),
+                                   answer.data(),
+                                   static_cast<DWORD> (answer.size()),
+                                   &returned,
+                                   nullptr)
+                  != FALSE);
+        }
+
+        if (file != INVALID_HANDLE_VALUE)
+            CloseHandle (file);
+    }
+
+    /** The driver's answer; the last error tells why it is none. */
+    void take (bool succeeded)
+    {
+        const auto reason = succeeded ? ERROR_SUCCESS : GetLastError();
+        const Locked locked (lock);
+        error = reason;
+
+        if (stage == Stage::givenUp)
+        {
+            stage = Stage::idle;
+            isLate = reason == ERROR_OPERATION_ABORTED;
+
+            if (isEnding)
+                count (-1);
+        }
+        else
+        {
+            stage = Stage::answered;
+        }
+
+        WakeAllConditionVariable (&changed);
+    }
+
+    /** False when there will be no more. */
+    bool awaitQuestion()
+    {
+        const Locked locked (lock);
+
+        while (stage != Stage::asked && ! isEnding)
+            SleepConditionVariableSRW (&changed, &lock, INFINITE, 0);
+
+        return ! isEnding && file != INVALID_HANDLE_VALUE;
+    }
+
+    const std::string path;
+    HANDLE thread = nullptr;
+
+    SRWLOCK lock {};
+    CONDITION_VARIABLE changed {};
+    Stage stage = Stage::idle;
+    bool isEnding = false;
+    bool isLate = false; // it did not answer in time, and has not since
+    std::uint64_t asked = 0;
+    DWORD error = ERROR_SUCCESS;
+
+    // The thread's while a question is asked or given up, else the callers'.
+    HANDLE file = INVALID_HANDLE_VALUE;
+    DWORD controlCode = 0;
+    std::vector<char> question;
+    std::vector<char> answer;
+};
+
+Worker& workerOf (HANDLE handle)
+{
+    return **static_cast<std::shared_ptr<Worker>*> (handle);
+}
+} // namespace
+
+//==============================================================================
+HANDLE open (const char* path)
+{
+    {
+        auto& shared = Shared::get();
+        const Locked locked (shared.lock);
+        const auto found = shared.numKept.find (path);
+
+        if (found != shared.numKept.end() && found->second >= maximumKept)
+        {
+            SetLastError (ERROR_BUSY);
+            return INVALID_HANDLE_VALUE;
+        }
+    }
+
+    auto worker = std::make_shared<Worker> (path);
+
+    if (worker->open())
+        return new std::shared_ptr<Worker> (std::move (worker));
+
+    const auto error = GetLastError();
+    worker->end();
+    SetLastError (error);
+    return INVALID_HANDLE_VALUE;
+}
+
+bool request (HANDLE handle, DWORD controlCode, const void* input, DWORD inputSize, void* output, DWORD outputSize)
+{
+    if (handle != INVALID_HANDLE_VALUE)
+        return workerOf (handle).request (controlCode, input, inputSize, output, outputSize);
+
+    SetLastError (ERROR_INVALID_HANDLE);
+    return false;
+}
+
+void close (HANDLE handle)
+{
+    if (handle == INVALID_HANDLE_VALUE)
+        return;
+
+    workerOf (handle).end();
+    delete static_cast<std::shared_ptr<Worker>*> (handle);
+}
+
+} // namespace DriverCalls
