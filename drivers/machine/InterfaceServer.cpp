@@ -285,7 +285,10 @@ bool InterfaceServer::serve (int timeoutMilliseconds)
 
         // While a request is pending, all that is reported is that the client has gone.
         if (found != connections.end() && ((*found)->pending || ! receive (**found)))
+        {
+            notifyClosed (**found);
             connections.erase (found);
+        }
     }
 
     return numReady > 0;
@@ -301,8 +304,7 @@ void InterfaceServer::acceptConnections()
             return;
 
         watch (EPOLL_CTL_ADD, socket.get(), true);
-        connections.push_back (std::make_unique<Connection> (Connection { std::move (socket), {} }));
-        ++numOpens;
+        connections.push_back (std::make_unique<Connection> (Connection { std::move (socket), ++numOpens, {} }));
     }
 }
 
@@ -327,7 +329,7 @@ bool InterfaceServer::receive (Connection& connection)
     const auto packet = std::span (buffer).first (static_cast<std::size_t> (size));
 
     if (! gone)
-        handler.received ({ readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize) });
+        handler.received (makeRequest (connection, packet));
 
     if (answering)
         return answer (connection, packet);
@@ -339,8 +341,7 @@ bool InterfaceServer::receive (Connection& connection)
 
 bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8_t> packet)
 {
-    const Request request { readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize) };
-    auto reply = gone ? Reply::failure (deviceNotConnected) : handler.handle (request);
+    auto reply = gone ? Reply::failure (deviceNotConnected) : handler.handle (makeRequest (connection, packet));
 
     if (reply.packet.empty())
         return false;
@@ -368,6 +369,17 @@ bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8
     return ::sendmsg (connection.socket.get(), &message, MSG_NOSIGNAL) >= 0;
 }
 
+Request InterfaceServer::makeRequest (const Connection& connection, std::span<const std::uint8_t> packet)
+{
+    return { readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize), connection.number };
+}
+
+void InterfaceServer::notifyClosed (const Connection& connection)
+{
+    if (! gone)
+        handler.closed (connection.number);
+}
+
 void InterfaceServer::setAnswering (bool shouldAnswer)
 {
     answering = shouldAnswer || gone;
@@ -386,7 +398,12 @@ void InterfaceServer::answerPending()
 
                        const auto packet = std::exchange (connection->pending, std::nullopt).value();
                        watch (EPOLL_CTL_MOD, connection->socket.get(), true);
-                       return ! answer (*connection, packet);
+
+                       if (answer (*connection, packet))
+                           return false;
+
+                       notifyClosed (*connection);
+                       return true;
                    });
 }
 

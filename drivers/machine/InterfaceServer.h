@@ -23,6 +23,7 @@ struct Request
     std::uint32_t controlCode;
     std::uint32_t outputSize;            /**< What the client has room for; any number at all. */
     std::span<const std::uint8_t> input; /**< Valid during the call. */
+    std::uint64_t connection;            /**< Tells one connection from all others, former ones included. */
 };
 
 /** How a request is answered. */
@@ -57,6 +58,9 @@ public:
 
     /** Called once for every request, in the order of each connection; not once the device has gone. */
     virtual Reply handle (const Request& request) = 0;
+
+    /** A connection has been closed. Not called once the device has gone. */
+    virtual void closed (std::uint64_t /*connection*/) {}
 };
 
 /** What a device interface looks like in the machine folder. */
@@ -150,6 +154,7 @@ private:
     struct Connection
     {
         FileDescriptor socket;
+        std::uint64_t number;
         std::optional<Bytes> pending; // received and not answered; nothing more is read meanwhile
     };
 
@@ -159,6 +164,8 @@ private:
     void acceptConnections();
     bool receive (Connection& connection);
     bool answer (Connection& connection, std::span<const std::uint8_t> packet);
+    static Request makeRequest (const Connection& connection, std::span<const std::uint8_t> packet);
+    void notifyClosed (const Connection& connection);
     void answerPending();
     void watch (int operation, int descriptor, bool isReading) const;
 

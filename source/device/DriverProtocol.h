@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/** The driver's request protocol: control codes, command and transaction codes, and the records that
-    travel in their buffers.
+/** The driver's protocol: the class of its device interfaces, control codes, command and transaction codes, and the
+    records that travel in their buffers or are kept in an interface's registry key.
 
     Everything is little-endian. The records come from the driver, in the buffer of an I/O control request;
     they are copied into and out of these structs, never cast. Nothing here needs a library: the simulator's
@@ -12,6 +12,39 @@
 */
 namespace DriverProtocol
 {
+
+//==============================================================================
+/** The device-interface class of the driver, as text. */
+inline constexpr char interfaceClassText[] = "{7be5a0c4-2f1d-4d0e-9a6b-51d7c308e294}";
+
+/** The same class as the system's own kind of GUID. */
+template <typename Guid>
+constexpr Guid makeInterfaceClass()
+{
+    const auto parse = [] (std::size_t position, std::size_t numDigits)
+    {
+        std::uint32_t number = 0;
+
+        for (auto i = position; i < position + numDigits; ++i)
+        {
+            const auto digit = interfaceClassText[i];
+            number = number * 16 + static_cast<std::uint32_t> (digit <= '9' ? digit - '0' : digit - 'a' + 10);
+        }
+
+        return number;
+    };
+
+    Guid guid {};
+    guid.Data1 = parse (1, 8);
+    guid.Data2 = static_cast<std::uint16_t> (parse (10, 4));
+    guid.Data3 = static_cast<std::uint16_t> (parse (15, 4));
+
+    // The third hyphen comes after the first two bytes of the rest.
+    for (std::size_t i = 0; i < 8; ++i)
+        guid.Data4[i] = static_cast<std::uint8_t> (parse ((i < 2 ? 20 : 21) + 2 * i, 2));
+
+    return guid;
+}
 
 //==============================================================================
 /** Carries a CommandEnvelope both ways. */
@@ -85,7 +118,31 @@ struct EventLogEntry
     std::uint8_t unused2[6];
 };
 
+/** Registry value "hwinfo_caps" of a device interface; a shorter record reads as 0 behind its end. */
+struct CapabilityRecord
+{
+    static constexpr std::uint32_t dspFlag = 1u << 4;
+    static constexpr std::uint32_t fpgaFlag = 1u << 5;
+
+    std::uint32_t flags;
+    std::uint32_t vendor; /**< The vendor's 24-bit id in the upper three bytes. */
+    std::uint32_t unused1;
+    std::uint32_t type;
+    std::uint32_t unused2[20];
+    std::uint32_t firstProbeCount; /**< Both together: 32-bit words of the probe's reply behind its fixed part. */
+    std::uint32_t secondProbeCount;
+    std::uint32_t unused3[14];
+    std::uint32_t dspVersion; /**< A version has one part in a byte from the top on, the fourth in a half byte. */
+    std::uint32_t armVersion;
+    std::uint32_t unused4[2];
+    std::uint32_t fpgaVersion;
+    std::uint32_t unused5[20];
+};
+
 #pragma pack(pop)
+
+/** Fixed part of the probe's reply, bytes. */
+inline constexpr std::size_t probeReplyFixedSize = 64;
 
 /** EventLogEntry::type of an index at which the log holds no entry. */
 inline constexpr std::uint32_t noSuchEntry = 0xFFFFFFFF;
@@ -129,5 +186,15 @@ static_assert (offsetof (EventLogEntry, param) == 20);
 static_assert (offsetof (EventLogEntry, unused1) == 24);
 static_assert (offsetof (EventLogEntry, auxValue) == 25);
 static_assert (offsetof (EventLogEntry, unused2) == 26);
+
+static_assert (sizeof (CapabilityRecord) == 260);
+static_assert (offsetof (CapabilityRecord, flags) == 0);
+static_assert (offsetof (CapabilityRecord, vendor) == 4);
+static_assert (offsetof (CapabilityRecord, type) == 12);
+static_assert (offsetof (CapabilityRecord, firstProbeCount) == 96);
+static_assert (offsetof (CapabilityRecord, secondProbeCount) == 100);
+static_assert (offsetof (CapabilityRecord, dspVersion) == 160);
+static_assert (offsetof (CapabilityRecord, armVersion) == 164);
+static_assert (offsetof (CapabilityRecord, fpgaVersion) == 176);
 
 } // namespace DriverProtocol

@@ -158,7 +158,7 @@ private:
     void publishStatistics();
     void moveClock (Buffer& buffer);
     void moveFifo();
-    void log (std::int64_t time, EventType type, std::uint32_t param, std::int8_t auxValue = 0);
+    void log (std::int64_t time, Machine::EventType type, std::uint32_t param, std::int8_t auxValue = 0);
     void log (const Buffer& buffer);
     void logListen (const Buffer& buffer, std::int64_t time);
     void logTalk (const Buffer& buffer, std::int64_t time);

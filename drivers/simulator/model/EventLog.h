@@ -1,38 +1,11 @@
 #pragma once
 
+#include "drivers/machine/EventType.h"
+
 #include <cstdint>
 
 namespace Simulation
 {
-
-/** The driver's event types, by the numbers that travel in EventLogEntry::type. */
-enum class EventType : std::uint8_t
-{
-    listenAttach,
-    listenAttachCompletion,
-    listenComplete,
-    listenDetach,
-    listenDetachCompletion,
-    talkAttach,
-    talkFilled,
-    talkPack,
-    talkAttachCompletion,
-    talkComplete,
-    talkDetach,
-    talkDetachCompletion,
-    userClientEvent,
-    dpcSignaled,
-    dpc,
-    listenStartupA,
-    listenStartupB,
-    clockAdjust,
-    clockNoAdjust,
-    listenBufferAdjust,
-    bufferState,
-    fifoCount,
-    outputReady,
-    debugCounts
-};
 
 /** The event log of one device: a ring that keeps the newest entries; index 0 is the oldest that it still holds.
 
@@ -53,7 +26,7 @@ public:
     {
         std::int64_t time; /**< Ticks. */
         std::uint32_t param;
-        EventType type;
+        Machine::EventType type;
         std::int8_t auxValue;
     };
 

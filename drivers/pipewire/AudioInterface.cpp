@@ -1,0 +1,141 @@
+#include "drivers/pipewire/AudioInterface.h"
+
+#include "drivers/machine/CheckedRequest.h"
+#include "drivers/machine/Clock.h"
+#include "drivers/machine/ErrorCode.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace PipeWire
+{
+
+using namespace Machine;
+using DriverProtocol::RequestKind;
+
+namespace
+{
+/* Of characters that are cut in two, nothing is left. */
+std::string cutToFit (std::string name)
+{
+    constexpr std::size_t maximumLength = 63;
+
+    if (name.size() <= maximumLength)
+        return name;
+
+    auto length = maximumLength;
+
+    while (length > 0 && (static_cast<unsigned char> (name[length]) & 0xC0) == 0x80)
+        --length;
+
+    name.resize (length);
+    return name;
+}
+
+InterfaceSetup describe (const AudioInterface::Description& description, const std::string& machineFolder)
+{
+    DriverProtocol::CapabilityRecord record {};
+    record.vendor = description.vendor << 8;
+    record.type = description.type;
+
+    Bytes capabilities (sizeof (record));
+    std::memcpy (capabilities.data(), &record, sizeof (record));
+
+    const auto name = cutToFit (description.name);
+    Bytes uniqueName (name.begin(), name.end());
+    uniqueName.push_back (0);
+
+    InterfaceSetup setup;
+    setup.machineFolder = machineFolder;
+    setup.name = description.folderName;
+    setup.capabilities = std::move (capabilities);
+    setup.uniqueName = std::move (uniqueName);
+    return setup;
+}
+} // namespace
+
+AudioInterface::AudioInterface (const Description& description, const std::string& machineFolder)
+    : server (std::make_unique<InterfaceServer> (describe (description, machineFolder), *this))
+{
+    publish();
+}
+
+void AudioInterface::publish()
+{
+    const auto statistics = figures.getStatistics();
+    server->getSection().write (&statistics, sizeof (statistics));
+}
+
+void AudioInterface::readEvent (std::uint64_t connection,
+                                std::uint32_t index,
+                                DriverProtocol::CommandEnvelope& envelope)
+{
+    DriverProtocol::EventLogEntry entry {};
+    entry.type = DriverProtocol::noSuchEntry;
+
+    if (const auto event = figures.getEvents().read (connection, index))
+    {
+        entry.timestamp = event->time;
+        entry.frequency = ticksPerSecond;
+        entry.type = static_cast<std::uint32_t> (event->type);
+        entry.param = event->parameter;
+        entry.auxValue = event->auxValue;
+    }
+
+    std::memcpy (envelope.words, &entry, sizeof (entry));
+}
+
+Reply AudioInterface::handle (const Request& request)
+{
+    auto checked = checkRequest (request.controlCode, request.input.data(), request.input.size(), request.outputSize);
+
+    if (checked.error != noError)
+        return Reply::failure (checked.error);
+
+    switch (checked.kind)
+    {
+        case RequestKind::streamStatus:
+            checked.envelope.words[DriverProtocol::sampleRateWord] = figures.getSampleRate();
+            checked.envelope.words[DriverProtocol::bufferSizeWord] = figures.getBufferSize();
+            break;
+
+        case RequestKind::resetStatistics:
+            figures.resetStatistics();
+            publish();
+            break;
+
+        case RequestKind::eventEntry:
+            readEvent (request.connection, checked.eventIndex, checked.envelope);
+            break;
+
+        case RequestKind::clearCounters:
+            figures.clearCounters();
+            [[fallthrough]];
+
+        case RequestKind::readCounters:
+        {
+            const auto& counters = figures.getCounters();
+            checked.block.words[DriverProtocol::overflowsWord] = counters.overflows;
+            checked.block.words[DriverProtocol::underrunsWord] = counters.underruns;
+            checked.block.words[DriverProtocol::fifoLevelWord] = counters.fifoLevel;
+            checked.block.words[DriverProtocol::syncCountWord] = counters.syncCount;
+            break;
+        }
+
+        case RequestKind::mapStatistics:
+        case RequestKind::probe:
+        case RequestKind::other:
+            break;
+    }
+
+    std::array<std::uint8_t, sizeof (DriverProtocol::TransactionBlock)> output;
+    const auto capacity = std::min<std::size_t> (request.outputSize, output.size());
+
+    auto reply = Reply::success (
+        std::span (output).first (writeReply (checked, output.data(), capacity, DriverProtocol::probeReplyFixedSize)));
+    reply.handsOutSection = checked.kind == RequestKind::mapStatistics;
+    return reply;
+}
+
+} // namespace PipeWire

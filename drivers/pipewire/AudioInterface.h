@@ -1,0 +1,49 @@
+#pragma once
+
+#include "device/DriverProtocol.h"
+#include "drivers/machine/InterfaceServer.h"
+#include "drivers/pipewire/DeviceFigures.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace PipeWire
+{
+
+/** One of PipeWire's audio devices behind a device interface. Used by one thread at a time. */
+class AudioInterface final : public Machine::RequestHandler
+{
+public:
+    /** What is known of a device before it runs. */
+    struct Description
+    {
+        std::string folderName; /**< See Machine::InterfaceSetup. */
+        std::string name;       /**< UTF-8; what is longer than the registry value may be is cut. */
+        std::uint32_t vendor = 0, type = 0;
+    };
+
+    AudioInterface (const Description& description, const std::string& machineFolder);
+
+    DeviceFigures& getFigures() { return figures; }
+
+    /** Shows the statistics to whoever maps them. */
+    void publish();
+
+    Machine::InterfaceServer& getServer() const { return *server; }
+
+    /** Gives the server of a device that is not present any more away; the interface can then be destroyed. */
+    std::unique_ptr<Machine::InterfaceServer> releaseServer() { return std::move (server); }
+
+    Machine::Reply handle (const Machine::Request& request) override;
+    void closed (std::uint64_t connection) override { figures.getEvents().forget (connection); }
+
+private:
+    void readEvent (std::uint64_t connection, std::uint32_t index, DriverProtocol::CommandEnvelope& envelope);
+
+    DeviceFigures figures;
+    std::unique_ptr<Machine::InterfaceServer> server;
+};
+
+} // namespace PipeWire

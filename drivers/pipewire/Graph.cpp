@@ -1,0 +1,323 @@
+#include "drivers/pipewire/Graph.h"
+
+#include <pipewire/extensions/profiler.h>
+#include <pipewire/impl-module.h>
+#include <pipewire/pipewire.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+namespace PipeWire
+{
+
+namespace
+{
+/** An object of PipeWire's that we listen to. */
+struct Proxy
+{
+    Proxy (GraphListener& newListener, std::uint32_t newId, pw_proxy* newProxy)
+        : listener (newListener),
+          id (newId),
+          proxy (newProxy)
+    {
+    }
+
+    ~Proxy()
+    {
+        spa_hook_remove (&hook);
+        pw_proxy_destroy (proxy);
+    }
+
+    Proxy (const Proxy&) = delete;
+    Proxy& operator= (const Proxy&) = delete;
+
+    GraphListener& listener;
+    const std::uint32_t id;
+    pw_proxy* const proxy;
+    spa_hook hook {};
+    bool isKnown = false; // the listener has been told of it
+    bool isRunning = false;
+};
+
+Properties readProperties (const spa_dict* dictionary)
+{
+    Properties properties;
+
+    for (std::uint32_t i = 0; dictionary != nullptr && i < dictionary->n_items; ++i)
+        if (const auto& item = dictionary->items[i]; item.key != nullptr && item.value != nullptr)
+            properties[item.key] = item.value;
+
+    return properties;
+}
+
+void describeDevice (void* data, const pw_device_info* info)
+{
+    auto& proxy = *static_cast<Proxy*> (data);
+
+    if (! std::exchange (proxy.isKnown, true))
+        proxy.listener.deviceAdded (proxy.id, readProperties (info->props));
+}
+
+void describeNode (void* data, const pw_node_info* info)
+{
+    auto& proxy = *static_cast<Proxy*> (data);
+
+    if (! std::exchange (proxy.isKnown, true))
+        proxy.listener.nodeAdded (proxy.id, readProperties (info->props));
+
+    const auto wasRunning = std::exchange (proxy.isRunning, info->state == PW_NODE_STATE_RUNNING);
+
+    if (wasRunning && ! proxy.isRunning)
+        proxy.listener.nodeStopped (proxy.id);
+}
+
+void takeProfile (void* data, const spa_pod* pod)
+{
+    static_cast<Proxy*> (data)->listener.profiled (
+        { reinterpret_cast<const std::uint8_t*> (pod), sizeof (spa_pod) + pod->size });
+}
+
+constexpr auto deviceEvents = []
+{
+    pw_device_events events {};
+    events.version = PW_VERSION_DEVICE_EVENTS;
+    events.info = describeDevice;
+    return events;
+}();
+
+constexpr auto nodeEvents = []
+{
+    pw_node_events events {};
+    events.version = PW_VERSION_NODE_EVENTS;
+    events.info = describeNode;
+    return events;
+}();
+
+constexpr auto profilerEvents = []
+{
+    pw_profiler_events events {};
+    events.version = PW_VERSION_PROFILER_EVENTS;
+    events.profile = takeProfile;
+    return events;
+}();
+} // namespace
+
+//==============================================================================
+class Graph::Connection
+{
+public:
+    explicit Connection (GraphListener& newListener) : listener (newListener)
+    {
+        pw_init (nullptr, nullptr);
+
+        // That there is no PipeWire yet, and none of the usual configuration, is as it should be.
+        if (std::getenv ("PIPEWIRE_DEBUG") == nullptr)
+            pw_log_set_level (SPA_LOG_LEVEL_NONE);
+
+        loop = pw_loop_new (nullptr);
+
+        if (loop == nullptr)
+            return;
+
+        pw_loop_enter (loop);
+
+        // Without the usual configuration, which would make threads of ours real-time ones.
+        context = pw_context_new (loop, pw_properties_new (PW_KEY_CONFIG_NAME, "null", nullptr), 0);
+
+        if (context == nullptr)
+            return;
+
+        for (const auto* module : { "libpipewire-module-protocol-native", "libpipewire-module-profiler" })
+            isComplete = pw_context_load_module (context, module, nullptr, nullptr) != nullptr && isComplete;
+    }
+
+    ~Connection()
+    {
+        disconnect();
+
+        if (context != nullptr)
+            pw_context_destroy (context);
+
+        if (loop != nullptr)
+        {
+            pw_loop_leave (loop);
+            pw_loop_destroy (loop);
+        }
+
+        pw_deinit();
+    }
+
+    Connection (const Connection&) = delete;
+    Connection& operator= (const Connection&) = delete;
+
+    bool isUsable() const { return context != nullptr && isComplete; }
+    bool isConnected() const { return core != nullptr && ! isLost; }
+    pw_loop* getLoop() const { return loop; }
+
+    bool connect()
+    {
+        disconnect();
+        core = pw_context_connect (context, pw_properties_new (PW_KEY_MEDIA_CATEGORY, "Manager", nullptr), 0);
+
+        if (core == nullptr)
+            return false;
+
+        isLost = false;
+        pw_core_add_listener (core, &coreHook, &coreEvents, this);
+        registry = pw_core_get_registry (core, PW_VERSION_REGISTRY, 0);
+
+        if (registry == nullptr)
+            isLost = true;
+        else
+            pw_registry_add_listener (registry, &registryHook, &registryEvents, this);
+
+        return ! isLost;
+    }
+
+private:
+    void disconnect()
+    {
+        proxies.clear();
+
+        if (registry != nullptr)
+        {
+            spa_hook_remove (&registryHook);
+            pw_proxy_destroy (reinterpret_cast<pw_proxy*> (registry));
+            registry = nullptr;
+        }
+
+        if (core != nullptr)
+        {
+            spa_hook_remove (&coreHook);
+            pw_core_disconnect (core);
+            core = nullptr;
+        }
+    }
+
+    void add (std::uint32_t id, std::string_view type, const Properties& properties)
+    {
+        const auto classOf = properties.find (PW_KEY_MEDIA_CLASS);
+        const std::string_view mediaClass = classOf == properties.end() ? std::string_view() : classOf->second;
+
+        if (type == PW_TYPE_INTERFACE_Profiler)
+        {
+            if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Profiler, PW_VERSION_PROFILER); proxy != nullptr)
+                pw_profiler_add_listener (proxy->proxy, &proxy->hook, &profilerEvents, proxy);
+        }
+        else if (type == PW_TYPE_INTERFACE_Device && mediaClass == "Audio/Device")
+        {
+            if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE); proxy != nullptr)
+                pw_device_add_listener (reinterpret_cast<pw_device*> (proxy->proxy),
+                                        &proxy->hook,
+                                        &deviceEvents,
+                                        proxy);
+        }
+        else if (type == PW_TYPE_INTERFACE_Node && mediaClass.starts_with ("Audio/"))
+        {
+            if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE); proxy != nullptr)
+                pw_node_add_listener (reinterpret_cast<pw_node*> (proxy->proxy), &proxy->hook, &nodeEvents, proxy);
+        }
+        else if (type == PW_TYPE_INTERFACE_Node)
+        {
+            // A client's: what the registry tells of it is enough.
+            listener.nodeAdded (id, properties);
+        }
+    }
+
+    /* Null when there is no memory for it. */
+    Proxy* bind (std::uint32_t id, const char* type, std::uint32_t version)
+    {
+        auto* bound = static_cast<pw_proxy*> (pw_registry_bind (registry, id, type, version, 0));
+
+        if (bound == nullptr)
+            return nullptr;
+
+        auto& proxy = proxies[id];
+        proxy = std::make_unique<Proxy> (listener, id, bound);
+        return proxy.get();
+    }
+
+    static void noteGlobal (void* data,
+                            std::uint32_t id,
+                            std::uint32_t /*permissions*/,
+                            const char* type,
+                            std::uint32_t /*version*/,
+                            const spa_dict* properties)
+    {
+        static_cast<Connection*> (data)->add (id, type, readProperties (properties));
+    }
+
+    static void noteRemoval (void* data, std::uint32_t id)
+    {
+        auto& connection = *static_cast<Connection*> (data);
+        connection.proxies.erase (id);
+        connection.listener.removed (id);
+    }
+
+    static void noteError (void* data, std::uint32_t id, int, int result, const char*)
+    {
+        if (id == PW_ID_CORE && result == -EPIPE)
+            static_cast<Connection*> (data)->isLost = true;
+    }
+
+    static constexpr auto coreEvents = []
+    {
+        pw_core_events events {};
+        events.version = PW_VERSION_CORE_EVENTS;
+        events.error = noteError;
+        return events;
+    }();
+
+    static constexpr auto registryEvents = []
+    {
+        pw_registry_events events {};
+        events.version = PW_VERSION_REGISTRY_EVENTS;
+        events.global = noteGlobal;
+        events.global_remove = noteRemoval;
+        return events;
+    }();
+
+    GraphListener& listener;
+    pw_loop* loop = nullptr;
+    pw_context* context = nullptr;
+    pw_core* core = nullptr;
+    pw_registry* registry = nullptr;
+    spa_hook coreHook {}, registryHook {};
+    std::map<std::uint32_t, std::unique_ptr<Proxy>> proxies;
+    bool isComplete = true;
+    bool isLost = false;
+};
+
+//==============================================================================
+Graph::Graph (GraphListener& newListener) : connection (std::make_unique<Connection> (newListener)) {}
+
+Graph::~Graph() = default;
+
+std::string Graph::getError() const
+{
+    return connection->isUsable() ? "" : "PipeWire's modules cannot be loaded";
+}
+
+bool Graph::connect()
+{
+    return connection->connect();
+}
+
+bool Graph::isConnected() const
+{
+    return connection->isConnected();
+}
+
+int Graph::getDescriptor() const
+{
+    return pw_loop_get_fd (connection->getLoop());
+}
+
+void Graph::dispatch()
+{
+    pw_loop_iterate (connection->getLoop(), 0);
+}
+
+} // namespace PipeWire

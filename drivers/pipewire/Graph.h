@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace PipeWire
+{
+
+/** Properties of an object, as PipeWire has them. */
+using Properties = std::map<std::string, std::string>;
+
+/** Receives what a Graph hears. Called inside Graph::dispatch(). Ids are those of PipeWire's globals. */
+class GraphListener
+{
+public:
+    virtual ~GraphListener() = default;
+
+    /** An object is there: a device, a device's sink or source, or a client's stream. Called once for each. */
+    virtual void deviceAdded (std::uint32_t id, const Properties& properties) = 0;
+    virtual void nodeAdded (std::uint32_t id, const Properties& properties) = 0;
+
+    /** A sink or source does not run any more. */
+    virtual void nodeStopped (std::uint32_t id) = 0;
+
+    /** Any object has gone, known to the listener or not. */
+    virtual void removed (std::uint32_t id) = 0;
+
+    /** The profiler has sent something; valid during the call. */
+    virtual void profiled (std::span<const std::uint8_t> message) = 0;
+};
+
+/** A connection to PipeWire, with its objects and its profiler, on the thread that uses it. */
+class Graph
+{
+public:
+    /** @param newListener  not owned; must outlive the graph */
+    explicit Graph (GraphListener& newListener);
+    ~Graph();
+
+    Graph (const Graph&) = delete;
+    Graph& operator= (const Graph&) = delete;
+
+    /** An empty string when PipeWire can be connected to at some time, else one line that says why it cannot. */
+    std::string getError() const;
+
+    /** Tries to connect; false when there is no PipeWire. */
+    bool connect();
+
+    /** False from the moment on at which the connection was lost; the objects have then gone without a word. */
+    bool isConnected() const;
+
+    /** Readable when dispatch() has something to do. */
+    int getDescriptor() const;
+
+    /** Tells the listener what there is to tell. Does not wait. */
+    void dispatch();
+
+private:
+    class Connection;
+
+    std::unique_ptr<Connection> connection;
+};
+
+} // namespace PipeWire

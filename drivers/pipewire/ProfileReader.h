@@ -1,0 +1,19 @@
+#pragma once
+
+#include "drivers/pipewire/Cycle.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace PipeWire
+{
+
+/** Reads the cycles that a message of the profiler tells of, in its order.
+
+    @param message  a pod, with its header: any bytes are good. Cycles without a readable driver or clock are left out,
+                    and so are followers that cannot be read; what newer profilers tell beside that is not looked at.
+*/
+std::vector<Cycle> readProfile (std::span<const std::uint8_t> message);
+
+} // namespace PipeWire

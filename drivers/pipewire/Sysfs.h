@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace PipeWire
+{
+
+/** The device-instance ids of the machine's FireWire host controllers, in the manner of Windows and in ascending order
+    of their PCI addresses.
+
+    @param sysfs  where the kernel's device tree is mounted, usually /sys
+*/
+std::vector<std::string> findHostControllers (const std::string& sysfs);
+
+/** Ids of a device on the FireWire bus, each 24 bits; 0: not told. */
+struct FireWireIds
+{
+    std::uint32_t vendor = 0, model = 0;
+};
+
+/** Reads what the FireWire bus tells of a device.
+
+    @param devicePath  the device's path below sysfs, such as PipeWire's "device.sysfs.path"; the unit or a sound card
+                       below it will do
+*/
+FireWireIds readFireWireIds (const std::string& sysfs, const std::string& devicePath);
+
+/** A number as properties and the kernel's files write it, in hexadecimal with 0x in front or in decimal; 0 for
+    anything else. */
+std::uint32_t parseId (const std::string& text);
+
+} // namespace PipeWire
