@@ -82,6 +82,12 @@ std::string parseSeed (const std::string& value, Options& options)
     return parseNumber (value, options.seed) ? "" : "a number";
 }
 
+std::string parseClock (const std::string& value, Options& options)
+{
+    options.isClockOrdered = value == "orders";
+    return options.isClockOrdered || value == "real" ? "" : "real or orders";
+}
+
 std::string parseControllers (const std::string& value, Options& options)
 {
     options.controllers.clear();
@@ -131,6 +137,7 @@ constexpr Option known[] = {
     { "--rate", "HZ", "their sample rate, 22050 to 192000 (default 48000)", parseRate },
     { "--buffer", "SAMPLES", "their buffer size, 16 to 8192 (default 256)", parseBuffer },
     { "--seed", "N", "what their behaviour is made from; the same number, the same behaviour (default 1)", parseSeed },
+    { "--clock", "real|orders", "whether time passes as everywhere (default) or only by order", parseClock },
     { "--controllers",
       "N|ID,...",
       "host controllers, by number (default 1) or by their device-instance ids",

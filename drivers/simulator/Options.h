@@ -24,6 +24,7 @@ struct Options
     std::uint32_t sampleRate = 48000; /**< Hz. */
     std::uint32_t bufferSize = 256;   /**< Sample frames. */
     std::uint64_t seed = 1;
+    bool isClockOrdered = false; /**< Time passes by order only. */
     bool wantsHelp = false;
 };
 

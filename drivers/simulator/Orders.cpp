@@ -171,6 +171,25 @@ std::string fill (const Call& call)
     return "ok";
 }
 
+std::string tick (const Call& call)
+{
+    constexpr std::uint32_t limit = 60'000;
+    std::uint32_t milliseconds = 0;
+
+    if (! parseNumber (call.words[1], milliseconds) || milliseconds > limit)
+        return failed ("a tick is 0 to 60000 milliseconds");
+
+    return call.simulator.tick (milliseconds) ? "ok" : failed ("the clock moves by itself; see --clock");
+}
+
+std::string takeView (const Call& call)
+{
+    for (auto* device : call.devices)
+        device->takeView();
+
+    return "ok";
+}
+
 std::string describeStatus (const Call& call)
 {
     auto line = "ok interfaces=" + std::to_string (call.simulator.getDevices().size());
@@ -231,6 +250,14 @@ constexpr Order orders[] = {
     { "stop", "DEV", "stop answering; requests stay pending", 2, 2, true, stop },
     { "resume", "DEV", "answer again, pending requests first", 2, 2, true, resume },
     { "fill", "DEV COUNT", "rewrite the event log with so many entries; it keeps that length", 3, 3, true, fill },
+    { "take-view",
+      "DEV",
+      "take the statistics block from those who map it; the next open maps another",
+      2,
+      2,
+      true,
+      takeView },
+    { "tick", "MILLISECONDS", "let time pass, with --clock orders", 2, 2, false, tick },
     { "status",
       "",
       "every device's sample rate, buffer size, log length and connections",

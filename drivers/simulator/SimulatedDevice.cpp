@@ -87,6 +87,14 @@ void SimulatedDevice::advance()
     publish();
 }
 
+void SimulatedDevice::takeView()
+{
+    server->getSection().cut();
+    server->getSection() = Machine::Section (sizeof (StatisticsBlock));
+    published = {};
+    publish();
+}
+
 void SimulatedDevice::publish()
 {
     if (std::memcmp (&published, &model.getStatistics(), sizeof (published)) == 0)

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -14,7 +15,7 @@ namespace Simulation
 {
 
 /** Tells the time in ticks of the machine folder's counter. */
-using Clock = std::int64_t (*)();
+using Clock = std::function<std::int64_t()>;
 
 /** The requests of the driver protocol, as people name them. */
 enum class RequestKind : std::uint8_t
@@ -54,6 +55,9 @@ public:
     std::string_view getName() const { return model.getConfig().name; }
 
     DeviceModel& getModel() { return model; }
+    /** Takes the statistics block away from whoever maps it; whoever opens the device anew maps another one. */
+    void takeView();
+
     Machine::InterfaceServer& getServer() const { return *server; }
 
     /** Gives the server of a device that is not present any more away; the device can then be destroyed. */

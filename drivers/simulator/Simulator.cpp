@@ -37,6 +37,9 @@ std::string Simulator::start (const Options& newOptions)
 {
     options = newOptions;
 
+    if (options.isClockOrdered)
+        clock = [this] { return orderedTime; };
+
     if (auto error = host.start (options.machine, options.controllers); ! error.empty())
         return error;
 
@@ -70,6 +73,19 @@ void Simulator::serve()
 
     for (const auto& device : devices)
         device->advance();
+}
+
+bool Simulator::tick (std::uint32_t milliseconds)
+{
+    if (! options.isClockOrdered)
+        return false;
+
+    orderedTime += milliseconds * ticksPerMillisecond;
+
+    for (const auto& device : devices)
+        device->advance();
+
+    return true;
 }
 
 //==============================================================================

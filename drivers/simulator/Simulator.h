@@ -59,6 +59,9 @@ public:
     /** The present device of this name, or null. */
     SimulatedDevice* findDevice (std::string_view name) const;
 
+    /** Lets so many milliseconds pass in every device; false when its clock does not move by order. */
+    bool tick (std::uint32_t milliseconds);
+
     const std::string& getPath() const { return host.getPath(); }
 
     void quit() { quitting = true; }
@@ -67,7 +70,8 @@ public:
 private:
     void retire (SimulatedDevice& device);
 
-    const Clock clock;
+    Clock clock;
+    std::int64_t orderedTime = 1'000'000'000;
     Options options;
     Machine::Host host; // goes after the devices in it
     std::vector<std::unique_ptr<SimulatedDevice>> devices;

@@ -1,0 +1,229 @@
+"""A desk of its own: a virtual display, the programs started on it, and a person's eyes and hands.
+
+Everything is asked over one connection to the display; nothing is started to look, to press or to click.
+"""
+
+import os
+import signal
+import subprocess
+import tempfile
+import time
+
+import Xlib.display
+import Xlib.error
+from PIL import Image
+from Xlib import X, XK
+from Xlib.ext import xtest
+
+# Long enough for a loaded machine and for a build with sanitizers.
+PATIENCE = 60
+
+MODIFIERS = {'ctrl': 'Control_L', 'alt': 'Alt_L', 'shift': 'Shift_L'}
+
+
+def wait_until(what, condition, patience=PATIENCE):
+    """What the condition returns as soon as that is true; an AssertionError when it has not come true for long."""
+    end = time.monotonic() + patience
+
+    while not (result := condition()):
+        assert time.monotonic() < end, f'waited {patience} s in vain: {what}'
+        time.sleep(0.01)
+
+    return result
+
+
+class Program:
+    """A program that was started, with what it says. It does not outlive us."""
+
+    def __init__(self, command, environment, **options):
+        self.errors = tempfile.TemporaryFile()
+        options = {'stdin': subprocess.DEVNULL, 'stdout': subprocess.DEVNULL, **options}
+        self.process = subprocess.Popen(['setpriv', '--pdeathsig', 'KILL', *map(str, command)],
+                                        env={**os.environ, **environment}, stderr=self.errors, **options)
+        self.pid = self.process.pid
+
+    def is_running(self):
+        return self.process.poll() is None
+
+    def wait_for_exit(self):
+        """Its exit code; below 0, the signal that ended it."""
+        wait_until(f'{self.process.args[3]} ends', lambda: not self.is_running())
+        return self.process.returncode
+
+    def interrupt(self):
+        """Ends it in order."""
+        self.process.send_signal(signal.SIGINT)
+        return self.wait_for_exit()
+
+    def kill(self):
+        if self.is_running():
+            self.process.kill()
+            self.process.wait()
+
+    def read_errors(self):
+        """All that it has written to its errors so far."""
+        return os.pread(self.errors.fileno(), 1 << 20, 0).decode(errors='replace')
+
+
+class Window:
+    """A window with a title, without the frame that a window manager puts around it."""
+
+    def __init__(self, resource, root, title):
+        self.resource, self.root, self.title = resource, root, title
+
+    def __eq__(self, other):
+        return self.resource.id == other.resource.id
+
+    def __repr__(self):
+        return f'"{self.title}" {self.bounds}'
+
+    @property
+    def bounds(self):
+        """x, y, width and height on the screen."""
+        size, place = self.resource.get_geometry(), self.root.translate_coords(self.resource, 0, 0)
+        return place.x, place.y, size.width, size.height
+
+
+class Desk:
+    def __init__(self, managed, size=(1280, 1024)):
+        """An empty screen, with a window manager or without."""
+        self.programs = []
+        self.nudge_by = 1
+        reading, writing = os.pipe()
+        self.server = self.start(['Xvfb', '-displayfd', writing, '-screen', 0, f'{size[0]}x{size[1]}x24', '-nolisten',
+                                  'tcp', '-noreset'], pass_fds=[writing])
+        os.close(writing)
+
+        with os.fdopen(reading) as number:
+            self.environment = {'DISPLAY': ':' + number.readline().strip()}
+
+        self.display = Xlib.display.Display(self.environment['DISPLAY'])
+        self.root = self.display.screen().root
+
+        if managed:
+            self.start(['openbox'])
+            manager = self.display.intern_atom('_NET_SUPPORTING_WM_CHECK')
+            wait_until('openbox manages the windows', lambda: self.root.get_full_property(manager, X.AnyPropertyType))
+
+    def close(self):
+        self.display.close()
+
+        for program in reversed(self.programs):
+            program.kill()
+
+    def start(self, command, environment=None, **options):
+        """Starts a program on this screen; it ends with the desk at the latest."""
+        shown = {} if not hasattr(self, 'environment') else self.environment
+        self.programs.append(Program(command, {**(environment or {}), **shown}, **options))
+        return self.programs[-1]
+
+    # ------------------------------------------------------------------------------------------------------------
+    def windows(self, title=None):
+        """The windows on screen that have this title, or any, lowest first."""
+        found = []
+        self._find(self.root, 3, found)
+        return [window for window in found if title in (None, window.title)]
+
+    def _find(self, parent, depth, found):
+        for child in self._ask(lambda: parent.query_tree().children) or []:
+            if not self._ask(lambda: child.get_attributes().map_state == X.IsViewable):
+                continue
+
+            if name := self._ask(lambda: self._read_title(child)):
+                found.append(Window(child, self.root, name))
+            elif depth > 1:
+                self._find(child, depth - 1, found)
+
+    def _read_title(self, resource):
+        title = resource.get_full_property(self.display.intern_atom('WM_NAME'), X.AnyPropertyType)
+        return title and title.value.decode(errors='replace')
+
+    @staticmethod
+    def _ask(question):
+        """None of a window that has gone meanwhile."""
+        try:
+            return question()
+        except (Xlib.error.BadWindow, Xlib.error.BadDrawable):
+            return None
+
+    def has_keyboard(self, window):
+        focus = self.display.get_input_focus().focus
+
+        while focus not in (X.NONE, X.PointerRoot) and focus != self.root:
+            if focus == window.resource:
+                return True
+
+            focus = self._ask(lambda: focus.query_tree().parent) or X.NONE
+
+        return False
+
+    def wait_for_window(self, title, but=()):
+        """A window of this title that is none of the others, once it has the keyboard."""
+
+        def find():
+            self.nudge()
+            return [w for w in self.windows(title) if w not in but and self.has_keyboard(w)]
+
+        return wait_until(f'a window "{title}" with the keyboard', find)[0]
+
+    def wait_until_gone(self, title, but=()):
+        def is_gone():
+            self.nudge()
+            return not [window for window in self.windows(title) if window not in but]
+
+        wait_until(f'no window "{title}" any more', is_gone)
+
+    def picture(self, window=None, area=None):
+        """What is on the screen where the window is, or in an area (x, y, width, height) of the window."""
+        x, y, width, height = window.bounds if window else (0, 0, *self._size())
+
+        if area:
+            x, y, width, height = x + area[0], y + area[1], area[2], area[3]
+
+        image = self.root.get_image(x, y, width, height, X.ZPixmap, 0xFFFFFFFF)
+        return Image.frombytes('RGB', (width, height), image.data, 'raw', 'BGRX')
+
+    def _size(self):
+        screen = self.display.screen()
+        return screen.width_in_pixels, screen.height_in_pixels
+
+    # ------------------------------------------------------------------------------------------------------------
+    def nudge(self):
+        """Moves the pointer by a pixel: around changes of the focus an event can lie in a program's queue until it hears
+        something else from the display."""
+        self.nudge_by = -self.nudge_by
+        xtest.fake_input(self.display, X.MotionNotify, 1, x=self.nudge_by)
+        self.display.sync()
+
+    def _put_keys(self, kind, names):
+        for name in names:
+            keysym = XK.string_to_keysym(MODIFIERS.get(name, name))
+            xtest.fake_input(self.display, kind, self.display.keysym_to_keycode(keysym))
+
+        self.display.sync()
+
+    def press(self, key, until_heard=lambda: None):
+        """Presses and releases a key, named as the X server does, with modifiers in front: "Return", "ctrl+a".
+
+        until_heard -- called while the key is down
+        """
+        keys = key.split('+')
+        self._put_keys(X.KeyPress, keys)
+        until_heard()
+        self._put_keys(X.KeyRelease, reversed(keys))
+        self.nudge()
+
+    def type(self, text):
+        for letter in text:
+            self.press({'.': 'period', ' ': 'space'}.get(letter, letter))
+
+    def click(self, window, x, y):
+        left, top, *_ = window.bounds
+        xtest.fake_input(self.display, X.MotionNotify, x=left + x, y=top + y)
+        xtest.fake_input(self.display, X.ButtonPress, 1)
+        xtest.fake_input(self.display, X.ButtonRelease, 1)
+        self.display.sync()
+
+    def move(self, window, x, y):
+        window.resource.configure(x=x, y=y)
+        self.display.sync()

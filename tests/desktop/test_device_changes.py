@@ -1,0 +1,78 @@
+"""Interfaces that come, go, fail and fall silent."""
+
+import pytest
+
+NAME = 170, 92, 150, 18
+SECOND_NAME = 320, 92, 150, 18
+RATE = 170, 22, 112, 14
+
+
+def test_follows_the_devices(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    place = world.view.bounds[:2]
+    beta = world.picture(*NAME)
+
+    # The newest is leftmost and gives the sample rate.
+    world.plug('Gamma')
+    world.wait_for_columns(3)
+    world.wait_for_looks('Gamma')
+    assert world.picture(*SECOND_NAME) == beta
+    assert world.picture(*NAME) != beta
+    assert world.counts('Gamma')['stream-status'] > 0
+
+    rate = world.picture(*RATE)
+    world.order('rate Beta 44100')
+    world.wait_for_looks('Beta')
+    assert world.picture(*RATE) == rate
+    world.wait_for_change(lambda: world.order('rate Gamma 96000'), *RATE)
+
+    world.order('unplug Alpha')
+    world.wait_for_columns(2)
+    world.order('kill Gamma')
+    world.wait_for_columns(1)
+    world.wait_for_looks('Beta')
+    assert world.picture(*NAME) == beta
+
+    assert world.view.bounds[:2] == place
+    world.order('unplug Beta')
+    world.expect_exit()
+    assert world.stored() == place
+
+
+@pytest.mark.parametrize('opened', ['message', 'events', 'dialog'])
+def test_ends_with_the_last_device_whatever_is_open(world, opened):
+    world.plug('Alpha')
+    world.start()
+
+    if opened == 'message':
+        world.click_button('Save')
+        world.wait_for_box()
+    else:
+        events = world.open_events()
+
+    if opened == 'dialog':
+        world.desk.click(events, 400, 577)
+        world.desk.wait_for_window(world.SAVE_DIALOG)
+
+    world.order('kill all')
+    world.expect_exit()
+    assert world.stored() == (64, 51)
+    assert len(list(world.documents.iterdir())) == (opened == 'message')
+
+
+def test_goes_on_when_a_driver_stops_answering(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+
+    # The newest, which is asked for most.
+    world.order('stop Beta')
+    asked = world.looks('Beta')
+    world.wait_for_looks('Alpha', 6)
+    assert world.looks('Beta') <= asked + 1
+
+    world.order('resume Beta')
+    world.wait_for_looks('Beta', 6)
+    world.order('stop all')
+    world.quit()
+    assert world.stored() == (64, 51)

@@ -1,0 +1,102 @@
+"""Both reports, byte for byte: the same files in every world."""
+
+import re
+
+from worlds import ROOT
+
+GOLD = ROOT / 'tests/gold'
+ROWS = 551, 58, 200, 400  # of the event window's "Event Name" column
+
+
+def expect_gold(written, name):
+    expected = (GOLD / name).read_bytes()
+    assert written == expected, f'not {name}, but:\n{written.decode(errors="replace")}'
+
+
+def without_date(report):
+    return re.sub(rb'\n[1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?:\d\d:\d\d[ap]m\r\n', b'\nDATE\r\n', report)
+
+
+def test_saves_the_statistics(world):
+    report = world.documents / 'Quendel report.txt'
+    world.plug('Alpha', 'Zwölf')
+    world.order('buffer all 512')
+    world.order('glitch Alpha')
+    world.order('tick 1000')
+    world.start()
+
+    def save():
+        """The message's picture."""
+        world.click_button('Save')
+        picture = world.picture(window=world.wait_for_box())
+        world.close('Quendel', 'Return')
+        return picture
+
+    # The second device has no DSP, the third no FPGA.
+    saved = save()
+    world.plug('Gamma')
+    world.order('tick 1234')
+    world.wait_for_columns(3)
+    world.wait_for_looks('Gamma')
+    assert save() == saved
+    expect_gold(without_date(report.read_bytes()), 'desktop-statistics.txt')
+
+    # A file that cannot be written, of two kinds.
+    report.unlink()
+    report.mkdir()
+    failed = save()
+    assert failed != saved
+    assert not list(report.iterdir())
+    report.rmdir()
+    world.documents.rmdir()
+    assert save() == failed
+    assert not world.documents.exists()
+    world.quit()
+
+
+def test_saves_the_events(world):
+    world.plug('Alpha', 'Zwölf')
+    world.order('fill all 300')
+    world.start()
+    events = world.open_events()
+
+    def open_dialog():
+        world.desk.click(events, 400, 577)
+        return world.desk.wait_for_window(world.SAVE_DIALOG)
+
+    def wait_for_report(file):
+        lines = 600 if file.name == 'all.txt' else 300
+        world.wait_until('a whole report', lambda: file.exists() and file.read_bytes().count(b'\n') == lines)
+        assert world.desk.wait_for_window('Event log') == events
+        return file.read_bytes()
+
+    # Under the name that is proposed, in the order of time.
+    open_dialog()
+    world.press('Return')
+    world.desk.wait_until_gone(world.SAVE_DIALOG)
+    world.wait_until('a report', lambda: list(world.documents.iterdir()))
+    [proposed] = world.documents.iterdir()
+    assert re.fullmatch(r'Quendel event log [1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m\.txt', proposed.name)
+    expect_gold(wait_for_report(proposed), 'desktop-events.txt')
+
+    # A click on a header sorts what is saved, too; an existing file is asked about.
+    world.wait_for_change(lambda: world.desk.click(events, 651, 44), *ROWS, window=events)
+    mine = world.documents / 'mine.txt'
+    mine.write_bytes(b'precious')
+    world.name_file(open_dialog(), 'mine.txt')
+    world.desk.wait_for_window(world.QUESTION)
+    world.press('Escape')
+    world.desk.wait_for_window(world.SAVE_DIALOG)
+    assert mine.read_bytes() == b'precious'
+    world.press('Return')
+    world.desk.wait_for_window(world.QUESTION)
+    assert mine.read_bytes() == b'precious'
+    world.press('Return')
+    expect_gold(wait_for_report(mine), 'desktop-events-by-name.txt')
+
+    # Both devices' events in one time line.
+    world.wait_for_change(lambda: world.desk.click(events, 158, 15), *ROWS, window=events)
+    world.name_file(open_dialog(), 'all.txt')
+    expect_gold(wait_for_report(world.documents / 'all.txt'), 'desktop-events-aggregate.txt')
+    world.close('Event log', 'Escape')
+    world.quit()

@@ -1,0 +1,63 @@
+"""The figures on show: that they are the driver's, and what they cost the driver."""
+
+import time
+
+# What the driver measures, without what the firmware does.
+COLUMNS = (170, 110, 150, 400), (320, 110, 150, 400)
+
+
+def figures(world):
+    """Both columns' figures once they are the driver's."""
+    world.wait_for_looks('Beta')
+    world.wait_for_looks('Alpha')
+    return [world.picture(*column) for column in COLUMNS]
+
+
+def test_figures_move_when_the_drivers_do(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    first = figures(world)
+    assert figures(world) == first
+    world.order('tick 1000')
+    second = figures(world)
+    assert first[0] != second[0] and first[1] != second[1]
+    world.quit()
+
+
+def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    before = world.counts('Alpha'), world.counts('Beta')
+    start = time.monotonic()
+    world.wait_for_looks('Beta', 24)
+    seconds = time.monotonic() - start
+    after = world.counts('Alpha'), world.counts('Beta')
+    alpha, beta = ({name: late[name] - early[name] for name in late} for early, late in zip(before, after))
+
+    # Six seconds, on a busy machine more.
+    assert seconds > 4
+    assert beta['open'] == alpha['open'] == 0
+
+    # A tick can be halfway when the requests are counted.
+    assert abs(alpha.pop('read-counters') - beta['read-counters']) <= 1
+    assert abs(beta.pop('stream-status') - beta.pop('read-counters')) <= 1
+    assert not any({**alpha, **beta}.values()), (alpha, beta)
+    assert not any(alpha.values()), alpha
+    world.quit()
+
+
+def test_a_block_that_is_taken_away_leaves_the_rest_alone(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    world.order('take-view Beta')
+    first = figures(world)
+    world.order('tick 1000')
+    second = figures(world)
+    assert first[0] == second[0] and first[1] != second[1]
+
+    # What was taken comes back when the devices are opened anew.
+    world.plug('Gamma')
+    world.wait_for_columns(3)
+    world.wait_for_looks('Gamma')
+    world.wait_for_change(lambda: world.order('tick 1000'), *COLUMNS[1])
+    world.quit()
