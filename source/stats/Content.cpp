@@ -3,6 +3,7 @@
 #include "device/DeviceChangeMessage.h"
 #include "device/HostControllerList.h"
 #include "events/EventDisplayWindow.h"
+#include "platform/Typefaces.h"
 #include "stats/StatisticsReport.h"
 #include <algorithm>
 
@@ -152,6 +153,7 @@ void Content::rebuildColumns()
     for (const auto& device : deviceList.getDevices())
     {
         device->reopen();
+        Typefaces::makeReadable (device->getName());
 
         auto column = std::make_unique<Column> (device->getName());
         const int x = columnsX + columnWidth * static_cast<int> (columns.size());

@@ -19,12 +19,12 @@ static bool isFault (DWORD exceptionCode) noexcept
            || exceptionCode == static_cast<DWORD> (EXCEPTION_IN_PAGE_ERROR);
 }
 
-#if defined(_MSC_VER)
+#if defined(_MSC_VER) || defined(__clang__)
 
 void fault() noexcept
 {
-    RaiseException (static_cast<DWORD> (EXCEPTION_ACCESS_VIOLATION), EXCEPTION_NONCONTINUABLE, 0, nullptr);
-    __assume (0);
+    for (;;)
+        RaiseException (static_cast<DWORD> (EXCEPTION_ACCESS_VIOLATION), EXCEPTION_NONCONTINUABLE, 0, nullptr);
 }
 
 bool run (void (*reading) (void*), void* context) noexcept

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 /* The system's calls with the test bus behind them. scripts/test-windows has plugged in "Tamrix-1" (slot 0, an event
-   log of 100 entries) and "Zwölf" (slot 1, of 300). */
+   log of 100 entries) and "Zażółć" (slot 1, of 300). */
 
 namespace
 {
@@ -58,7 +58,7 @@ TEST_F (WindowsDeviceTests, theRegistryHasNameAndCapabilities)
     const auto first = find (0), second = find (1);
     ASSERT_NE (first, nullptr);
     ASSERT_NE (second, nullptr);
-    EXPECT_EQ (second->getName(), juce::String::fromUTF8 ("Zw\xc3\xb6lf"));
+    EXPECT_EQ (second->getName(), juce::String (L"Za\u017c\u00f3\u0142\u0107"));
     EXPECT_TRUE (first->getCaps().hasDsp());
     EXPECT_FALSE (second->getCaps().hasDsp());
     EXPECT_EQ (first->getVendorId(), 0x00C3F1u);
