@@ -1,6 +1,16 @@
 # The toolkit's modules, compiled once into a library that program, tests and benchmarks link.
 
-find_package (JUCE CONFIG REQUIRED)
+find_package (JUCE CONFIG QUIET)
+
+if (NOT JUCE_FOUND)
+    message (STATUS "JUCE is not installed: fetching it")
+    include (FetchContent)
+    FetchContent_Declare (JUCE
+        GIT_REPOSITORY https://github.com/juce-framework/JUCE.git
+        GIT_TAG 7.0.5
+        GIT_SHALLOW ON)
+    FetchContent_MakeAvailable (JUCE)
+endif()
 
 set (toolkitModules juce_core juce_data_structures juce_events juce_graphics juce_gui_basics)
 get_target_property (toolkitAsItComes juce_core INTERFACE_JUCE_MODULE_PATH)
@@ -39,10 +49,9 @@ function (quendel_add_toolkit target folder)
     target_include_directories (${target} SYSTEM INTERFACE "${folder}" $<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>)
 
     # Debian's modules use the system's image libraries instead of bundled copies.
-    find_package (PNG QUIET)
-    find_package (JPEG QUIET)
-
-    if (PNG_FOUND AND JPEG_FOUND)
+    if (NOT EXISTS "${folder}/juce_graphics/image_formats/pnglib")
+        find_package (PNG REQUIRED)
+        find_package (JPEG REQUIRED)
         target_link_libraries (${target} PUBLIC PNG::PNG JPEG::JPEG)
     endif()
 endfunction()

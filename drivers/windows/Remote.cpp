@@ -20,6 +20,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 /* Takes orders for the test bus and for the system around the program, one a line, on its standard input. Each is
    answered by the lines it asked for, if any, and then by "ok" or "error" and why. Ends with its input.
@@ -246,6 +247,19 @@ void notify (std::istream& words)
     check (Bridge::notifyProgram (event->second, getPath (readSlot (words)).c_str()), "the program does not answer");
 }
 
+/** Opens a file so that nobody else can, as scanners do for moments; without a name it lets go of it. */
+void holdFile (std::istream& words)
+{
+    static HANDLE held = INVALID_HANDLE_VALUE;
+    CloseHandle (std::exchange (held, INVALID_HANDLE_VALUE));
+
+    if (const auto path = readRest (words); ! path.empty())
+    {
+        held = CreateFileA (path.c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
+        check (held != INVALID_HANDLE_VALUE, "cannot open " + path);
+    }
+}
+
 void checkInstalled (unsigned long error)
 {
     SetLastError (error);
@@ -289,6 +303,7 @@ const std::map<std::string, Command> commands {
           send (Action::limitLog, slot, read<std::uint32_t> (words, "number of entries"));
       } },
     { "look", look },
+    { "hold-file", holdFile },
     { "counters", readCounters },
     { "events", readEvents },
 
