@@ -1,7 +1,5 @@
 #include "app/App.h"
 
-#include "platform/PendingRepaints.h"
-
 #include <iostream>
 
 static void setColours()
@@ -37,7 +35,6 @@ void App::initialise (const juce::String&)
     const int defaultX = display->userArea.getWidth() / 20;
     const int defaultY = display->userArea.getHeight() / 20;
 
-    painter = PendingRepaints::keepPainting();
     appListener = std::make_unique<AppListener>();
     deviceList = std::make_unique<DeviceList> (0, nullptr, nullptr, nullptr);
     deviceList->setListener (appListener.get());
@@ -71,6 +68,5 @@ void App::shutdown()
 
     appListener.reset();
     deviceList.reset();
-    painter.reset();
     instanceLock.reset();
 }

@@ -20,5 +20,4 @@ private:
     std::unique_ptr<DeviceList> deviceList;
     std::unique_ptr<juce::InterProcessLock> instanceLock;
     std::unique_ptr<AppListener> appListener;
-    std::unique_ptr<juce::Timer> painter;
 };

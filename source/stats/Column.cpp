@@ -3,8 +3,18 @@
 #include "device/Ticks.h"
 #include "platform/AccessGuard.h"
 #include "stats/StatisticsReport.h"
+#include <bit>
 
 using namespace StatisticsLayout;
+
+namespace
+{
+constexpr float fontHeight = 12.0f;
+constexpr int maximumLines = 1;
+constexpr float minimumScale = 0.7f;
+constexpr int boxInsetX = 4;
+constexpr int boxInsetY = 2;
+} // namespace
 
 Column::Column (const juce::String& deviceName) : name (deviceName)
 {
@@ -95,12 +105,28 @@ static const char* getFormat (RowKind kind)
     return "";
 }
 
-void Column::update (const StatisticsBlock* block, double msPerTick)
+Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
 {
     computeValues (block, msPerTick);
+    Rows changed;
 
     for (const auto row : valueRows)
-        texts[row] = juce::String::formatted (getFormat (rows[row].kind), values[row]);
+    {
+        const auto bits = std::bit_cast<std::uint64_t> (values[row]);
+
+        if (bits == formattedBits[row] && texts[row].isNotEmpty())
+            continue;
+
+        formattedBits[row] = bits;
+
+        if (auto text = juce::String::formatted (getFormat (rows[row].kind), values[row]); text != texts[row])
+        {
+            texts[row] = std::move (text);
+            changed.set (row);
+        }
+    }
+
+    return changed;
 }
 
 void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
@@ -109,43 +135,43 @@ void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
 }
 
 //==============================================================================
-namespace
-{
-constexpr float fontHeight = 12.0f;
-constexpr int maximumLines = 1;
-constexpr float minimumScale = 0.7f;
-constexpr int boxInsetX = 4;
-constexpr int boxInsetY = 2;
-} // namespace
-
 void Column::paint (juce::Graphics& g)
 {
-    const int rowHeight = getHeight() / static_cast<int> (numRows);
-
-    g.setFont (juce::Font (fontHeight, juce::Font::bold));
+    g.setFont (g.getCurrentFont().withHeight (fontHeight).boldened());
     g.setColour (juce::Colours::white);
-    g.drawFittedText (name, 0, 0, getWidth(), rowHeight, juce::Justification::centred, maximumLines, minimumScale);
+    g.drawFittedText (name, 0, 0, getWidth(), getRowHeight(), juce::Justification::centred, maximumLines, minimumScale);
 
     for (const auto row : valueRows)
-        paintItem (g, row, rowHeight);
+        if (const auto box = getBox (row); g.clipRegionIntersects (box))
+            paintBox (g, box, texts[row]);
 }
 
-void Column::paintItem (juce::Graphics& g, std::size_t row, int rowHeight) const
+void Column::paintBox (juce::Graphics& g, juce::Rectangle<int> box, const juce::String& text) const
 {
-    const int y = static_cast<int> (row) * rowHeight + boxInsetY;
-    const int height = rowHeight - 2 * boxInsetY;
-    const int textInset = getWidth() / 16;
+    // The other figures that are painted at the same time would only make the clipping dear.
+    const juce::Graphics::ScopedSaveState state (g);
+    g.reduceClipRegion (box);
 
     g.setColour (juce::Colour (75, 75, 75));
-    g.fillRect (boxInsetX, y, getWidth() - 2 * boxInsetX, height);
+    g.fillRect (box);
 
+    const int textInset = getWidth() / 16;
     g.setColour (juce::Colours::white);
-    g.drawFittedText (getText (row),
-                      textInset,
-                      y,
-                      getWidth() - 2 * textInset,
-                      height,
+    g.drawFittedText (text,
+                      box.withX (textInset).withWidth (getWidth() - 2 * textInset),
                       juce::Justification::centredLeft,
                       maximumLines,
                       minimumScale);
+}
+
+int Column::getRowHeight() const
+{
+    return getHeight() / static_cast<int> (numRows);
+}
+
+juce::Rectangle<int> Column::getBox (std::size_t row) const
+{
+    const int rowHeight = getRowHeight();
+    return juce::Rectangle<int> (0, static_cast<int> (row) * rowHeight, getWidth(), rowHeight)
+        .reduced (boxInsetX, boxInsetY);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "stats/StatisticsLayout.h"
+#include <bitset>
 #include <juce_gui_basics/juce_gui_basics.h>
 
 class HwInfoCaps;
@@ -30,8 +31,13 @@ public:
                               std::uint32_t overflows,
                               std::uint32_t syncCount);
 
-    /** Computes the values and rewrites the text of every figure. The owner repaints. */
-    void update (const StatisticsBlock* block, double msPerTick);
+    /** A set of rows. */
+    using Rows = std::bitset<StatisticsLayout::numRows>;
+
+    /** Computes the values and rewrites the text of every figure. The owner repaints the rows that are returned: those
+        that read differently now.
+    */
+    Rows update (const StatisticsBlock* block, double msPerTick);
 
     /** Appends the device's section of the statistics report. */
     void appendReport (juce::String& text, const HwInfoCaps& caps) const;
@@ -39,13 +45,18 @@ public:
     /** A figure's text as it is shown; empty until the first update. */
     const juce::String& getText (std::size_t row) const { return texts[row]; }
 
+    /** Where a figure is shown, within the column. */
+    juce::Rectangle<int> getBox (std::size_t row) const;
+
     void paint (juce::Graphics&) override;
 
 private:
-    void paintItem (juce::Graphics&, std::size_t row, int rowHeight) const;
+    void paintBox (juce::Graphics&, juce::Rectangle<int> box, const juce::String& text) const;
+    int getRowHeight() const;
 
     const juce::String name;
     std::array<double, StatisticsLayout::numRows> values {};
+    std::array<std::uint64_t, StatisticsLayout::numRows> formattedBits {}; // of the values that the texts show
     std::array<juce::String, StatisticsLayout::numRows> texts;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (Column)

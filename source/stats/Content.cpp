@@ -102,15 +102,15 @@ Content::~Content()
     deviceList.setListener (nullptr);
 }
 
-static juce::Font getLabelFont()
+static void setLabelFont (juce::Label& label)
 {
-    return juce::Font (12.6f, juce::Font::bold);
+    label.setFont (label.getFont().withHeight (12.6f).boldened());
 }
 
 void Content::addStatusLabel (juce::Label& label, const juce::String& text)
 {
     label.setText (text, juce::dontSendNotification);
-    label.setFont (getLabelFont());
+    setLabelFont (label);
     label.setColour (juce::Label::textColourId, juce::Colours::white);
     label.setColour (juce::Label::backgroundColourId, statusColour);
     addAndMakeVisible (label);
@@ -126,7 +126,7 @@ void Content::addRowLabels()
         {
             const int x = row.isItem() ? itemLabelX : headerLabelX;
             auto* label = rowLabels.add (new juce::Label ({}, row.label));
-            label->setFont (getLabelFont());
+            setLabelFont (*label);
             label->setBounds (x, y, labelsRight - x, rowHeight);
             addAndMakeVisible (label);
         }
@@ -179,11 +179,14 @@ void Content::updateWidth()
 /** Devices are found by their column, not by their position: between a change of the list and the message that
     tells of it, a position belongs to somebody else.
 */
-HwDevice* Content::ShownDevice::findIn (const Devices& devices) const
+HwDevice* Content::ShownDevice::findIn (const Devices& devices, std::size_t likelyPosition) const
 {
-    const auto device = std::find_if (devices.begin(),
-                                      devices.end(),
-                                      [this] (const auto& candidate) { return candidate->getPath() == path; });
+    const auto isShown = [this] (const auto& candidate) { return candidate->getPath() == path; };
+
+    if (likelyPosition < devices.size() && isShown (devices[likelyPosition]))
+        return devices[likelyPosition].get();
+
+    const auto device = std::find_if (devices.begin(), devices.end(), isShown);
     return device != devices.end() ? device->get() : nullptr;
 }
 
@@ -191,17 +194,25 @@ void Content::refreshFirmwareCounters (const Devices& devices)
 {
     const juce::ScopedLock locked (columnLock);
 
-    for (const auto& shown : columns)
+    for (std::size_t i = 0; i < columns.size(); ++i)
     {
         FirmwareCounters counters;
 
-        if (auto* device = shown.findIn (devices);
+        if (auto* device = columns[i].findIn (devices, i);
             device != nullptr && device->readFirmwareCounters (counters) == TransactionResult::success)
-            shown.column->setFirmwareCounters (counters.fifoLevel,
-                                               counters.underruns,
-                                               counters.overflows,
-                                               counters.syncCount);
+            columns[i].column->setFirmwareCounters (counters.fifoLevel,
+                                                    counters.underruns,
+                                                    counters.overflows,
+                                                    counters.syncCount);
     }
+}
+
+/** What is painted anew is what this program costs: no more than what reads differently. */
+static void repaintRows (Column& column, const Column::Rows& rows)
+{
+    for (std::size_t row = 0; row < rows.size(); ++row)
+        if (rows[row])
+            column.repaint (column.getBox (row));
 }
 
 void Content::timerCallback()
@@ -212,14 +223,9 @@ void Content::timerCallback()
 
     refreshFirmwareCounters (devices);
 
-    for (const auto& shown : columns)
-    {
-        if (const auto* device = shown.findIn (devices))
-        {
-            shown.column->update (getStatistics (*device), msPerTick);
-            shown.column->repaint();
-        }
-    }
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        if (const auto* device = columns[i].findIn (devices, i))
+            repaintRows (*columns[i].column, columns[i].column->update (getStatistics (*device), msPerTick));
 
     if (! devices.empty())
         showStreamStatus (*devices.front());
@@ -379,7 +385,7 @@ void Content::paint (juce::Graphics& g)
     g.setColour (juce::Colours::white);
     g.drawRect (0, 0, getWidth(), getHeight());
 
-    g.setFont (juce::Font (12.0f, juce::Font::bold));
+    g.setFont (g.getCurrentFont().withHeight (12.0f).boldened());
     const auto drawCaption = [&] (const char* text, int y)
     {
         g.drawFittedText (text,

@@ -59,8 +59,8 @@ private:
     /** A column, and enough to find its device again, whatever happened to the list meanwhile. */
     struct ShownDevice
     {
-        /** Null when it has gone. */
-        HwDevice* findIn (const Devices&) const;
+        /** Null when it has gone. Nearly always it is where the column is. */
+        HwDevice* findIn (const Devices&, std::size_t likelyPosition) const;
 
         std::unique_ptr<Column> column;
         juce::String path;

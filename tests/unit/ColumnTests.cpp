@@ -134,6 +134,19 @@ TEST (ColumnTests, withoutABlockTheFiguresStay)
     EXPECT_EQ (update (column, nullptr, { 1, 2 }), "5|1.000 msec");
 }
 
+TEST (ColumnTests, onlyRowsThatReadDifferentlyAreToBeRepainted)
+{
+    auto block = makeBlock();
+    Column column ("Deck");
+    EXPECT_EQ (column.update (&block, microsecondTicks).count(), valueRows.size()) << "nothing was shown before";
+    EXPECT_TRUE (column.update (&block, microsecondTicks).none());
+
+    block.playbackBufferCount = 1;
+    block.hostAverage = 1;
+    column.setFirmwareCounters (1, 0, 0, 0); // 0.1 %, which is shown as before
+    EXPECT_EQ (column.update (&block, microsecondTicks), Column::Rows().set (1).set (16));
+}
+
 TEST (ColumnTests, paintsItsBoxesAndNothingElse)
 {
     Column column ("");

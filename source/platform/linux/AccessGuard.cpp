@@ -25,7 +25,8 @@ static bool installHandlers()
 {
     struct sigaction action = {};
     action.sa_sigaction = handleFault;
-    action.sa_flags = SA_SIGINFO;
+    // The handler leaves by a jump: with the signal not blocked meanwhile, a reading need not save the mask.
+    action.sa_flags = SA_SIGINFO | SA_NODEFER;
     sigemptyset (&action.sa_mask);
 
     return sigaction (SIGSEGV, &action, &previousSegv) == 0 && sigaction (SIGBUS, &action, &previousBus) == 0;
@@ -41,7 +42,7 @@ bool run (void (*reading) (void*), void* context) noexcept
     static const bool installed = installHandlers();
     sigjmp_buf here;
 
-    if (! installed || sigsetjmp (here, 1) != 0)
+    if (! installed || sigsetjmp (here, 0) != 0)
     {
         landing = nullptr;
         return false;
