@@ -85,7 +85,7 @@ void writeReport (benchmark::State& state)
 
     measureRatio (
         state,
-        2.0,
+        1.2,
         [&] { EventReport::write (ours.getFile(), records, names, [] (double) { return true; }); },
         [&]
         {

@@ -32,8 +32,8 @@ static constexpr const char* names[] {
 
 juce::String get (int type)
 {
-    return juce::isPositiveAndBelow (type, juce::numElementsInArray (names)) ? juce::String (names[type])
-                                                                             : "Unknown event " + juce::String (type);
+    static const juce::StringArray texts (names, juce::numElementsInArray (names));
+    return juce::isPositiveAndBelow (type, texts.size()) ? texts[type] : "Unknown event " + juce::String (type);
 }
 
 } // namespace EventNames

@@ -1,6 +1,8 @@
 #include "events/EventReport.h"
 
 #include "events/EventNames.h"
+#include <array>
+#include <charconv>
 
 namespace EventReport
 {
@@ -10,19 +12,60 @@ static constexpr std::uint32_t noParam = 0xFFFFFFFF;
 
 static constexpr int linesPerAppend = 256;
 
+namespace
+{
+/** Writes a number as printf does it in the C locale. The user's is in force at moments: the toolkit switches the whole
+    process while it looks up the text of a key press.
+*/
+template <typename Number, typename... Format>
+void append (juce::OutputStream& text, Number number, Format... format)
+{
+    std::array<char, 64> digits;
+    const auto end = std::to_chars (digits.data(), digits.data() + digits.size(), number, format...).ptr;
+    text.write (digits.data(), static_cast<std::size_t> (end - digits.data()));
+}
+
+/** This runs once for every event of a long log. */
+void appendLine (juce::OutputStream& text,
+                 int row,
+                 const EventRecord& event,
+                 const EventRecord& first,
+                 const juce::StringArray& deviceNames)
+{
+    for (int next = 100000; next > 1 && row < next; next /= 10)
+        text << '0';
+
+    append (text, row);
+
+    if (event.hasTime())
+    {
+        text << ',';
+        append (text, event.msSince (first), std::chars_format::fixed, 3);
+        text << ',';
+        append (text, event.timeDeltaUs(), std::chars_format::fixed, 0);
+        text << ',';
+    }
+    else
+    {
+        text << ",?,?,";
+    }
+
+    if (event.param != noParam)
+    {
+        text << deviceNames[event.deviceOrdinal] << ':';
+        append (text, static_cast<std::int32_t> (event.param));
+    }
+
+    text << ',' << EventNames::get (event.type) << "\r\n";
+}
+} // namespace
+
 juce::String
     formatLine (int row, const EventRecord& event, const EventRecord& first, const juce::StringArray& deviceNames)
 {
-    // One format for three fields: this runs once for every event of a long log.
-    auto line = event.hasTime()
-                    ? juce::String::formatted ("%06d,%.3f,%.0f,", row, event.msSince (first), event.timeDeltaUs())
-                    : juce::String::formatted ("%06d,?,?,", row);
-
-    if (event.param != noParam)
-        line << deviceNames[event.deviceOrdinal] << ":" << static_cast<int> (event.param);
-
-    line << "," << EventNames::get (event.type) << "\r\n";
-    return line;
+    juce::MemoryOutputStream line;
+    appendLine (line, row, event, first, deviceNames);
+    return line.toString();
 }
 
 juce::String getFileName (const juce::Time& time)
@@ -41,16 +84,28 @@ static bool clear (const juce::File& file)
     return stream.openedOk() && stream.setPosition (0) && stream.truncate().wasOk();
 }
 
-/** False when the lines are not, or not all, in the file. */
-static bool append (const juce::File& file, const juce::String& lines)
+/** A line end within a name becomes one of the report's. */
+static juce::StringArray withLineEnds (const juce::StringArray& names)
 {
-    juce::MemoryOutputStream bytes;
-    bytes.writeText (lines, false, false, "\r\n");
+    juce::StringArray result;
 
+    for (const auto& name : names)
+    {
+        juce::MemoryOutputStream text;
+        text.writeText (name, false, false, "\r\n");
+        result.add (text.toString());
+    }
+
+    return result;
+}
+
+/** False when the lines are not, or not all, in the file. */
+static bool append (const juce::File& file, const juce::MemoryOutputStream& lines)
+{
     // The toolkit's appendText hears of no error, as the file is written when its buffer goes.
     constexpr std::size_t noBuffer = 0;
     juce::FileOutputStream stream (file, noBuffer);
-    return stream.openedOk() && stream.write (bytes.getData(), bytes.getDataSize());
+    return stream.openedOk() && stream.write (lines.getData(), lines.getDataSize());
 }
 
 void write (const juce::File& file,
@@ -64,16 +119,17 @@ void write (const juce::File& file,
     // Behind lines that are missing there must be no others.
     const auto appendText = [&]
     {
-        isIntact = isIntact && append (file, text.toString());
+        isIntact = isIntact && append (file, text);
         text.reset();
     };
 
+    const auto names = withLineEnds (deviceNames);
     const auto first = events[0];
     const auto numRows = events.size();
 
     for (int row = 0; row < numRows && progressTo (static_cast<double> (row) / numRows); ++row)
     {
-        text << formatLine (row, events.getReference (row), first, deviceNames);
+        appendLine (text, row, events.getReference (row), first, names);
 
         if (row % linesPerAppend == 0)
             appendText();

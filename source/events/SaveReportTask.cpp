@@ -1,7 +1,6 @@
 #include "events/SaveReportTask.h"
 
 #include "events/EventReport.h"
-#include "platform/PlainNumbers.h"
 
 SaveReportTask::SaveReportTask (const juce::File& reportFile,
                                 const juce::Array<EventRecord>& eventsToWrite,
@@ -37,8 +36,6 @@ void SaveReportTask::threadComplete (bool)
 
 void SaveReportTask::run()
 {
-    const PlainNumbers plainNumbers;
-
     EventReport::write (file,
                         events,
                         deviceNames,

@@ -63,6 +63,10 @@ TEST_F (EventReportTests, linesHoldTheirFiveFields)
     EXPECT_EQ (line (makeRecord (0, 0, 24, 0x80000000)), "000012,-100.000,0,Deck:-2147483648,Unknown event 24\r\n");
     EXPECT_EQ (EventReport::formatLine (1234567, first, first, deck), "1234567,0.000,0,Deck:0,Listen attach\r\n");
 
+    // Halfway between two, a number is rounded to the even one, with every C library.
+    EXPECT_EQ (line (makeRecord (1012345, 12345, 2, 1)), "000012,1.234,1234,Deck:1,Listen complete\r\n");
+    EXPECT_EQ (line (makeRecord (999999, -5, 2, 1)), "000012,-0.000,-0,Deck:1,Listen complete\r\n");
+
     auto event = makeRecord (1000000, 0, 2, 1);
     event.frequency = 0;
     EXPECT_EQ (line (event), "000012,?,?,Deck:1,Listen complete\r\n");
