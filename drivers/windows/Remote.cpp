@@ -315,6 +315,13 @@ const std::map<std::string, Command> commands {
           const auto y = read<int> (words, "y");
           check (Windows::moveTo (readRest (words), x, y), "no such window");
       } },
+    { "urgent-threads",
+      [] (std::istream& words)
+      {
+          const auto number = Windows::countUrgentThreads (readRest (words));
+          check (number >= 0, "no such window");
+          std::cout << number << '\n';
+      } },
 };
 
 void carryOut (const std::string& line)

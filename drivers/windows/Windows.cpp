@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <tlhelp32.h>
+
 #include <sstream>
 
 namespace Windows
@@ -100,6 +102,35 @@ bool moveTo (const std::string& title, int x, int y)
                          0,
                          SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE)
            != FALSE;
+}
+
+int countUrgentThreads (const std::string& title)
+{
+    DWORD program = 0;
+
+    if (GetWindowThreadProcessId (FindWindowA (nullptr, title.c_str()), &program) == 0)
+        return -1;
+
+    int result = 0;
+    THREADENTRY32 entry {};
+    entry.dwSize = sizeof (entry);
+    const auto threads = CreateToolhelp32Snapshot (TH32CS_SNAPTHREAD, 0);
+
+    for (auto more = Thread32First (threads, &entry); more != FALSE; more = Thread32Next (threads, &entry))
+    {
+        if (entry.th32OwnerProcessID != program)
+            continue;
+
+        const auto thread = OpenThread (THREAD_QUERY_INFORMATION, FALSE, entry.th32ThreadID);
+        const auto priority = GetThreadPriority (thread);
+        CloseHandle (thread);
+
+        if (priority != THREAD_PRIORITY_ERROR_RETURN && priority > THREAD_PRIORITY_NORMAL)
+            ++result;
+    }
+
+    CloseHandle (threads);
+    return result;
 }
 
 } // namespace Windows

@@ -15,4 +15,9 @@ std::string list();
 /** Moves the client area of the visible window of this title to a place on the screen; false when there is none. */
 bool moveTo (const std::string& title, int x, int y);
 
+/** How many threads of the program that has the visible window of this title run above normal priority; -1 when there
+   is no such window.
+*/
+int countUrgentThreads (const std::string& title);
+
 } // namespace Windows
