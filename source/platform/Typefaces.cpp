@@ -5,6 +5,7 @@
 namespace Typefaces
 {
 
+#if JUCE_MAJOR_VERSION < 8
 static bool hasCharacters (const juce::Font& font, const juce::String& text)
 {
     const auto typeface = font.getTypefacePtr();
@@ -25,9 +26,12 @@ static bool hasCharacters (const juce::Font& font, const juce::String& text)
 
     return true;
 }
+#endif
 
-void makeReadable (const juce::String& text)
+void makeReadable ([[maybe_unused]] const juce::String& text)
 {
+    // A later toolkit looks for a character in other typefaces by itself.
+#if JUCE_MAJOR_VERSION < 8
     constexpr float anyHeight = 12.0f;
 
     if (hasCharacters (juce::Font (anyHeight), text))
@@ -41,6 +45,7 @@ void makeReadable (const juce::String& text)
             return;
         }
     }
+#endif
 }
 
 } // namespace Typefaces
