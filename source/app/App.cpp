@@ -1,5 +1,7 @@
 #include "app/App.h"
 
+#include "platform/NativeDialogs.h"
+
 #include <iostream>
 
 static void setColours()
@@ -41,12 +43,13 @@ void App::initialise (const juce::String&)
 
     if (deviceList->getNumDevices() != 0)
     {
-        mainWindow = std::make_unique<AppWindow> (*deviceList, defaultX, defaultY);
+        mainWindow = std::make_unique<AppWindow> (deviceList.get(), defaultX, defaultY);
         mainWindow->setVisible (true);
         mainWindow->toFront (true);
         return;
     }
 
+    const auto watch = NativeDialogs::closeOnQuit();
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
                                             "Quendel",
                                             "\nNo compatible hardware detected.");

@@ -15,7 +15,20 @@ static int readCoordinate (const juce::String& name, int defaultValue)
     return juce::jlimit (-limit, limit, text.getIntValue());
 }
 
-AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)
+/** What all sizes are multiplied by so that a window of that height stands on the display with its frame, also where
+    a window stands at first. The width has no part in it: a window that is too wide can be moved, and its buttons have
+    keys, whereas many columns made to fit could not be read.
+*/
+static float findScale (const juce::Rectangle<int>& workArea, int height)
+{
+    constexpr int titleBarHeight = 32, borderHeight = 8;
+    constexpr float smallest = 0.5f;
+    const int above = juce::jmax (titleBarHeight, workArea.getHeight() / 20);
+    const int room = workArea.getHeight() - above - borderHeight;
+    return juce::jlimit (smallest, 1.0f, static_cast<float> (room) / static_cast<float> (height));
+}
+
+AppWindow::AppWindow (DeviceList* devices, int defaultX, int defaultY)
     : DocumentWindow ("Quendel", juce::Colour (15, 15, 15), minimiseButton | closeButton, false)
 {
     setTitleBarTextCentred (false);
@@ -24,57 +37,28 @@ AppWindow::AppWindow (DeviceList& devices, int defaultX, int defaultY)
 
     // The view takes the keyboard itself; a window that wants it would keep Escape and Return from it.
     setWantsKeyboardFocus (false);
-    setContentOwned (new Content (devices), true);
+    setContentOwned (new Content (*devices), true);
 
-    restoredPosition = { readCoordinate ("x", defaultX), readCoordinate ("y", defaultY) };
-    setTopLeftPosition (restoredPosition);
+    const juce::Point<int> storedPosition { readCoordinate ("x", defaultX), readCoordinate ("y", defaultY) };
+    auto& desktop = juce::Desktop::getInstance();
+
+    if (const auto* display = desktop.getDisplays().getDisplayForPoint (storedPosition))
+        desktop.setGlobalScaleFactor (findScale (display->userArea, getHeight()));
+
+    const auto position = (storedPosition.toFloat() / desktop.getGlobalScaleFactor()).roundToInt();
+    setTopLeftPosition (position);
 
     // Only now: with a native title bar the toolkit shows a window at once, in whatever size and place it has.
     addToDesktop();
     WindowIcon::apply (*this);
-
-    constexpr int settleIntervalMs = 20;
-    startTimer (settleIntervalMs);
+    placement = std::make_unique<WindowPlacement> (*this, [position] (const auto&) { return position; });
 }
 
 AppWindow::~AppWindow()
 {
-    const auto position = settled ? getPosition() : restoredPosition;
-    UserSettings::setValue (RegistryPath, "x", juce::String (position.x));
-    UserSettings::setValue (RegistryPath, "y", juce::String (position.y));
-}
-
-/** A window manager frames the window some time after it was shown, which shifts it by the frame's border, now and
-    then unnoticed by the toolkit. Once the frame is there the window is put back where it belongs, for a while, and
-    by way of the place beside it: a move to where the toolkit believes the window to be would not be asked for.
-*/
-void AppWindow::timerCallback()
-{
-    constexpr int framelessTicks = 15, longestWaitTicks = 250, restoringTicks = 15, ticksPerDetour = 5;
-
-    const auto* peer = getPeer();
-    ++ticksShown;
-
-    if (peer == nullptr || ! peer->getFrameSizeIfPresent())
-    {
-        settled = settled || ticksShown >= framelessTicks;
-
-        if (ticksShown >= longestWaitTicks)
-            stopTimer();
-
-        return;
-    }
-
-    if (ticksFramed++ % ticksPerDetour == 0)
-        setTopLeftPosition (restoredPosition.translated (1, 0));
-
-    setTopLeftPosition (restoredPosition);
-
-    if (ticksFramed >= restoringTicks)
-    {
-        settled = true;
-        stopTimer();
-    }
+    const auto position = placement->getPosition().toFloat() * juce::Desktop::getInstance().getGlobalScaleFactor();
+    UserSettings::setValue (RegistryPath, "x", juce::String (juce::roundToInt (position.x)));
+    UserSettings::setValue (RegistryPath, "y", juce::String (juce::roundToInt (position.y)));
 }
 
 void AppWindow::closeButtonPressed()

@@ -1,17 +1,19 @@
 #pragma once
 
-#include <juce_gui_basics/juce_gui_basics.h>
+#include "platform/WindowPlacement.h"
 
 class DeviceList;
 
 /** The main window, which comes back where it was left. Message thread. */
-class AppWindow : public juce::DocumentWindow, private juce::Timer
+class AppWindow : public juce::DocumentWindow
 {
 public:
-    /** @param devices             not owned, outlives the window; holds at least one device
+    /** Where a display is too low for the window, all windows are scaled down from now on.
+
+        @param devices             not owned, outlives the window; holds at least one device
         @param defaultX, defaultY  top-left corner in screen pixels where none is stored
     */
-    AppWindow (DeviceList& devices, int defaultX, int defaultY);
+    AppWindow (DeviceList* devices, int defaultX, int defaultY);
 
     /** Stores the position. */
     ~AppWindow() override;
@@ -20,12 +22,7 @@ public:
     void userTriedToCloseWindow() override { closeButtonPressed(); }
 
 private:
-    void timerCallback() override;
-
-    juce::Point<int> restoredPosition;
-    int ticksShown = 0;
-    int ticksFramed = 0;
-    bool settled = false; // where the window is now is where the user has it
+    std::unique_ptr<WindowPlacement> placement;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (AppWindow)
 };

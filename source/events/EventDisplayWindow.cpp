@@ -2,19 +2,54 @@
 
 #include "events/EventDisplayWindowContent.h"
 
+namespace
+{
+/** While it lives, the pointer says that the program is busy. */
+struct BusyPointer
+{
+    BusyPointer()
+    {
+        juce::MouseCursor::showWaitCursor();
+
+        // What waits for an answer of the display's sends off what was said before.
+        juce::Desktop::getMousePosition();
+    }
+
+    ~BusyPointer() { juce::MouseCursor::hideWaitCursor(); }
+};
+} // namespace
+
+static std::unique_ptr<EventDisplayWindowContent> readLogs (const DeviceList& devices)
+{
+    const BusyPointer busyPointer;
+    return std::make_unique<EventDisplayWindowContent> (devices);
+}
+
 EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
     : DialogWindow ("Event log", juce::Colours::black, true, true)
 {
     // In this order the logs are read before anything is on screen, and the content gets its full size.
-    auto content = std::make_unique<EventDisplayWindowContent> (devices);
+    auto content = readLogs (devices);
     setUsingNativeTitleBar (true);
+
+    // Its parts take the keyboard themselves; a window that wants it would keep keys from them.
+    setWantsKeyboardFocus (false);
     setContentOwned (content.release(), true);
-    setCentreRelative (0.5f, 0.5f);
+
+    const auto centre = getParentMonitorArea().getCentre();
+    placement = std::make_unique<WindowPlacement> (*this,
+                                                   [this, centre] (const juce::BorderSize<int>& frame)
+                                                   {
+                                                       const auto whole = frame.addedTo (getLocalBounds());
+                                                       return centre - whole.getCentre();
+                                                   });
 }
 
+/** Closing has to wait for what is open before the window, and is refused until then rather than put off. */
 void EventDisplayWindow::closeButtonPressed()
 {
-    exitModalState (0);
+    if (! isCurrentlyBlockedByAnotherModalComponent())
+        exitModalState (0);
 }
 
 /** With a native title bar the toolkit would only hide the window. */

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <juce_gui_basics/juce_gui_basics.h>
+#include "platform/WindowPlacement.h"
 
 class DeviceList;
 
@@ -11,11 +11,13 @@ public:
     /** Reads every log, which can take a second or more; the devices are not needed afterwards. */
     explicit EventDisplayWindow (const DeviceList& devices);
 
-    /** Ends the modal state with 0. */
+    /** Ends the modal state with 0, unless something is open before the window. */
     void closeButtonPressed() override;
 
 private:
     bool escapeKeyPressed() override;
+
+    std::unique_ptr<WindowPlacement> placement;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (EventDisplayWindow)
 };

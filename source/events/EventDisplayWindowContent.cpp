@@ -1,5 +1,7 @@
 #include "events/EventDisplayWindowContent.h"
 
+#include "events/EventList.h"
+
 static constexpr int stripHeight = 46;
 
 EventDisplayWindowContent::EventDisplayWindowContent (const DeviceList& devices) : tabs (devices)
@@ -9,7 +11,13 @@ EventDisplayWindowContent::EventDisplayWindowContent (const DeviceList& devices)
     saveButton.setColour (juce::TextButton::buttonColourId, juce::Colour (0, 200, 0));
     saveButton.addListener (this);
     saveButton.setSize (90, 26);
+    saveButton.setHasFocusOutline (true);
     addAndMakeVisible (saveButton);
+
+    addKeyListener (this);
+
+    for (int i = 0; i < tabs.getNumTabs(); ++i)
+        tabs.getTabContentComponent (i)->addKeyListener (this);
 
     setSize (800, 600);
 }
@@ -25,27 +33,51 @@ void EventDisplayWindowContent::resized()
     saveButton.setCentrePosition (getWidth() / 2, getHeight() - stripHeight / 2);
 }
 
-bool EventDisplayWindowContent::keyPressed (const juce::KeyPress& key)
+bool EventDisplayWindowContent::keyPressed (const juce::KeyPress& key, juce::Component*)
 {
     using juce::KeyPress;
     using juce::ModifierKeys;
 
-    const auto numTabs = tabs.getNumTabs();
+    // The toolkit's buttons know only Return.
+    if (saveButton.hasKeyboardFocus (false) && key == KeyPress::spaceKey)
+    {
+        saveButton.triggerClick();
+        return true;
+    }
+
+    auto* list = tabs.getCurrentList();
+
+    if (list == nullptr)
+        return false;
+
     const auto isKey = [&] (int code, int modifiers) { return key == KeyPress (code, ModifierKeys (modifiers), 0); };
     const bool next = isKey (KeyPress::pageDownKey, ModifierKeys::ctrlModifier)
                       || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier);
     const bool previous = isKey (KeyPress::pageUpKey, ModifierKeys::ctrlModifier)
                           || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier | ModifierKeys::shiftModifier);
 
-    if (numTabs == 0 || ! (next || previous))
+    if (next || previous)
+    {
+        const auto numTabs = tabs.getNumTabs();
+        tabs.setCurrentTabIndex ((tabs.getCurrentTabIndex() + (next ? 1 : numTabs - 1)) % numTabs);
+        tabs.getCurrentList()->grabKeyboardFocus();
+        return true;
+    }
+
+    const int column = static_cast<int> (key.getTextCharacter()) - '0';
+
+    if (column < EventList::indexColumn || column > EventList::nameColumn)
         return false;
 
-    tabs.setCurrentTabIndex ((tabs.getCurrentTabIndex() + (next ? 1 : numTabs - 1)) % numTabs);
-    tabs.getCurrentContentComponent()->grabKeyboardFocus();
+    // As a click on the header does.
+    auto& header = list->getHeader();
+    header.setSortColumnId (column, column != header.getSortColumnId() || ! header.isSortedForwards());
     return true;
 }
 
+/** Without a window manager nobody else gives the keyboard back after the dialog. */
 void EventDisplayWindowContent::buttonClicked (juce::Button*)
 {
     tabs.saveReport();
+    saveButton.grabKeyboardFocus();
 }

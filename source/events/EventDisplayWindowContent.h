@@ -3,7 +3,7 @@
 #include "events/EventTabs.h"
 
 /** What the event window holds: the tabs, and the button that saves the one on show. Message thread. */
-class EventDisplayWindowContent : public juce::Component, private juce::Button::Listener
+class EventDisplayWindowContent : public juce::Component, private juce::Button::Listener, private juce::KeyListener
 {
 public:
     explicit EventDisplayWindowContent (const DeviceList& devices);
@@ -11,10 +11,13 @@ public:
     void paint (juce::Graphics&) override;
     void resized() override;
 
-    /** Ctrl with Page Down or Tab goes to the next tab, with Page Up or Shift and Tab to the one before. */
-    bool keyPressed (const juce::KeyPress&) override;
-
 private:
+    /** Ctrl with Page Down or Tab goes to the next tab, with Page Up or Shift and Tab to the one before; 1 to 6 sort by
+        the column of that number; Space presses the button. Heard before the table, which takes Page Up and Down
+       whatever the modifiers are.
+    */
+    bool keyPressed (const juce::KeyPress&, juce::Component* whereFocusIs) override;
+    using juce::Component::keyPressed;
     void buttonClicked (juce::Button*) override;
 
     EventTabs tabs;

@@ -25,7 +25,10 @@ void sortBy (juce::Array<EventRecord>& events)
 } // namespace
 
 //==============================================================================
-EventList::EventList() : TableListBox ("event list", nullptr) {}
+EventList::EventList() : TableListBox ("event list", nullptr)
+{
+    setHasFocusOutline (true);
+}
 
 EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex) : EventList()
 {

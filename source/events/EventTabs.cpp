@@ -3,6 +3,7 @@
 #include "device/DeviceList.h"
 #include "events/EventList.h"
 #include "events/EventReport.h"
+#include "platform/NativeDialogs.h"
 
 /** The tab bar shows no tab without a name, which would leave a nameless device's events out of reach. */
 static juce::String getTabName (const HwDevice& device)
@@ -35,9 +36,14 @@ void EventTabs::paint (juce::Graphics& g)
     g.fillAll (juce::Colours::white);
 }
 
+EventList* EventTabs::getCurrentList() const
+{
+    return dynamic_cast<EventList*> (getCurrentContentComponent());
+}
+
 void EventTabs::saveReport()
 {
-    auto* list = dynamic_cast<EventList*> (getCurrentContentComponent());
+    auto* list = getCurrentList();
 
     if (list == nullptr)
         return;
@@ -46,6 +52,7 @@ void EventTabs::saveReport()
     const auto proposed = documents.getChildFile (EventReport::getFileName (juce::Time::getCurrentTime()));
     juce::FileChooser chooser ("Save event report", proposed, "*.txt", true);
 
+    const auto watch = NativeDialogs::closeOnQuit();
     const bool chosen = chooser.browseForFileToSave (true);
 
     // A quit closes the dialog, too; what it then calls the choice is nobody's.

@@ -3,6 +3,7 @@
 #include <juce_gui_basics/juce_gui_basics.h>
 
 class DeviceList;
+class EventList;
 
 /** One tab with an event table per device and, from two devices on, "Aggregate" with the events of all. Message
     thread.
@@ -13,6 +14,9 @@ public:
     /** Reads all logs; the devices are not needed afterwards. */
     explicit EventTabs (const DeviceList& list);
     ~EventTabs() override;
+
+    /** The table on show; null when there are no tabs. */
+    EventList* getCurrentList() const;
 
     /** Asks for a file and writes the table on show to it. */
     void saveReport();

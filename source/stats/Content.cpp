@@ -3,6 +3,7 @@
 #include "device/DeviceChangeMessage.h"
 #include "device/HostControllerList.h"
 #include "events/EventDisplayWindow.h"
+#include "platform/NativeDialogs.h"
 #include "platform/Typefaces.h"
 #include "stats/StatisticsReport.h"
 #include <algorithm>
@@ -361,6 +362,7 @@ void Content::saveStatisticsReport()
     const bool saved = StatisticsReport::append (documents.getChildFile ("Quendel report.txt"),
                                                  makeReport (juce::Time::getCurrentTime()));
 
+    const auto watch = NativeDialogs::closeOnQuit();
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
                                             "Quendel",
                                             saved ? "Report saved to your documents folder." : "Unable to save report");

@@ -1,4 +1,5 @@
 #include "device/DeviceList.h"
+#include "events/EventDisplayWindow.h"
 #include "events/EventDisplayWindowContent.h"
 #include "events/EventList.h"
 #include "events/EventNames.h"
@@ -245,17 +246,103 @@ TEST_F (EventListTests, eachLogIsReadOnceMoreForTheAggregate)
     EXPECT_EQ (content.getBounds(), juce::Rectangle<int> (800, 600));
     EXPECT_EQ (content.getChildComponent (0)->getBounds(), juce::Rectangle<int> (800, 554));
     EXPECT_EQ (content.getChildComponent (1)->getBounds(), juce::Rectangle<int> (355, 564, 90, 26));
+}
+
+//==============================================================================
+/** The window on the screen, as a click opens it. */
+struct EventWindowTests : public EventListTests
+{
+    std::unique_ptr<EventDisplayWindow> window;
+
+    void SetUp() override
+    {
+        EventListTests::SetUp();
+        deck.events = two.events = { makeEntry (30, 1), makeEntry (10, 3), makeEntry (20, 2) };
+        window = std::make_unique<EventDisplayWindow> (list);
+        window->enterModalState (true);
+        ASSERT_TRUE (runMessagesUntil ([] { return getFocused<EventList>() != nullptr; }));
+    }
+
+    template <typename Type>
+    static Type* getFocused()
+    {
+        return dynamic_cast<Type*> (juce::Component::getCurrentlyFocusedComponent());
+    }
+
+    /** Cancels the dialog that opens before the window. */
+    struct DialogCloser : public juce::Timer
+    {
+        DialogCloser() { startTimer (10); }
+
+        void timerCallback() override
+        {
+            if (juce::ModalComponentManager::getInstance()->getNumModalComponents() < 2)
+                return;
+
+            hasClosed = true;
+            stopTimer();
+            juce::Component::getCurrentlyModalComponent()->exitModalState (0);
+        }
+
+        bool hasClosed = false;
+    };
+
+    /** A key on its way to whoever has the focus. */
+    void press (int key, int modifiers = 0) const
+    {
+        window->getPeer()->handleKeyPress (
+            { key, juce::ModifierKeys (modifiers), static_cast<juce::juce_wchar> (key) });
+    }
+};
+
+TEST_F (EventWindowTests, everythingHasItsKey)
+{
+    using juce::KeyPress;
+    constexpr auto ctrl = juce::ModifierKeys::ctrlModifier, shift = juce::ModifierKeys::shiftModifier;
+    const auto& tabs = *getFocused<EventList>()->findParentComponentOfClass<EventTabs>();
 
     // "Two", "Deck", "Aggregate", and round again.
-    const auto& tabs = dynamic_cast<EventTabs&> (*content.getChildComponent (0));
-
-    for (const auto& [key, tab] : { std::pair { juce::KeyPress::pageUpKey, 2 },
-                                    { juce::KeyPress::pageDownKey, 0 },
-                                    { juce::KeyPress::pageDownKey, 1 } })
+    for (const auto& [key, modifiers, tab] : { std::tuple { KeyPress::pageUpKey, ctrl + 0, 2 },
+                                               { KeyPress::pageDownKey, ctrl, 0 },
+                                               { KeyPress::tabKey, ctrl, 1 },
+                                               { KeyPress::tabKey, ctrl + shift, 0 } })
     {
-        content.keyPressed (juce::KeyPress (key, juce::ModifierKeys::ctrlModifier, 0));
+        press (key, modifiers);
         EXPECT_EQ (tabs.getCurrentTabIndex(), tab);
+        EXPECT_EQ (getFocused<EventList>(), tabs.getCurrentList());
     }
+
+    press (KeyPress::downKey);
+    press (KeyPress::downKey);
+    EXPECT_EQ (tabs.getCurrentList()->getSelectedRow(), 1);
+
+    press ('6');
+    ASSERT_TRUE (runMessagesUntil ([&] { return tabs.getCurrentList()->getEvents()[0].type == 1; }));
+
+    press (KeyPress::tabKey);
+    ASSERT_NE (getFocused<juce::TextButton>(), nullptr);
+    EXPECT_EQ (getFocused<juce::TextButton>()->getButtonText(), "Save report");
+    const DialogCloser closer;
+    press (KeyPress::spaceKey);
+    EXPECT_TRUE (runMessagesUntil ([&] { return closer.hasClosed && getFocused<juce::TextButton>() != nullptr; }));
+    press (KeyPress::tabKey, shift);
+    EXPECT_EQ (getFocused<EventList>(), tabs.getCurrentList());
+
+    press (KeyPress::escapeKey);
+    EXPECT_FALSE (window->isCurrentlyModal());
+}
+
+TEST_F (EventWindowTests, closingIsRefusedBehindADialog)
+{
+    juce::AlertWindow dialog ("dialog", {}, juce::MessageBoxIconType::NoIcon);
+    dialog.enterModalState();
+    window->getPeer()->handleUserClosingWindow();
+    dialog.exitModalState (0);
+    ASSERT_TRUE (runMessagesUntil ([&] { return ! dialog.isCurrentlyModal (false); }));
+    EXPECT_TRUE (window->isCurrentlyModal());
+
+    window->getPeer()->handleUserClosingWindow();
+    EXPECT_FALSE (window->isCurrentlyModal());
 }
 
 } // namespace

@@ -1,0 +1,11 @@
+#include "platform/NativeDialogs.h"
+
+namespace NativeDialogs
+{
+
+std::unique_ptr<Watch> closeOnQuit()
+{
+    return nullptr;
+}
+
+} // namespace NativeDialogs
