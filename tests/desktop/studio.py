@@ -1,0 +1,146 @@
+"""A PipeWire of its own, without hardware or a desktop: null devices, a player, and quendel-pipewire that measures them."""
+
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import struct
+import tempfile
+import wave
+
+from desk import PATIENCE, Program, wait_until
+
+NEEDED = 'pipewire', 'wireplumber', 'dbus-run-session', 'pw-cli', 'pw-cat', 'pw-metadata', 'pw-profiler', 'pw-top'
+TICKS = 10_000_000  # a second
+
+TALK_COMPLETE, DEBUG_COUNTS = 9, 23
+NO_ENTRY = 0xFFFFFFFF
+
+
+def missing():
+    """The programs that are not installed."""
+    return [name for name in NEEDED if not shutil.which(name)]
+
+
+class Interface:
+    """One device interface in the machine folder, and a connection to its driver."""
+
+    def __init__(self, folder):
+        descriptor = os.open(folder, os.O_PATH)
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        self.socket.settimeout(PATIENCE)
+        self.socket.connect(f'/proc/self/fd/{descriptor}/driver')
+        os.close(descriptor)
+        self.section = self._command(7)[1][0]
+
+    def _command(self, code, parameter=0):
+        self.socket.send(struct.pack('<8I40x', 0x1D2008, 64, 0, 0, code, parameter, 0, 0))
+        reply, descriptors, *_ = socket.recv_fds(self.socket, 100, 1)
+        assert len(reply) == 68 and reply[:4] == bytes(4), reply
+        return reply[4:], descriptors
+
+    def stream(self):
+        """Sample rate and buffer size."""
+        return struct.unpack_from('<8xIxxxxI', self._command(3)[0], 12)
+
+    def reset(self):
+        self._command(8)
+
+    def counters(self):
+        """Overflows, underruns, FIFO level and sync count."""
+        self.socket.send(struct.pack('<2I23I', 0x1D2004, 92, 0, 22, 0, 0, 0, 4, *[0] * 17))
+        reply = self.socket.recv(200)
+        return [struct.unpack_from('<I', reply, 4 + offset)[0] for offset in (28, 32, 44, 52)]
+
+    def playback(self):
+        """Number of cycles, and their average and longest distance in seconds."""
+        block = os.pread(self.section, 156, 0)
+        average, longest = struct.unpack_from('<2q', block)
+        return struct.unpack_from('<i', block, 124)[0], average / TICKS, longest / TICKS
+
+    def events(self):
+        """The log: time in seconds, type and parameter of each."""
+        found = []
+
+        while len(found) < 16384:
+            time, rate, kind, parameter = struct.unpack_from('<2q2I', self._command(19, len(found))[0], 12)
+
+            if kind == NO_ENTRY:
+                break
+
+            found.append((time / rate, kind, parameter))
+
+        return found
+
+
+class Studio:
+    def __init__(self, build):
+        """build -- the folder that the programs were built in"""
+        self.folder = tempfile.TemporaryDirectory(prefix='quendel-')
+        root = pathlib.Path(self.folder.name)
+        self.machine, self.runtime = root / 'machine', root / 'run'
+        self.runtime.mkdir(mode=0o700)
+        self.environment = {'XDG_RUNTIME_DIR': str(self.runtime), 'HOME': str(root / 'home'),
+                            'DBUS_SESSION_BUS_ADDRESS': '', 'QUENDEL_MACHINE': str(self.machine), 'TZ': 'UTC',
+                            'JUCE_FONT_PATH': '/usr/share/fonts/truetype/liberation'}
+        (root / 'home/Documents').mkdir(parents=True)
+        self.build, self.home, self.programs = build, root / 'home', []
+
+        with wave.open(str(root / 'silence.wav'), 'wb') as file:
+            file.setparams((2, 2, 48000, 0, 'NONE', ''))
+            file.writeframes(bytes(4 * 48000 * 600))
+
+    def end(self):
+        for program in reversed(self.programs):
+            program.kill()
+
+        self.folder.cleanup()
+
+    def start(self, *command, **options):
+        # pw-profiler leaves files where it is started.
+        self.programs.append(Program(command, self.environment, cwd=self.home, **options))
+        return self.programs[-1]
+
+    def run(self, *command):
+        """Runs a program to its end."""
+        program = self.start(*command)
+        assert program.wait_for_exit() == 0, program.read_errors()
+
+    # ------------------------------------------------------------------------------------------------------------
+    def start_pipewire(self):
+        self.server = self.start('pipewire')
+        wait_until('PipeWire listens', (self.runtime / 'pipewire-0').exists)
+        self.manager = self.start('dbus-run-session', '--', 'wireplumber')
+
+    def stop_pipewire(self):
+        for program in self.manager, self.server:
+            program.process.send_signal(signal.SIGTERM)
+            program.wait_for_exit()
+
+    def make_sink(self, name):
+        self.run('pw-cli', 'create-node', 'adapter',
+                 '{ factory.name=support.null-audio-sink media.class=Audio/Sink object.linger=true '
+                 f'audio.position=[FL FR] node.name={name} node.description="{name} (null)" }}')
+
+    def play(self, sink):
+        self.player = self.start('pw-cat', '-p', '--target', sink, pathlib.Path(self.folder.name) / 'silence.wav')
+
+    def set(self, key, value):
+        self.run('pw-metadata', '-n', 'settings', '0', f'clock.force-{key}', str(value))
+
+    def measure(self, *options):
+        self.driver = self.start(self.build / 'drivers/pipewire/quendel-pipewire', *(options or ['--all']))
+        wait_until('quendel-pipewire serves', (self.machine / 'interfaces').exists)
+
+    # ------------------------------------------------------------------------------------------------------------
+    def names(self):
+        """Of the devices that are served."""
+        folder = self.machine / 'interfaces'
+        return sorted(entry.name.split('#')[1] for entry in folder.iterdir() if entry.name[0] != '.')
+
+    def wait_for_names(self, *names):
+        wait_until(f'the devices are {names}', lambda: self.names() == sorted(names))
+
+    def open(self, name):
+        return Interface(next((self.machine / 'interfaces').glob(f'pipewire#{name}#*')))

@@ -1,0 +1,187 @@
+"""quendel-pipewire with a real PipeWire, and the built program beside it."""
+
+import os
+import re
+import shutil
+import signal
+import time
+
+import pytest
+from desk import Desk, wait_until
+from studio import DEBUG_COUNTS, TALK_COMPLETE, Studio, missing
+from worlds import BUTTONS, BUTTONS_Y
+
+pytestmark = pytest.mark.skipif(bool(missing()), reason=f'not installed: {", ".join(missing())}')
+
+
+@pytest.fixture
+def studio(request):
+    studio = Studio(request.config.getoption('--build').resolve())
+    studio.start_pipewire()
+    yield studio
+    studio.end()
+
+
+@pytest.fixture
+def playing(studio):
+    """With a sink that is played to, and measured."""
+    studio.make_sink('Main')
+    studio.measure()
+    studio.wait_for_names('Main')
+    studio.play('Main')
+    studio.main = studio.open('Main')
+    wait_until('cycles', lambda: studio.main.playback()[0] > 0)
+    return studio
+
+
+def distances(events):
+    """Microseconds between the sink's cycles."""
+    times = [time for time, kind, _ in events if kind == TALK_COMPLETE]
+    return [round((later - earlier) * 1e6) for earlier, later in zip(times, times[1:])]
+
+
+def read_profile(log):
+    """Microseconds between cycles, as pw-profiler's file has them: a row that is no cycle of its own, but says again that one
+    was late, has 0, and what is above 1.4 quanta is cut to them and can be anything (None)."""
+    rows = [[int(number) for number in line.split('\t')[:4]] for line in log.read_text().splitlines()]
+    return [None if period >= quantum * 7 // 5 else period for period, _, _, quantum in rows if period > 0]
+
+
+def find(part, whole):
+    """Where one list of microseconds is in another; they may be rounded differently."""
+    for start in range(len(whole) - len(part) + 1):
+        if all(a is None or abs(a - b) <= 1 for a, b in zip(part, whole[start:])):
+            return start
+
+    return None
+
+
+def test_every_cycle_is_that_of_pw_profiler(playing):
+    log = playing.home / 'profile.log'
+    profiler = playing.start('pw-profiler', '-o', log)
+    count = playing.main.playback()[0]
+    wait_until('four seconds of cycles', lambda: playing.main.playback()[0] > count + 96)
+    profiler.process.send_signal(signal.SIGINT)
+    profiler.wait_for_exit()
+
+    # The first line is about a time before it looked.
+    periods = read_profile(log)[1:]
+    assert len(periods) > 48
+    wait_until('all of them are logged here as well', lambda: find(periods, distances(playing.main.events())) is not None)
+    number, average, longest = playing.main.playback()
+    logged = distances(playing.main.events())
+    assert abs(average - sum(logged) / len(logged) / 1e6) < average / 100
+    assert longest >= max(logged) / 1e6 - 1e-6
+
+
+def stall(playing):
+    """Makes the player keep PipeWire waiting, and returns the underruns afterwards; a busy machine can have made some before."""
+    before = playing.main.counters()[1]
+    playing.player.process.send_signal(signal.SIGSTOP)
+    wait_until('an underrun', lambda: playing.main.counters()[1] > before)
+    playing.player.process.send_signal(signal.SIGCONT)
+    return playing.main.counters()[1]
+
+
+def test_a_client_that_stalls_makes_an_xrun(playing):
+    start = time.monotonic()
+    underruns = stall(playing)
+    xruns = [(when, number) for when, kind, number in playing.main.events() if kind == DEBUG_COUNTS]
+    assert [number for _, number in xruns][:underruns] == list(range(1, underruns + 1))
+    assert any(start < when < time.monotonic() for when, _ in xruns)
+    assert playing.main.counters()[0] == 0
+
+
+def test_quantum_and_rate_are_followed(playing):
+    for quantum, rate in (1024, 48000), (2048, 44100):
+        playing.set('quantum', quantum)
+        playing.set('rate', rate)
+        wait_until(f'{quantum} frames at {rate} Hz', lambda: playing.main.stream() == (rate, quantum))
+        playing.main.reset()
+        wait_until('cycles', lambda: playing.main.playback()[0] > 24)
+        assert playing.main.playback()[1] == pytest.approx(quantum / rate, rel=0.05)
+
+
+def test_devices_and_pipewire_come_and_go(playing):
+    playing.make_sink('Other')
+    playing.wait_for_names('Main', 'Other')
+    playing.run('pw-cli', 'destroy', 'Other')
+    playing.wait_for_names('Main')
+    playing.stop_pipewire()
+    playing.wait_for_names()
+    playing.start_pipewire()
+    playing.make_sink('Main')
+    playing.wait_for_names('Main')
+    playing.driver.process.send_signal(signal.SIGTERM)
+    assert playing.driver.wait_for_exit() == 0
+    assert not playing.machine.exists()
+
+
+def test_only_what_is_asked_for_is_served(studio):
+    studio.make_sink('Main')
+    studio.make_sink('Other')
+    studio.measure('--device', 'Other (null)')
+    studio.wait_for_names('Other')
+    studio.driver.process.send_signal(signal.SIGTERM)
+    studio.driver.wait_for_exit()
+
+    # None of them is on a FireWire bus; that nothing comes shows when all else has.
+    studio.measure('--device', 'Main', '--device', 'nobody')
+    studio.wait_for_names('Main')
+
+
+def test_the_program_shows_and_reports_it(playing):
+    desk = Desk(True)
+    program = desk.start([playing.build / 'source/quendel'], playing.environment)
+    documents = playing.home / 'Documents'
+    pictures = os.environ.get('QUENDEL_PICTURES')
+
+    def look(window, *area):
+        desk.nudge()
+        return desk.picture(window, area or None).tobytes()
+
+    def wait_until_still(window):
+        wait_until(f'{window} stands still', lambda: look(window) == look(window))
+
+    def keep(window, name):
+        if pictures:
+            desk.picture(window).save(f'{pictures}/{name}.png')
+
+    try:
+        view = desk.wait_for_window('Quendel')
+        column = 180, 110, 140, 500
+        first = look(view, *column)
+        wait_until('the figures move', lambda: look(view, *column) != first)
+        underruns = stall(playing)
+
+        def save():
+            desk.click(view, BUTTONS['Save'] * view.bounds[2] // 4, BUTTONS_Y)
+            desk.wait_for_window('Quendel', [view])
+            covered = look(view, 20, 230, 130, 40)
+            desk.press('Return')
+            desk.wait_until_gone('Quendel', [view])
+            wait_until('the box has gone', lambda: look(view, 20, 230, 130, 40) != covered)
+            return (documents / 'Quendel report.txt').read_text()
+
+        wait_until('the row of the underruns is right', lambda: re.search(rf'Underruns: +{underruns}$', save(), re.M))
+        keep(view, 'pipewire-window')
+        desk.click(view, BUTTONS['Events'] * view.bounds[2] // 4, BUTTONS_Y)
+        events = desk.wait_for_window('Event log')
+        wait_until_still(events)
+        keep(events, 'pipewire-events')
+        desk.click(events, 400, 577)
+        desk.wait_for_window('Save event report')
+        desk.press('Return')
+        desk.wait_until_gone('Save event report')
+        [report] = wait_until('a report', lambda: list(documents.glob('Quendel event log*.txt')))
+        wait_until('all xruns in it', lambda: report.read_text().count('Debug counts') >= underruns)
+        assert desk.wait_for_window('Event log') == events
+        desk.press('Escape')
+        desk.wait_until_gone('Event log')
+        desk.press('Escape')
+        assert program.wait_for_exit() == 0
+
+        if pictures:
+            shutil.copytree(documents, f'{pictures}/reports', dirs_exist_ok=True)
+    finally:
+        desk.close()
