@@ -1,13 +1,20 @@
 #include "drivers/pipewire/Graph.h"
 
+#include <pipewire/pipewire.h>
+
+// After it, on which they rely.
 #include <pipewire/extensions/profiler.h>
 #include <pipewire/impl-module.h>
-#include <pipewire/pipewire.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
+
+#ifdef __clang__
+// Calls to PipeWire's objects are macros that are expressions in the GNU manner.
+#pragma clang diagnostic ignored "-Wgnu-statement-expression"
+#endif
 
 namespace PipeWire
 {
@@ -204,7 +211,10 @@ private:
         if (type == PW_TYPE_INTERFACE_Profiler)
         {
             if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Profiler, PW_VERSION_PROFILER); proxy != nullptr)
-                pw_profiler_add_listener (proxy->proxy, &proxy->hook, &profilerEvents, proxy);
+                pw_profiler_add_listener (reinterpret_cast<pw_profiler*> (proxy->proxy),
+                                          &proxy->hook,
+                                          &profilerEvents,
+                                          proxy);
         }
         else if (type == PW_TYPE_INTERFACE_Device && mediaClass == "Audio/Device")
         {

@@ -140,7 +140,7 @@ TEST (PipeWireProfileTests, whatIsNotWholeOrNotTrueIsLeftOut)
 
     for (std::size_t position = 0; position + 4 <= whole.size(); position += 4)
     {
-        for (const std::uint8_t value : { 0x00, 0x7f, 0xff })
+        for (const auto value : std::initializer_list<std::uint8_t> { 0x00, 0x7f, 0xff })
         {
             auto spoilt = whole;
             std::fill_n (spoilt.begin() + static_cast<std::ptrdiff_t> (position), 4, value);
