@@ -1,6 +1,7 @@
 import pathlib
 
 import pytest
+from desk import Desk
 from worlds import ROOT, LinuxWorld
 
 WORLDS = 'bare', 'openbox', 'wine'
@@ -12,6 +13,7 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
+    config.addinivalue_line('markers', 'display(width, height): the size of the display, if it is not the usual one')
     config.addinivalue_line('markers', 'only_in(*worlds, why): where a case runs that does not run everywhere')
 
 
@@ -28,7 +30,9 @@ def pytest_generate_tests(metafunc):
 @pytest.fixture
 def world(request):
     """A machine of the case's own: display, home and driver."""
-    world = LinuxWorld(request.param == 'openbox', request.config.getoption('--build').resolve())
+    display = request.node.get_closest_marker('display')
+    world = LinuxWorld(Desk(request.param == 'openbox', *([display.args] if display else [])),
+                       request.config.getoption('--build').resolve())
     yield world
     world.end()
 

@@ -14,6 +14,7 @@ import Xlib.error
 from PIL import Image
 from Xlib import X, XK
 from Xlib.ext import xtest
+from Xlib.protocol import event
 
 # Long enough for a loaded machine and for a build with sanitizers.
 PATIENCE = 60
@@ -187,6 +188,16 @@ class Desk:
         screen = self.display.screen()
         return screen.width_in_pixels, screen.height_in_pixels
 
+    def frame(self, window):
+        """Left, right, upper and lower width of what a window manager has put around a window."""
+        widths = window.resource.get_full_property(self.display.intern_atom('_NET_FRAME_EXTENTS'), X.AnyPropertyType)
+        return tuple(widths.value) if widths else (0, 0, 0, 0)
+
+    def pointer(self):
+        """How the pointer looks."""
+        self.display.xfixes_query_version()
+        return self.display.xfixes_get_cursor_image(self.root).cursor_image
+
     # ------------------------------------------------------------------------------------------------------------
     def nudge(self):
         """Moves the pointer by a pixel: around changes of the focus an event can lie in a program's queue until it hears
@@ -217,11 +228,22 @@ class Desk:
         for letter in text:
             self.press({'.': 'period', ' ': 'space'}.get(letter, letter))
 
-    def click(self, window, x, y):
+    def move_pointer(self, window, x, y):
         left, top, *_ = window.bounds
         xtest.fake_input(self.display, X.MotionNotify, x=left + x, y=top + y)
+        self.display.sync()
+
+    def click(self, window, x, y):
+        self.move_pointer(window, x, y)
         xtest.fake_input(self.display, X.ButtonPress, 1)
         xtest.fake_input(self.display, X.ButtonRelease, 1)
+        self.display.sync()
+
+    def ask_to_close(self, window):
+        """As a click on the window's title bar does."""
+        protocols, close = (self.display.intern_atom(name) for name in ('WM_PROTOCOLS', 'WM_DELETE_WINDOW'))
+        window.resource.send_event(event.ClientMessage(window=window.resource, client_type=protocols,
+                                                       data=(32, [close, X.CurrentTime, 0, 0, 0])))
         self.display.sync()
 
     def move(self, window, x, y):

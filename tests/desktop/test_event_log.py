@@ -1,5 +1,9 @@
 """The event window: tabs, order of the rows, closing."""
 
+import pytest
+from desk import wait_until
+
+LINUX = pytest.mark.only_in('bare', 'openbox', why='Windows has its own save dialog, frames and pointers')
 ROWS = 551, 58, 200, 400  # of the "Event Name" column
 
 
@@ -42,4 +46,74 @@ def test_reads_each_log_to_its_end_and_no_further(world):
     assert world.counts('Alpha')['event-entry'] == 2 * 8
     assert world.counts('Beta')['event-entry'] == 2 * 16384
     world.close('Event log', 'Escape')
+    world.quit()
+
+
+@LINUX
+def test_every_part_has_its_key(world):
+    world.plug('Alpha', 'Beta')
+    world.order('fill all 60')
+    world.start()
+    world.press('Tab', 'Tab', 'Tab', 'space')
+    events = world.wait_until_still(world.desk.wait_for_window('Event log'))
+
+    for key in 'Down', 'ctrl+Next', '6':
+        world.wait_for_change(lambda: world.press(key), *ROWS, window=events)
+
+    world.press('Tab')
+
+    # After the first dialog the button has the keyboard again.
+    for _ in range(2):
+        world.press('space')
+        world.desk.wait_for_window(world.SAVE_DIALOG)
+        world.press('Escape')
+        world.desk.wait_until_gone(world.SAVE_DIALOG)
+        assert world.desk.wait_for_window('Event log') == events
+
+    world.close('Event log', 'Escape')
+    assert list(world.documents.iterdir()) == []
+    world.quit()
+
+
+@pytest.mark.only_in('openbox', why='without a window manager nobody asks a window to close, and Windows asks none')
+def test_closing_is_refused_behind_a_dialog(world):
+    world.plug('Alpha')
+    world.start()
+    events = world.open_events()
+    world.press('Tab', 'space')
+    world.desk.wait_for_window(world.SAVE_DIALOG)
+    world.desk.ask_to_close(events)
+    world.press('Escape')
+    world.desk.wait_until_gone(world.SAVE_DIALOG)
+    assert world.desk.wait_for_window('Event log') == events
+    world.wait_for_looks('Alpha')
+    assert world.desk.windows('Event log') == [events]
+    world.desk.ask_to_close(events)
+    world.desk.wait_until_gone('Event log')
+    world.quit()
+
+
+@LINUX
+def test_pointer_tells_of_the_reading_and_the_window_is_in_the_middle(world):
+    world.plug('Alpha', 'Beta', 'Gamma')
+    world.order('fill all 16384')
+    world.start()
+    world.desk.move_pointer(world.view, 300, 300)
+    world.wait_for_looks('Alpha')
+    usual = world.desk.pointer()
+    world.press('Tab', 'Tab', 'Tab', 'space')
+
+    # Without a nudge: what the program has not sent off by itself would be sent then.
+    wait_until('another pointer', lambda: world.desk.pointer() != usual)
+    events = world.desk.wait_for_window('Event log')
+
+    def is_in_the_middle():
+        (x, y, width, height), (left, right, above, below) = events.bounds, world.desk.frame(events)
+        return (abs((x - left) - (1280 - x - width - right)) <= 1
+                and abs((y - above) - (1024 - y - height - below)) <= 1)
+
+    world.wait_until('the window is in the middle', is_in_the_middle)
+    world.close('Event log', 'Escape')
+    world.desk.move_pointer(world.view, 301, 300)
+    world.wait_until('the usual pointer', lambda: world.desk.pointer() == usual)
     world.quit()

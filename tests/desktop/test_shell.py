@@ -105,6 +105,29 @@ def test_comes_back_where_it_was_left(world):
         assert world.stored() == place
 
 
+@pytest.mark.only_in('bare', 'openbox', why='there a display has any size')
+@pytest.mark.display(1024, 600)
+def test_everything_fits_on_a_low_display(world):
+    world.plug('Alpha', 'Beta')
+
+    for stored, place in (None, (51, 30)), (None, (51, 30)), ((99, 31), (99, 31)):
+        if stored:
+            world.store(*stored)
+
+        world.launch()
+        world.wait_until('the view is in its place', lambda: world.view.bounds[:2] == place)
+        x, y, width, height = world.view.bounds
+        assert y + height + world.desk.frame(world.view)[3] <= 600
+        assert abs(width / height - 490 / 652) < 0.01
+
+        world.desk.click(world.view, 3 * width // 4, 619 * height // 652)
+        events = world.desk.wait_for_window('Event log').bounds
+        assert events[1] + events[3] <= 600
+        world.close('Event log', 'Escape')
+        world.quit()
+        assert world.stored() == place
+
+
 @pytest.mark.only_in('openbox', 'wine', why='without a window manager nobody knows the key')
 def test_the_window_managers_close_quits(world):
     world.plug('Alpha')

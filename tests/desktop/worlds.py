@@ -8,7 +8,7 @@ import shutil
 import subprocess
 import tempfile
 
-from desk import Desk, wait_until
+from desk import wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 CONTROLLERS = 'ROOT\\OHCI1394\\0000', 'ROOT\\OHCI1394\\0001'
@@ -143,11 +143,11 @@ class World:
 class LinuxWorld(World):
     SAVE_DIALOG, QUESTION = 'Save event report', 'File already exists'
 
-    def __init__(self, managed, build):
+    def __init__(self, desk, build):
         self.folder = tempfile.TemporaryDirectory(prefix='quendel-')
         folder = pathlib.Path(self.folder.name)
         (folder / 'runtime').mkdir()
-        super().__init__(Desk(managed), folder / 'home')
+        super().__init__(desk, folder / 'home')
         self.build = build
         self.settings = self.home / '.config/Vendrel/Quendel.settings'
         self.environment = {'HOME': str(self.home), 'XDG_RUNTIME_DIR': str(folder / 'runtime'), 'TZ': 'UTC',
