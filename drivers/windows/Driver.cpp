@@ -80,6 +80,7 @@ struct Waiting
     IRP* irp;
     DEVICE_OBJECT* device;
     HANDLE process;
+    bool canBeCancelled;
 };
 
 Waiting waiting[32] {};
@@ -112,8 +113,8 @@ void answerWaiting (DEVICE_OBJECT* device)
         if (place.irp == nullptr || place.device != device)
             continue;
 
-        const auto [irp, owner, process] = place;
-        const auto cancelled = irp->Cancel != FALSE && IoSetCancelRoutine (irp, nullptr) == nullptr;
+        const auto [irp, owner, process, canBeCancelled] = place;
+        const auto cancelled = canBeCancelled && IoSetCancelRoutine (irp, nullptr) == nullptr;
         place = {};
 
         if (! cancelled)
@@ -141,7 +142,7 @@ NTSTATUS keepWaiting (IRP* irp, DEVICE_OBJECT* device, bool canBeCancelled)
         if (place.irp != nullptr)
             continue;
 
-        place = { irp, device, PsGetCurrentProcessId() };
+        place = { irp, device, PsGetCurrentProcessId(), canBeCancelled };
         IoMarkIrpPending (irp);
 
         if (canBeCancelled)
@@ -186,7 +187,7 @@ NTSTATUS startAnsweringLate (IRP* irp, DEVICE_OBJECT* device)
     if (late == nullptr)
         return complete (irp, STATUS_INSUFFICIENT_RESOURCES);
 
-    *late = { irp, device, PsGetCurrentProcessId() };
+    *late = { irp, device, PsGetCurrentProcessId(), false };
     IoMarkIrpPending (irp);
     ObReferenceObject (device);
     PsCreateSystemThread (&thread, THREAD_ALL_ACCESS, nullptr, nullptr, nullptr, answerLate, late);
