@@ -15,7 +15,7 @@ namespace AccessGuard
 {
 
 /** Ends the current guarded reading as a fault would. Only inside run(). */
-[[noreturn]] void fault() noexcept;
+[[noreturn]] void fault();
 
 /** Bytes that can be read from an address on, as far as the platform knows: a section that is shorter than the
     pages it is mapped into has readable zeros behind its end, which are nobody's data.
@@ -24,9 +24,10 @@ std::size_t readableBytes (const void* address) noexcept;
 
 /** Calls reading (context); false when a fault cut it short. What it had stored until then stays stored.
 
-    The call is left without unwinding: reading must not own anything that has a destructor.
+    The call is left without unwinding: reading must not own anything that has a destructor. Nothing between here and
+   the fault is noexcept: structured exceptions end the program there.
 */
-bool run (void (*reading) (void* context), void* context) noexcept;
+bool run (void (*reading) (void* context), void* context);
 
 //==============================================================================
 /** Reads the fields of one block, in place. */
@@ -41,7 +42,7 @@ public:
 
     /** The field at a byte offset; need not be aligned. Faults when the block ends before it does. */
     template <typename Field>
-    Field read (std::size_t offset) const noexcept
+    Field read (std::size_t offset) const
     {
         static_assert (std::is_trivially_copyable_v<Field>);
 
@@ -64,7 +65,7 @@ private:
 
 /** Calls reading (const BlockReader&) for the block; false when a fault cut it short. */
 template <typename Reading>
-bool readBlock (const void* block, Reading&& reading) noexcept
+bool readBlock (const void* block, Reading&& reading)
 {
     struct Call
     {

@@ -32,12 +32,12 @@ static bool installHandlers()
     return sigaction (SIGSEGV, &action, &previousSegv) == 0 && sigaction (SIGBUS, &action, &previousBus) == 0;
 }
 
-void fault() noexcept
+void fault()
 {
     siglongjmp (*landing, 1);
 }
 
-bool run (void (*reading) (void*), void* context) noexcept
+bool run (void (*reading) (void*), void* context)
 {
     static const bool installed = installHandlers();
     sigjmp_buf here;

@@ -21,13 +21,13 @@ static bool isFault (DWORD exceptionCode) noexcept
 
 #if defined(_MSC_VER) || defined(__clang__)
 
-void fault() noexcept
+void fault()
 {
     for (;;)
         RaiseException (static_cast<DWORD> (EXCEPTION_ACCESS_VIOLATION), EXCEPTION_NONCONTINUABLE, 0, nullptr);
 }
 
-bool run (void (*reading) (void*), void* context) noexcept
+bool run (void (*reading) (void*), void* context)
 {
     __try
     {
@@ -53,7 +53,7 @@ struct Landing
 */
 static DWORD landingSlot = TLS_OUT_OF_INDEXES;
 
-void fault() noexcept
+void fault()
 {
     __builtin_longjmp (static_cast<Landing*> (TlsGetValue (landingSlot))->buffer, 1);
 }
@@ -81,7 +81,7 @@ static bool installHandler()
     return landingSlot != TLS_OUT_OF_INDEXES && AddVectoredExceptionHandler (beforeAllOthers, handleFault) != nullptr;
 }
 
-bool run (void (*reading) (void*), void* context) noexcept
+bool run (void (*reading) (void*), void* context)
 {
     static const bool installed = installHandler();
     Landing here;
