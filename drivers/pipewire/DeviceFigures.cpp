@@ -28,10 +28,39 @@ NodeKind kindOf (std::uint32_t id, const NodeKinds& kinds)
     return found == kinds.end() ? NodeKind::other : found->second;
 }
 
-/* A follower that was not signalled takes no part in the cycle. */
-bool isLate (const NodeCycle& follower, const Cycle& cycle)
+/** What a follower did for a cycle; times in nanoseconds, 0 for what it has not done. */
+struct Part
 {
-    return ! follower.isFinished && follower.signal >= cycle.driver.signal;
+    std::int64_t begin = 0; // the driver's signal
+    std::int64_t awake = 0, finish = 0;
+    std::int64_t missedBy = 0; // when the next cycle began without it
+    bool isAsynchronous = false;
+};
+
+/* Nothing for a follower that takes no part. One that works asynchronously, as clients of newer PipeWires do, has until
+   the next signal for what it was signalled to do: that is told of with the next cycle. */
+std::optional<Part> describePart (const NodeCycle& follower, const Cycle& cycle)
+{
+    const auto& driver = cycle.driver;
+    Part part;
+    part.isAsynchronous = follower.signal < driver.signal && follower.signal == driver.previousSignal;
+
+    if (follower.signal == 0 || (follower.signal < driver.signal && ! part.isAsynchronous))
+        return std::nullopt;
+
+    part.begin = part.isAsynchronous ? driver.previousSignal : driver.signal;
+
+    // What is before its signal it did in an earlier cycle.
+    if (follower.awake >= follower.signal)
+        part.awake = follower.awake;
+
+    if (part.awake > 0 && follower.finish >= follower.awake && (follower.isFinished || part.isAsynchronous))
+        part.finish = follower.finish;
+
+    if (part.isAsynchronous ? part.finish == 0 : ! follower.isFinished)
+        part.missedBy = part.isAsynchronous ? driver.signal : std::max (driver.finish, driver.signal);
+
+    return part;
 }
 } // namespace
 
@@ -103,15 +132,21 @@ void DeviceFigures::nodeRemoved (std::uint32_t id, std::int64_t now)
 void DeviceFigures::add (const Cycle& cycle, std::uint32_t newHardwareXruns, const NodeKinds& kinds)
 {
     std::array<bool, 2> runs {};
-    const auto isAnyLate = std::any_of (cycle.followers.begin(),
-                                        cycle.followers.end(),
-                                        [&] (const NodeCycle& follower) { return isLate (follower, cycle); });
+
+    // Its clock is then the next cycle's already.
+    const auto isUnfinished = std::any_of (cycle.followers.begin(),
+                                           cycle.followers.end(),
+                                           [&] (const NodeCycle& follower)
+                                           {
+                                               const auto part = describePart (follower, cycle);
+                                               return part && part->missedBy > 0 && ! part->isAsynchronous;
+                                           });
 
     for (std::size_t side : { record, playback })
     {
         if (const auto* node = findNode (cycle, side, kinds); node != nullptr)
         {
-            measureSide (side, *node, cycle, isAnyLate);
+            measureSide (side, *node, cycle, isUnfinished);
             runs[side] = true;
         }
     }
@@ -214,36 +249,37 @@ void DeviceFigures::measureOffset()
 
 void DeviceFigures::measureClients (const Cycle& cycle)
 {
-    std::int64_t lastAwake = 0;
-    auto lastFinish = cycle.driver.finish;
+    std::int64_t lastAwake = -1;
+    auto lastFinish = cycle.driver.finish - cycle.driver.signal;
 
     for (const auto& follower : cycle.followers)
     {
+        const auto part = describePart (follower, cycle);
+
+        if (! part)
+            continue;
+
         const auto isClient = ! nodes.contains (follower.id);
+        const auto end = part->missedBy > 0 ? part->missedBy : part->finish;
 
-        // What a node has not done in this cycle it did in an earlier one.
-        if (follower.signal < cycle.driver.signal || follower.awake < follower.signal)
-            continue;
+        if (part->awake > 0)
+            lastAwake = std::max (lastAwake, part->awake - part->begin);
 
-        lastAwake = std::max (lastAwake, follower.awake);
+        if (end > 0)
+            lastFinish = std::max (lastFinish, end - part->begin);
 
-        if (isClient)
-            log (follower.awake, EventType::userClientEvent, follower.id);
+        if (isClient && part->awake > 0)
+            log (part->awake, EventType::userClientEvent, follower.id);
 
-        if (! follower.isFinished || follower.finish < follower.awake)
-            continue;
-
-        lastFinish = std::max (lastFinish, follower.finish);
-
-        if (isClient)
-            log (follower.finish, EventType::outputReady, follower.id);
+        if (isClient && part->finish > 0)
+            log (part->finish, EventType::outputReady, follower.id);
     }
 
-    if (lastAwake > 0)
-        wakeup.add (lastAwake - cycle.driver.signal);
+    if (lastAwake >= 0)
+        wakeup.add (lastAwake);
 
-    if (lastFinish >= cycle.driver.signal)
-        host.add (lastFinish - cycle.driver.signal);
+    if (lastFinish >= 0)
+        host.add (lastFinish);
 }
 
 void DeviceFigures::measureClock (const Cycle& cycle)
@@ -280,11 +316,16 @@ void DeviceFigures::countXruns (const Cycle& cycle,
                                 const NodeKinds& kinds)
 {
     std::array<bool, 2> isMissed {};
+    auto time = cycle.driver.signal;
 
     for (const auto& follower : cycle.followers)
     {
-        if (! isLate (follower, cycle))
+        const auto part = describePart (follower, cycle);
+
+        if (! part || part->missedBy == 0)
             continue;
+
+        time = std::max (time, part->missedBy);
 
         // A client that only plays keeps nothing from the source, one that only records nothing from the sink.
         const auto kind = kindOf (follower.id, kinds);
@@ -309,8 +350,7 @@ void DeviceFigures::countXruns (const Cycle& cycle,
     }
 
     if (numXruns > 0)
-        log (isMissed[playback] || isMissed[record] ? std::max (cycle.driver.finish, cycle.driver.signal)
-                                                    : cycle.driver.signal,
+        log (time,
              EventType::debugCounts,
              counters.overflows + counters.underruns,
              static_cast<std::int8_t> (std::min (numXruns, 127u)));

@@ -317,6 +317,30 @@ TEST_F (PipeWireFiguresTests, lateClientIsAnXrunOfItsSideWithTheTimeOfItsEnd)
     EXPECT_EQ (figures.getCounters().underruns, 1u);
 }
 
+TEST_F (PipeWireFiguresTests, asynchronousClientHasUntilTheNextSignal)
+{
+    // Told of with the cycle after the one that it is about; signalled anew meanwhile, it has not finished that.
+    auto client = follow (player, -10 * millisecond, -9 * millisecond, -6 * millisecond);
+    client.isFinished = false;
+    run (10 * millisecond, { client });
+    run (10 * millisecond, { client });
+    EXPECT_EQ (figures.getCounters().underruns, 0u);
+    EXPECT_EQ (figures.getStatistics().wakeupMaximum, 1 * millisecond / ticks);
+    EXPECT_EQ (figures.getStatistics().hostMaximum, 4 * millisecond / ticks);
+
+    client.awake = client.finish = -15 * millisecond; // of an earlier signal
+    run (10 * millisecond, { client });
+    EXPECT_EQ (figures.getCounters().underruns, 1u);
+    EXPECT_EQ (figures.getStatistics().hostMaximum, 10 * millisecond / ticks);
+    EXPECT_EQ (readEvents().back().type, EventType::debugCounts);
+    EXPECT_EQ (readEvents().back().time, time / ticks);
+
+    client.signal = -25 * millisecond; // no part in this at all
+    run (10 * millisecond, { client });
+    EXPECT_EQ (figures.getCounters().underruns, 1u);
+    EXPECT_EQ (figures.getCounters().syncCount, 1u);
+}
+
 TEST_F (PipeWireFiguresTests, hardwareTellsOfXrunsAndOfItsFifo)
 {
     cycle.hardwareXruns = 5; // from before we looked
