@@ -65,7 +65,7 @@ void tick (benchmark::State& state)
         clients.push_back (std::make_unique<RawClient> (machine.getInterfaceFolder (name)));
     }
 
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     Content content (devices);
 
     TransactionBlock block {};
@@ -124,7 +124,7 @@ void capture (benchmark::State& state)
     TestDriver driver (machine);
     fillLog (driver);
 
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     devices.getDevice (0)->open();
     RawClient client (machine.getInterfaceFolder ("device"));
 
@@ -146,7 +146,7 @@ void openEventWindow (benchmark::State& state)
     fillLog (one);
     fillLog (two);
 
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
 
     for (const auto& device : devices.getDevices())
         device->open();

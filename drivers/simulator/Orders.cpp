@@ -9,6 +9,8 @@ namespace Simulation
 
 namespace
 {
+using DriverProtocol::numRequestKinds;
+using DriverProtocol::requestNames;
 using Words = std::vector<std::string_view>;
 using Devices = std::vector<SimulatedDevice*>;
 
@@ -119,9 +121,9 @@ std::string fail (const Call& call)
     if (call.words[2] == "open")
         return failOpening (call);
 
-    const auto found = std::find (requestNames.begin(), requestNames.end(), call.words[2]);
+    const auto found = std::find (std::begin (requestNames), std::end (requestNames), call.words[2]);
 
-    if (found == requestNames.end())
+    if (found == std::end (requestNames))
         return failed ("no such request: " + std::string (call.words[2]));
 
     std::uint32_t count = 1;
@@ -134,7 +136,7 @@ std::string fail (const Call& call)
         return failed ("how often: a number, always or never");
 
     for (auto* device : call.devices)
-        device->failNext (static_cast<RequestKind> (found - requestNames.begin()), count);
+        device->failNext (static_cast<RequestKind> (found - std::begin (requestNames)), count);
 
     return "ok";
 }
@@ -223,7 +225,7 @@ std::string describeCounts (const Call& call)
 
         add ("open", device->getServer().getNumOpens());
 
-        for (std::size_t i = 0; i < requestNames.size(); ++i)
+        for (std::size_t i = 0; i < numRequestKinds; ++i)
             add (requestNames[i], device->getNumReceived (static_cast<RequestKind> (i)));
     }
 

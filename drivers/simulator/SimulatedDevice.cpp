@@ -9,46 +9,12 @@ namespace Simulation
 
 using namespace Machine;
 
-namespace
+/* The place of a request's kind in the arrays that have one for each. */
+static std::size_t getIndex (const Request& request)
 {
-/* What the bytes say that they are; whether the device takes them is the model's business. */
-RequestKind identify (const Request& request)
-{
-    DriverProtocol::CommandEnvelope envelope {};
-    DriverProtocol::TransactionBlock block {};
-    std::memcpy (&envelope, request.input.data(), std::min (request.input.size(), sizeof (envelope)));
-    std::memcpy (&block, request.input.data(), std::min (request.input.size(), sizeof (block)));
-
-    if (request.controlCode == DriverProtocol::IOCTL_DEVICE_COMMAND)
-    {
-        switch (envelope.code)
-        {
-            case DriverProtocol::ReadStreamStatus:
-                return RequestKind::streamStatus;
-            case DriverProtocol::MapStatistics:
-                return RequestKind::mapStatistics;
-            case DriverProtocol::ResetStatistics:
-                return RequestKind::resetStatistics;
-            case DriverProtocol::ReadEventEntry:
-                return RequestKind::eventEntry;
-            default:
-                return RequestKind::other;
-        }
-    }
-
-    if (request.controlCode == DriverProtocol::IOCTL_DEVICE_TRANSACTION)
-    {
-        if (block.code == DriverProtocol::ProbeDevice)
-            return RequestKind::probe;
-
-        if (block.code == DriverProtocol::AccessFirmwareCounters)
-            return block.words[0] == DriverProtocol::ClearFirmwareCounters ? RequestKind::clearCounters
-                                                                           : RequestKind::readCounters;
-    }
-
-    return RequestKind::other;
+    return static_cast<std::size_t> (
+        DriverProtocol::identifyRequest (request.controlCode, request.input.data(), request.input.size()));
 }
-} // namespace
 
 SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
                                   std::string machineFolder,
@@ -66,8 +32,8 @@ InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, std::string 
 {
     model.reset (config, clock());
 
-    Bytes capabilities (DeviceModel::capabilitiesSize);
-    model.writeCapabilities (capabilities.data());
+    const auto record = model.getCapabilities();
+    const auto* bytes = reinterpret_cast<const std::uint8_t*> (&record);
 
     const auto name = getName();
     Bytes uniqueName (name.begin(), name.end());
@@ -76,7 +42,7 @@ InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, std::string 
     InterfaceSetup setup;
     setup.machineFolder = std::move (machineFolder);
     setup.name = std::move (folderName);
-    setup.capabilities = std::move (capabilities);
+    setup.capabilities = Bytes (bytes, bytes + sizeof (record));
     setup.uniqueName = std::move (uniqueName);
     return setup;
 }
@@ -106,12 +72,12 @@ void SimulatedDevice::publish()
 
 void SimulatedDevice::received (const Request& request)
 {
-    ++numReceived[static_cast<std::size_t> (identify (request))];
+    ++numReceived[getIndex (request)];
 }
 
 Reply SimulatedDevice::handle (const Request& request)
 {
-    if (auto& failure = failures[static_cast<std::size_t> (identify (request))]; failure > 0)
+    if (auto& failure = failures[getIndex (request)]; failure > 0)
     {
         if (failure != always)
             --failure;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "device/RequestKind.h"
 #include "drivers/machine/InterfaceServer.h"
 #include "drivers/simulator/model/DeviceModel.h"
 
@@ -17,22 +18,7 @@ namespace Simulation
 /** Tells the time in ticks of the machine folder's counter. */
 using Clock = std::function<std::int64_t()>;
 
-/** The requests of the driver protocol, as people name them. */
-enum class RequestKind : std::uint8_t
-{
-    streamStatus,
-    mapStatistics,
-    resetStatistics,
-    eventEntry,
-    probe,
-    readCounters,
-    clearCounters,
-    other
-};
-
-inline constexpr std::array<std::string_view, 8> requestNames { "stream-status",  "map-statistics", "reset-statistics",
-                                                                "event-entry",    "probe",          "read-counters",
-                                                                "clear-counters", "other" };
+using DriverProtocol::RequestKind;
 
 /** A device model behind a device interface. Used by one thread at a time. */
 class SimulatedDevice final : public Machine::RequestHandler
@@ -74,8 +60,8 @@ private:
     DeviceModel model;
     StatisticsBlock published {};
     const Clock clock;
-    std::array<std::uint64_t, requestNames.size()> numReceived {};
-    std::array<std::uint32_t, requestNames.size()> failures {};
+    std::array<std::uint64_t, DriverProtocol::numRequestKinds> numReceived {};
+    std::array<std::uint32_t, DriverProtocol::numRequestKinds> failures {};
     std::unique_ptr<Machine::InterfaceServer> server;
 };
 

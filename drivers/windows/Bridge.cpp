@@ -1,8 +1,8 @@
 #include "drivers/windows/Bridge.h"
 
-#include <windows.h>
+#include "device/DriverProtocol.h"
 
-#include "drivers/windows/InterfaceClass.h"
+#include <windows.h>
 
 #include <dbt.h>
 
@@ -91,7 +91,7 @@ bool registerWindow()
     DEV_BROADCAST_DEVICEINTERFACE_A filter {};
     filter.dbcc_size = sizeof (filter);
     filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    filter.dbcc_classguid = interfaceClass;
+    filter.dbcc_classguid = DriverProtocol::makeInterfaceClass<GUID>();
 
     return window != nullptr && RegisterDeviceNotificationA (window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE) != nullptr;
 }
@@ -134,7 +134,7 @@ bool notifyProgram (unsigned long event, const char* path)
     auto& header = storage.front();
     header.dbcc_size = static_cast<DWORD> (size);
     header.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    header.dbcc_classguid = interfaceClass;
+    header.dbcc_classguid = DriverProtocol::makeInterfaceClass<GUID>();
     std::memcpy (reinterpret_cast<char*> (&header) + nameOffset, path, std::strlen (path) + 1);
 
     const auto data = reinterpret_cast<LPARAM> (&header);

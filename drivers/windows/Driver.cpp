@@ -264,7 +264,7 @@ NTSTATUS carryOut (const TestBus::Order& order, Interface& interface)
 {
     using TestBus::Action;
 
-    if (static_cast<std::uint32_t> (order.kind) >= TestBus::numRequestKinds)
+    if (static_cast<std::uint32_t> (order.kind) >= DriverProtocol::numRequestKinds)
         return STATUS_INVALID_PARAMETER;
 
     auto& trouble = interface.troubleWith (order.kind);

@@ -1,15 +1,12 @@
 #include "drivers/windows/Interface.h"
 
-#include "drivers/windows/InterfaceClass.h"
-
 #include <cstring>
 #include <new>
 
-using TestBus::RequestKind;
-
 namespace
 {
-constexpr std::size_t classNameLength = 38;
+constexpr auto interfaceClass = DriverProtocol::makeInterfaceClass<GUID>();
+constexpr std::size_t classNameLength = sizeof (DriverProtocol::interfaceClassText) - 1;
 constexpr SIZE_T pageSize = 4096;
 
 NTSTATUS statusOf (std::uint32_t error)
@@ -34,50 +31,6 @@ NTSTATUS statusOf (std::uint32_t error)
         default:
             return STATUS_UNSUCCESSFUL;
     }
-}
-
-RequestKind identifyCommand (std::uint32_t code)
-{
-    switch (code)
-    {
-        case DriverProtocol::ReadStreamStatus:
-            return RequestKind::streamStatus;
-
-        case DriverProtocol::MapStatistics:
-            return RequestKind::mapStatistics;
-
-        case DriverProtocol::ResetStatistics:
-            return RequestKind::resetStatistics;
-
-        case DriverProtocol::ReadEventEntry:
-            return RequestKind::eventEntry;
-
-        default:
-            return RequestKind::other;
-    }
-}
-
-RequestKind identify (ULONG controlCode, const void* input, ULONG size)
-{
-    using DriverProtocol::CommandEnvelope;
-    using DriverProtocol::TransactionBlock;
-
-    if (controlCode == DriverProtocol::IOCTL_DEVICE_COMMAND && size >= sizeof (CommandEnvelope))
-        return identifyCommand (static_cast<const CommandEnvelope*> (input)->code);
-
-    if (controlCode != DriverProtocol::IOCTL_DEVICE_TRANSACTION || size < TransactionBlock::headerSize)
-        return RequestKind::other;
-
-    const auto& transaction = *static_cast<const TransactionBlock*> (input);
-
-    if (transaction.code == DriverProtocol::ProbeDevice)
-        return RequestKind::probe;
-
-    if (transaction.code != DriverProtocol::AccessFirmwareCounters || size < sizeof (TransactionBlock))
-        return RequestKind::other;
-
-    return transaction.words[0] == DriverProtocol::ClearFirmwareCounters ? RequestKind::clearCounters
-                                                                         : RequestKind::readCounters;
 }
 } // namespace
 
@@ -197,8 +150,7 @@ NTSTATUS Interface::writeRegistryValues()
     if (! NT_SUCCESS (status))
         return status;
 
-    std::uint8_t capabilities[Simulation::DeviceModel::capabilitiesSize];
-    model.writeCapabilities (capabilities);
+    auto capabilities = model.getCapabilities();
 
     // The device's name is 8-bit text, which the registry keeps as 16-bit text.
     WCHAR deviceName[Simulation::DeviceConfig::maximumNameLength + 1] {};
@@ -208,7 +160,7 @@ NTSTATUS Interface::writeRegistryValues()
 
     UNICODE_STRING valueName;
     RtlInitUnicodeString (&valueName, L"hwinfo_caps");
-    status = ZwSetValueKey (key, &valueName, 0, REG_BINARY, capabilities, sizeof (capabilities));
+    status = ZwSetValueKey (key, &valueName, 0, REG_BINARY, &capabilities, sizeof (capabilities));
 
     RtlInitUnicodeString (&valueName, L"unique_name");
 
@@ -311,7 +263,7 @@ void Interface::advance (std::int64_t now)
 
 Interface::Treatment Interface::receive (ULONG controlCode, const void* input, ULONG size)
 {
-    const auto kind = identify (controlCode, input, size);
+    const auto kind = DriverProtocol::identifyRequest (controlCode, input, size);
     ++received[static_cast<std::uint32_t> (kind)];
 
     const auto use = [] (std::uint32_t& count) { return count > 0 && count-- > 0; };
@@ -338,7 +290,7 @@ NTSTATUS Interface::handle (FILE_OBJECT* file,
     if (isGone)
         return STATUS_DEVICE_NOT_CONNECTED;
 
-    auto& trouble = troubleWith (identify (controlCode, buffer, inputSize));
+    auto& trouble = troubleWith (DriverProtocol::identifyRequest (controlCode, buffer, inputSize));
 
     if (trouble.failures > 0)
     {

@@ -102,8 +102,8 @@ private:
     HANDLE section = nullptr;
     void* block = nullptr; // in the driver's own process
     View views[maximumViews] {};
-    std::uint32_t received[TestBus::numRequestKinds] {};
-    Trouble troubles[TestBus::numRequestKinds] {};
+    std::uint32_t received[DriverProtocol::numRequestKinds] {};
+    Trouble troubles[DriverProtocol::numRequestKinds] {};
     std::uint32_t slownessMs = 0;
     Simulation::DeviceModel model;
 };

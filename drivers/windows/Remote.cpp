@@ -1,4 +1,3 @@
-#include "device/DriverProtocol.h"
 #include "drivers/windows/Bridge.h"
 #include "drivers/windows/Installer.h"
 #include "drivers/windows/TestBus.h"
@@ -9,7 +8,6 @@
 #include <dbt.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -29,14 +27,10 @@
 
 namespace
 {
+using DriverProtocol::requestNames;
 using TestBus::Action;
 using TestBus::Order;
 using TestBus::State;
-
-constexpr std::array<const char*, TestBus::numRequestKinds> requestNames {
-    "stream-status", "map-statistics", "reset-statistics", "event-entry",
-    "probe",         "read-counters",  "clear-counters",   "other"
-};
 
 struct Failure : std::runtime_error
 {
@@ -104,12 +98,12 @@ std::uint32_t readSlot (std::istream& words)
 TestBus::RequestKind readKind (std::istream& words)
 {
     const auto name = read<std::string> (words, "kind of request");
-    const auto found = std::find (requestNames.begin(), requestNames.end(), name);
+    const auto found = std::find (std::begin (requestNames), std::end (requestNames), name);
 
-    if (found == requestNames.end())
+    if (found == std::end (requestNames))
         throw Failure ("no such kind of request: " + name);
 
-    return static_cast<TestBus::RequestKind> (found - requestNames.begin());
+    return static_cast<TestBus::RequestKind> (found - std::begin (requestNames));
 }
 
 /** What is left of the line. */
@@ -146,7 +140,7 @@ std::int64_t getFrequency()
 /** Of the interface in a slot, as the system makes it of what the bus says. */
 std::string getPath (std::uint32_t slot)
 {
-    return "\\\\?\\testbus#tamrix#000" + std::to_string (slot + 1) + "#{7be5a0c4-2f1d-4d0e-9a6b-51d7c308e294}";
+    return "\\\\?\\testbus#tamrix#000" + std::to_string (slot + 1) + "#" + DriverProtocol::interfaceClassText;
 }
 
 //==============================================================================
@@ -179,7 +173,7 @@ void look (std::istream& words)
     std::cout << "present " << state.isPresent << "\nopen " << state.numOpen << "\nviews " << state.numViews
               << "\nwaiting " << state.numWaiting << "\nhighest-view " << state.highestView << '\n';
 
-    for (std::size_t i = 0; i < requestNames.size(); ++i)
+    for (std::size_t i = 0; i < std::size (requestNames); ++i)
         std::cout << requestNames[i] << ' ' << state.received[i] << '\n';
 
     std::cout << "statistics " << std::hex << std::setfill ('0');

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include "device/RequestKind.h"
 
 /** What the test bus and the program that orders it about say to each other. */
 namespace TestBus
 {
+
+using DriverProtocol::RequestKind;
 
 inline constexpr wchar_t devicePath[] = L"\\Device\\QuendelTestBus";
 inline constexpr wchar_t linkPath[] = L"\\DosDevices\\QuendelTestBus";
@@ -13,21 +14,6 @@ inline constexpr char openPath[] = "\\\\.\\QuendelTestBus";
 
 /** Interfaces at a time; each has its slot, which is the last part of its path. */
 inline constexpr std::uint32_t numSlots = 4;
-
-/** Requests of the driver protocol, as the bus tells them apart. */
-enum class RequestKind : std::uint32_t
-{
-    streamStatus,
-    mapStatistics,
-    resetStatistics,
-    eventEntry,
-    probe,
-    readCounters,
-    clearCounters,
-    other
-};
-
-inline constexpr std::uint32_t numRequestKinds = 8;
 
 enum class Action : std::uint32_t
 {
@@ -65,12 +51,12 @@ struct Order
 struct State
 {
     std::uint32_t isPresent;
-    std::uint32_t numOpen;                   /**< Handles. */
-    std::uint32_t numViews;                  /**< Processes' views of the statistics block. */
-    std::uint32_t numWaiting;                /**< Requests that hang or are held. */
-    std::uint64_t highestView;               /**< Address that the views lie at or below; 0 when there are none. */
-    std::uint32_t received[numRequestKinds]; /**< Requests so far, by kind, whatever became of them. */
-    std::uint8_t statistics[156];            /**< The block, as processes see it. */
+    std::uint32_t numOpen;     /**< Handles. */
+    std::uint32_t numViews;    /**< Processes' views of the statistics block. */
+    std::uint32_t numWaiting;  /**< Requests that hang or are held. */
+    std::uint64_t highestView; /**< Address that the views lie at or below; 0 when there are none. */
+    std::uint32_t received[DriverProtocol::numRequestKinds]; /**< Requests so far, by kind, whatever became of them. */
+    std::uint8_t statistics[156];                            /**< The block, as processes see it. */
 };
 
 static_assert (sizeof (Order) == 88);

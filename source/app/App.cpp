@@ -38,7 +38,7 @@ void App::initialise (const juce::String&)
     const int defaultY = display->userArea.getHeight() / 20;
 
     appListener = std::make_unique<AppListener>();
-    deviceList = std::make_unique<DeviceList> (0, nullptr, nullptr, nullptr);
+    deviceList = std::make_unique<DeviceList>();
     deviceList->setListener (appListener.get());
 
     if (deviceList->getNumDevices() != 0)

@@ -113,7 +113,7 @@ HwDevice::Ptr CDevChangeNotify::removeUnlessItAnswers (const juce::String& path)
 {
     const auto device = devices.findByPath (path);
 
-    if (device == nullptr || device->probe() == TransactionResult::success)
+    if (device == nullptr || device->probe() == 0)
         return nullptr;
 
     devices.removeByPath (path);

@@ -2,13 +2,13 @@
 
 #include "device/CDevChangeNotify.h"
 #include "device/DriverText.h"
-#include <vector>
+#include <algorithm>
+#include <cstring>
 
-DeviceList::DeviceList (int numVendorIds, const int* vendorIds, juce::CriticalSection* lockToUse, juce::Logger* sink)
+DeviceList::DeviceList (int numVendorIds, const int* vendorIds, juce::CriticalSection* lockToUse, LogSink* sink)
     : vendorFilter (vendorIds, numVendorIds),
       logSink (sink),
-      lock (lockToUse != nullptr ? lockToUse : new juce::CriticalSection()),
-      ownsLock (lockToUse == nullptr)
+      lock (lockToUse != nullptr ? *lockToUse : ownLock)
 {
     scan (nullptr);
 }
@@ -22,14 +22,11 @@ DeviceList::~DeviceList()
 
     // What that notification has still inserted.
     clear();
-
-    if (ownsLock)
-        delete lock;
 }
 
 //==============================================================================
-/** The path of one enumerated interface; empty when there is none to be had. */
-static juce::String getInterfacePath (HDEVINFO set, SP_DEVICE_INTERFACE_DATA& interfaceData)
+/** The path of one enumerated interface, as the system has it; empty when there is none to be had. */
+static std::string getInterfacePath (HDEVINFO set, SP_DEVICE_INTERFACE_DATA& interfaceData)
 {
     DWORD required = 256;
     SetupDiGetDeviceInterfaceDetailA (set, &interfaceData, nullptr, 0, &required, nullptr);
@@ -43,13 +40,14 @@ static juce::String getInterfacePath (HDEVINFO set, SP_DEVICE_INTERFACE_DATA& in
         return {};
 
     constexpr auto pathOffset = offsetof (SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
-    return textFromDriver (reinterpret_cast<const char*> (detail) + pathOffset, required - pathOffset);
+    const auto* path = reinterpret_cast<const char*> (detail) + pathOffset;
+    return { path, ::strnlen (path, required - pathOffset) };
 }
 
 HwDevice::Ptr DeviceList::scan (const juce::String* path)
 {
-    const juce::ScopedLock locked (*lock);
-    auto* deviceLock = ownsLock ? nullptr : lock;
+    const juce::ScopedLock locked (lock);
+    auto* deviceLock = &lock == &ownLock ? nullptr : &lock;
 
     const auto set =
         SetupDiGetClassDevsA (&DeviceInterfaceGuid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
@@ -69,10 +67,10 @@ HwDevice::Ptr DeviceList::scan (const juce::String* path)
 
         const auto interfacePath = getInterfacePath (set, interfaceData);
 
-        if (interfacePath.isEmpty())
+        if (interfacePath.empty())
             break;
 
-        if (path != nullptr && ! interfacePath.equalsIgnoreCase (*path))
+        if (path != nullptr && ! textFromDriver (interfacePath).equalsIgnoreCase (*path))
             continue;
 
         const HwDevice::Ptr device (new HwDevice (interfacePath, set, interfaceData, deviceLock));
@@ -80,7 +78,7 @@ HwDevice::Ptr DeviceList::scan (const juce::String* path)
         log (accepted ? "Found device" : "Ignoring device", *device);
 
         if (accepted)
-            insert (device.get());
+            devices.insert (devices.begin(), device);
 
         result = accepted ? device : nullptr;
     }
@@ -94,116 +92,60 @@ bool DeviceList::isAcceptedVendor (const HwDevice& device) const
     return vendorFilter.isEmpty() || vendorFilter.contains (static_cast<int> (device.getVendorId()));
 }
 
-/** The toolkit lets only a logger's own kind write to one logger instead of the process's. */
-struct LogAccess : public juce::Logger
-{
-    static void write (juce::Logger& sink, const juce::String& line) { (sink.*&LogAccess::logMessage) (line); }
-};
-
 void DeviceList::log (const char* verb, const HwDevice& device) const
 {
+    // The name stands apart: what %S means depends on the system.
     if (logSink != nullptr)
-        LogAccess::write (*logSink,
-                          verb
-                              + juce::String::formatted (" %S  vendor:0x%x  type:0x%x",
-                                                         device.getName().toWideCharPointer(),
-                                                         device.getVendorId(),
-                                                         device.getTypeId()));
+        logSink->logMessage (
+            juce::String (verb) + " " + device.getName()
+            + juce::String::formatted ("  vendor:0x%x  type:0x%x", device.getVendorId(), device.getTypeId()));
 }
 
 //==============================================================================
-/** Takes a reference. Call with the lock held. */
-void DeviceList::insert (HwDevice* device)
-{
-    device->incReferenceCount();
-    device->next = head;
-
-    if (head != nullptr)
-        head->previous = device;
-
-    head = device;
-    ++count;
-}
-
-/** Gives the reference back. Call with the lock held. */
-void DeviceList::remove (HwDevice* device)
-{
-    if (device->previous != nullptr)
-        device->previous->next = device->next;
-
-    if (device->next != nullptr)
-        device->next->previous = device->previous;
-
-    if (device == head)
-        head = device->next;
-
-    device->previous = device->next = nullptr;
-    --count;
-    device->decReferenceCount();
-}
-
 void DeviceList::clear()
 {
-    const juce::ScopedLock locked (*lock);
-
-    while (head != nullptr)
-        remove (head);
+    const juce::ScopedLock locked (lock);
+    devices.clear();
 }
 
 /** Call with the lock held. */
-HwDevice* DeviceList::find (const juce::String& path) const
+DeviceList::Devices::const_iterator DeviceList::find (const juce::String& path) const
 {
-    for (auto* device = head; device != nullptr; device = device->next)
-        if (device->path.equalsIgnoreCase (path))
-            return device;
-
-    return nullptr;
+    return std::find_if (devices.begin(),
+                         devices.end(),
+                         [&path] (const auto& device) { return device->getPath().equalsIgnoreCase (path); });
 }
 
-//==============================================================================
 HwDevice::Ptr DeviceList::findByPath (const juce::String& path)
 {
-    const juce::ScopedLock locked (*lock);
-    return find (path);
+    const juce::ScopedLock locked (lock);
+    const auto found = find (path);
+    return found != devices.end() ? *found : nullptr;
 }
 
 void DeviceList::removeByPath (const juce::String& path)
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
 
-    if (auto* device = find (path); device != nullptr)
-        remove (device);
+    if (const auto found = find (path); found != devices.end())
+        devices.erase (found);
 }
 
 HwDevice::Ptr DeviceList::getDevice (int index) const
 {
-    const juce::ScopedLock locked (*lock);
-
-    if (index < 0 || index >= count)
-        return nullptr;
-
-    auto* device = head;
-
-    while (index-- > 0)
-        device = device->next;
-
-    return device;
+    const juce::ScopedLock locked (lock);
+    return juce::isPositiveAndBelow (index, getNumDevices()) ? devices[static_cast<std::size_t> (index)] : nullptr;
 }
 
 int DeviceList::getNumDevices() const
 {
-    const juce::ScopedLock locked (*lock);
-    return count;
+    const juce::ScopedLock locked (lock);
+    return static_cast<int> (devices.size());
 }
 
 std::vector<HwDevice::Ptr> DeviceList::getDevices() const
 {
-    const juce::ScopedLock locked (*lock);
-    std::vector<HwDevice::Ptr> devices;
-
-    for (auto* device = head; device != nullptr; device = device->next)
-        devices.push_back (device);
-
+    const juce::ScopedLock locked (lock);
     return devices;
 }
 

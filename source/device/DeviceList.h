@@ -8,10 +8,7 @@
 class CDevChangeNotify;
 
 /** The device-interface class of the driver. */
-inline constexpr GUID DeviceInterfaceGuid { 0x7be5a0c4,
-                                            0x2f1d,
-                                            0x4d0e,
-                                            { 0x9a, 0x6b, 0x51, 0xd7, 0xc3, 0x08, 0xe2, 0x94 } };
+inline constexpr auto DeviceInterfaceGuid = DriverProtocol::makeInterfaceClass<GUID>();
 
 /** The program's one list of devices, newest first: index 0 is the device found or arrived last.
 
@@ -21,13 +18,22 @@ inline constexpr GUID DeviceInterfaceGuid { 0x7be5a0c4,
 class DeviceList
 {
 public:
+    /** The toolkit's logger, open to whoever has something to log to this one. */
+    struct LogSink : public juce::Logger
+    {
+        void logMessage (const juce::String& line) override = 0;
+    };
+
     /** Lists the interfaces that are present.
 
         @param numVendorIds, vendorIds  devices of other vendors are left out; none: every vendor is welcome
         @param lockToUse  lock of the list and of its devices, not owned, outlives them; null: each has its own
         @param logSink    hears of every device found or left out; not owned, may be null
     */
-    DeviceList (int numVendorIds, const int* vendorIds, juce::CriticalSection* lockToUse, juce::Logger* logSink);
+    DeviceList (int numVendorIds = 0,
+                const int* vendorIds = nullptr,
+                juce::CriticalSection* lockToUse = nullptr,
+                LogSink* logSink = nullptr);
 
     /** Lets go of every device, then stops the notifications. Message thread. */
     ~DeviceList();
@@ -49,7 +55,6 @@ public:
     /** The device lives as long as the caller keeps the reference. @returns null outside of the list */
     HwDevice::Ptr getDevice (int index) const;
 
-    /** Any thread, as everything here but setListener and the destructor. */
     int getNumDevices() const;
 
     /** All devices at one moment, in the list's order. */
@@ -61,20 +66,19 @@ public:
     void setListener (juce::MessageListener* listener);
 
 private:
+    using Devices = std::vector<HwDevice::Ptr>;
+
     bool isAcceptedVendor (const HwDevice&) const;
-    void insert (HwDevice*);
     void clear();
-    void remove (HwDevice*);
-    HwDevice* find (const juce::String& path) const;
+    Devices::const_iterator find (const juce::String& path) const;
     void log (const char* verb, const HwDevice&) const;
 
-    juce::Array<int> vendorFilter;
-    HwDevice* head = nullptr; // holds a counted reference, as each device's place in the list does
-    int count = 0;
+    const juce::Array<int> vendorFilter;
+    Devices devices;
     std::unique_ptr<CDevChangeNotify> notifier;
-    juce::Logger* const logSink;
-    juce::CriticalSection* const lock;
-    const bool ownsLock;
+    LogSink* const logSink;
+    juce::CriticalSection ownLock;
+    juce::CriticalSection& lock; // the own one, or the one that was given
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (DeviceList)
 };

@@ -3,8 +3,14 @@
 #include "platform/SystemText.h"
 #include <cstring>
 
-/** Text of up to numBytes bytes from the driver or the registry, ended by the first zero byte if there is one. */
+/** Text of the driver's or the system's. */
+inline juce::String textFromDriver (const std::string& text)
+{
+    return SystemText::decode (text);
+}
+
+/** The same of up to numBytes bytes, ended by the first zero byte if there is one. */
 inline juce::String textFromDriver (const char* bytes, std::size_t numBytes)
 {
-    return SystemText::decode (std::string (bytes, ::strnlen (bytes, numBytes)));
+    return textFromDriver (std::string (bytes, ::strnlen (bytes, numBytes)));
 }

@@ -5,13 +5,15 @@
 
 using namespace DriverProtocol;
 
-HwDevice::HwDevice (const juce::String& interfacePath,
+static constexpr RequestResult succeeded = 0, failed = 1, refused = -1, deviceFailed = 2;
+
+HwDevice::HwDevice (std::string pathOfInterface,
                     HDEVINFO deviceInfoSet,
                     SP_DEVICE_INTERFACE_DATA& interfaceData,
                     juce::CriticalSection* lockToUse)
-    : lock (lockToUse != nullptr ? lockToUse : new juce::CriticalSection()),
-      ownsLock (lockToUse == nullptr),
-      path (interfacePath)
+    : lock (lockToUse != nullptr ? *lockToUse : ownLock),
+      systemPath (std::move (pathOfInterface)),
+      path (textFromDriver (systemPath))
 {
     readRegistry (deviceInfoSet, interfaceData);
 }
@@ -20,9 +22,6 @@ HwDevice::~HwDevice()
 {
     openCount = juce::jmin (openCount, 1u); // nobody is left to take the others back
     close();
-
-    if (ownsLock)
-        delete lock;
 }
 
 void HwDevice::readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData)
@@ -40,7 +39,11 @@ void HwDevice::readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& i
     };
 
     DWORD size = 0;
-    usable = read ("hwinfo_caps", caps.getBytes(), size);
+    usable = read ("hwinfo_caps", caps.record, size);
+
+    // A record that did not fit may have left its beginning.
+    if (! usable)
+        caps = {};
 
     // The last byte that the registry reports is the terminator, whatever is in it.
     std::array<char, 64> text {};
@@ -52,27 +55,30 @@ void HwDevice::readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& i
     // A record that claims a longer reply gets the part of it that there is room for.
     if (usable)
         probeReplySize = static_cast<std::size_t> (
-            juce::jmin<std::uint64_t> (caps.getNumProbeWords() * sizeof (std::uint32_t) + replyFixedSize,
+            juce::jmin<std::uint64_t> (caps.getNumProbeWords() * sizeof (std::uint32_t) + probeReplyFixedSize,
                                        replyAreaSize));
 }
 
 //==============================================================================
-int HwDevice::open()
+RequestResult HwDevice::open()
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
 
     if (openCount > 0)
     {
         ++openCount;
-        return usable ? 0 : 1;
+        return usable ? succeeded : failed;
     }
 
-    handle = DriverCalls::open (path.toRawUTF8());
+    // Whatever an earlier open had mapped is gone, and its address can be another device's by now.
+    statisticsAddress = 0;
+
+    handle = DriverCalls::open (systemPath.c_str());
 
     if (handle == INVALID_HANDLE_VALUE)
     {
         usable = false;
-        return 1;
+        return failed;
     }
 
     openCount = 1;
@@ -80,15 +86,15 @@ int HwDevice::open()
     CommandEnvelope envelope {};
     envelope.code = MapStatistics;
 
-    if (sendCommand (envelope))
+    if (sendCommand (envelope) == succeeded)
         statisticsAddress = envelope.words[0];
 
-    return usable ? 0 : 1;
+    return usable ? succeeded : failed;
 }
 
 void HwDevice::close()
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
 
     if (openCount == 0 || --openCount > 0)
         return;
@@ -99,7 +105,7 @@ void HwDevice::close()
 
 void HwDevice::reopen()
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
     close();
     open();
 }
@@ -107,47 +113,47 @@ void HwDevice::reopen()
 //==============================================================================
 std::uint32_t HwDevice::getStatisticsAddress() const
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
     return statisticsAddress;
 }
 
 std::uint32_t HwDevice::getSampleRate() const
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
     return streamStatus[sampleRateWord];
 }
 
 std::uint32_t HwDevice::getBufferSize() const
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
     return streamStatus[bufferSizeWord];
 }
 
 //==============================================================================
 /** The reply overwrites the request. */
-bool HwDevice::sendCommand (CommandEnvelope& envelope)
+RequestResult HwDevice::sendCommand (CommandEnvelope& envelope)
 {
     constexpr DWORD size = sizeof (envelope);
-    return DriverCalls::request (handle, IOCTL_DEVICE_COMMAND, &envelope, size, &envelope, size);
+    return DriverCalls::request (handle, IOCTL_DEVICE_COMMAND, &envelope, size, &envelope, size) ? succeeded : failed;
 }
 
-int HwDevice::readStreamStatus()
+RequestResult HwDevice::readStreamStatus()
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
 
     CommandEnvelope envelope {};
     envelope.code = ReadStreamStatus;
 
-    if (! sendCommand (envelope))
-        return 1;
+    if (sendCommand (envelope) != succeeded)
+        return failed;
 
     std::memcpy (streamStatus.data(), envelope.words, sizeof (streamStatus));
-    return 0;
+    return succeeded;
 }
 
 void HwDevice::resetStatistics()
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
 
     CommandEnvelope envelope {};
     envelope.code = ResetStatistics;
@@ -156,15 +162,15 @@ void HwDevice::resetStatistics()
     accessFirmwareCounters (ClearFirmwareCounters);
 }
 
-int HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entry)
+RequestResult HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entry)
 {
     CommandEnvelope envelope {};
     envelope.code = ReadEventEntry;
     envelope.words[0] = index;
 
-    const bool succeeded = sendCommand (envelope);
+    const auto result = sendCommand (envelope);
     std::memcpy (&entry, envelope.words, sizeof (entry));
-    return succeeded ? 0 : 1;
+    return result;
 }
 
 //==============================================================================
@@ -179,19 +185,18 @@ TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, 
                                 static_cast<DWORD> (inputSize),
                                 output,
                                 static_cast<DWORD> (outputSize)))
-        return TransactionResult::failed;
+        return failed;
 
     TransactionBlock reply;
     std::memcpy (&reply, output, TransactionBlock::headerSize);
 
     if (reply.status == refusedStatus || reply.status == otherRefusedStatus)
-        return TransactionResult::refused;
+        return refused;
 
     if (reply.status != 0)
-        return TransactionResult::failed;
+        return failed;
 
-    return reply.deviceStatus == 0 || reply.deviceStatus == harmlessDeviceStatus ? TransactionResult::success
-                                                                                 : TransactionResult::deviceFailed;
+    return reply.deviceStatus == 0 || reply.deviceStatus == harmlessDeviceStatus ? succeeded : deviceFailed;
 }
 
 TransactionResult HwDevice::accessFirmwareCounters (FirmwareCounterAccess access)
@@ -205,10 +210,10 @@ TransactionResult HwDevice::accessFirmwareCounters (FirmwareCounterAccess access
 
 TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
     const auto result = accessFirmwareCounters (ReadFirmwareCounters);
 
-    if (result == TransactionResult::success)
+    if (result == succeeded)
     {
         counters.fifoLevel = block.words[fifoLevelWord];
         counters.unshown = block.words[unshownWord];
@@ -222,14 +227,14 @@ TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)
 
 TransactionResult HwDevice::probe()
 {
-    const juce::ScopedLock locked (*lock);
+    const juce::ScopedLock locked (lock);
 
     block.length = headerLength;
     block.requestClass = 0;
     block.code = ProbeDevice;
     const auto result = transact (&block, TransactionBlock::headerSize, replyArea.data(), probeReplySize);
 
-    if (result != TransactionResult::success)
+    if (result != succeeded)
         std::memset (replyArea.data() + TransactionBlock::headerSize, 0, sizeof (std::uint32_t));
 
     return result;

@@ -16,14 +16,13 @@ struct FirmwareCounters
     std::uint32_t syncCount = 0;
 };
 
-/** Outcome of a transaction; callers only tell success from the rest. */
-enum class TransactionResult : int
-{
-    refused = -1, /**< One of the two statuses that the driver refuses with. */
-    success = 0,
-    failed = 1,      /**< The request did not get through, or the driver answered with another status. */
-    deviceFailed = 2 /**< The driver succeeded, the device did not. */
-};
+/** Outcome of a request: 0 for success, everything else is a failure, and callers do not tell failures apart.
+
+    1: the request did not get through, or the driver answered with an error; of a transaction also -1: one of the two
+    statuses that the driver refuses with, and 2: the driver succeeded, the device did not.
+*/
+using RequestResult = int;
+using TransactionResult = RequestResult;
 
 /** One device interface of the driver: its registry values, its counted open, and the driver's requests.
 
@@ -41,21 +40,22 @@ public:
 
     /** Reads the interface's registry key.
 
+        @param systemPath                     the interface's path, byte for byte as the system has it
         @param deviceInfoSet, interfaceData   the enumeration that yielded the path; used during construction only
         @param lockToUse                      not owned, outlives the device; null: the device makes its own
     */
-    HwDevice (const juce::String& path,
+    HwDevice (std::string systemPath,
               HDEVINFO deviceInfoSet,
               SP_DEVICE_INTERFACE_DATA& interfaceData,
-              juce::CriticalSection* lockToUse);
+              juce::CriticalSection* lockToUse = nullptr);
 
     ~HwDevice() override;
 
     //==============================================================================
     /** Counts an open; the first one opens the interface and has the statistics block mapped.
-        @returns 0 when the device is usable, else 1
+        @returns 0 when the device is usable
     */
-    int open();
+    RequestResult open();
 
     /** Takes one open back; the last one closes the interface. Without an open it does nothing. */
     void close();
@@ -67,14 +67,15 @@ public:
     /** As the user called it, from the registry. Never changes. */
     juce::String getName() const { return name; }
 
-    /** The interface path, which Windows compares without regard to case. Never changes. */
+    /** The interface path as text, which Windows compares without regard to case. Never changes. */
     juce::String getPath() const { return path; }
+
     std::uint32_t getVendorId() const noexcept { return caps.getVendorId(); }
     std::uint32_t getTypeId() const noexcept { return caps.getTypeId(); }
     const HwInfoCaps& getCaps() const noexcept { return caps; }
 
-    /** Where the driver's StatisticsBlock for this device is in this process, as the last MapStatistics that
-        succeeded said; 0 before. Reading there can fault, as it does once the device is closed.
+    /** Where the driver's StatisticsBlock for this device is in this process, as the MapStatistics of the last open
+        said; 0 before, and when that failed. Reading there can fault, as it does once the device is closed.
     */
     std::uint32_t getStatisticsAddress() const;
 
@@ -85,8 +86,8 @@ public:
     std::uint32_t getBufferSize() const;
 
     //==============================================================================
-    /** @returns 0, or 1 when the request failed and the stored status is the old one */
-    int readStreamStatus();
+    /** Keeps the stored status when it fails. */
+    RequestResult readStreamStatus();
 
     /** Resets the driver's statistics, then the firmware's counters; nobody hears how that went. */
     void resetStatistics();
@@ -99,36 +100,31 @@ public:
 
     /** Fetches one entry of the driver's event log; past its end the entry's type is noSuchEntry, after a failure it
         means nothing. Message thread; takes no lock, so that a long reading never holds up the notification thread.
-        @returns 0, or 1 when the request failed
     */
-    int readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
+    RequestResult readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
 
     /** One transaction, on an input and an output buffer that may be the same. Call with the lock held. */
     TransactionResult transact (const void* input, std::size_t inputSize, void* output, std::size_t outputSize);
 
 private:
-    friend class DeviceList;
-
     /** Room for the probe's reply: its fixed part and 100 words. */
-    static constexpr std::size_t replyAreaSize = 464;
-    static constexpr std::size_t replyFixedSize = 64;
+    static constexpr auto replyAreaSize = DriverProtocol::probeReplyFixedSize + 400;
 
     void readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData);
-    bool sendCommand (DriverProtocol::CommandEnvelope& envelope);
+    RequestResult sendCommand (DriverProtocol::CommandEnvelope& envelope);
     TransactionResult accessFirmwareCounters (DriverProtocol::FirmwareCounterAccess access);
 
     DriverProtocol::TransactionBlock block {};
-    HwDevice* previous = nullptr;
-    HwDevice* next = nullptr;
     HwInfoCaps caps;
     juce::String name;
-    juce::CriticalSection* lock;
-    const bool ownsLock;
+    juce::CriticalSection ownLock;
+    juce::CriticalSection& lock; // the own one, or the one that was given
+    const std::string systemPath;
     const juce::String path;
     bool usable = false;
     std::uint32_t openCount = 0;
     HANDLE handle = INVALID_HANDLE_VALUE;
-    std::size_t probeReplySize = replyFixedSize;
+    std::size_t probeReplySize = DriverProtocol::probeReplyFixedSize;
     std::array<std::uint8_t, replyAreaSize> replyArea {};
     std::array<std::uint32_t, DriverProtocol::numStreamStatusWords> streamStatus {};
     std::uint32_t statisticsAddress = 0;

@@ -200,7 +200,7 @@ void Content::refreshFirmwareCounters (const Devices& devices)
         FirmwareCounters counters;
 
         if (auto* device = columns[i].findIn (devices, i);
-            device != nullptr && device->readFirmwareCounters (counters) == TransactionResult::success)
+            device != nullptr && device->readFirmwareCounters (counters) == 0)
             columns[i].column->setFirmwareCounters (counters.fifoLevel,
                                                     counters.underruns,
                                                     counters.overflows,

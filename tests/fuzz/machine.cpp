@@ -81,7 +81,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     fill (folder.getRoot(), input);
 
     // The first look leaves the watch on the folder open.
-    static const DeviceList firstLook (0, nullptr, nullptr, nullptr);
+    static const DeviceList firstLook;
     const auto numDescriptors = countDescriptors();
 
     const HostControllerList controllers;
@@ -90,7 +90,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
         require (! id.containsAnyOf ("\r\n"), "a controller's id is one line");
 
     {
-        DeviceList devices (0, nullptr, nullptr, nullptr);
+        DeviceList devices;
         const auto found = devices.getDevices();
         require (devices.getNumDevices() == static_cast<int> (found.size()), "the list counts its devices");
 

@@ -9,7 +9,7 @@ namespace
 {
 
 /** Keeps what the list says of its devices. */
-struct LastLine : public juce::Logger
+struct LastLine : public DeviceList::LogSink
 {
     void logMessage (const juce::String& message) override { line = message; }
 
@@ -54,7 +54,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 
     const auto& caps = device->getCaps();
     require (caps.getVendorId() < 1u << 24, "vendors have 24 bits");
-    require (record.size() <= HwInfoCaps::maximumSize || (caps.getVendorId() == 0 && caps.getNumProbeWords() == 0),
+    require (record.size() <= sizeof (HwInfoCaps) || (caps.getVendorId() == 0 && caps.getNumProbeWords() == 0),
              "a record that is too long is none");
     requireVersion (caps.getArmVersion());
     requireVersion (caps.getDspVersion());

@@ -223,7 +223,7 @@ void operate (HwDevice& device, std::uint8_t operation)
         {
             FirmwareCounters counters { 1, 2, 3, 4, 5 };
 
-            if (device.readFirmwareCounters (counters) != TransactionResult::success)
+            if (device.readFirmwareCounters (counters) != 0)
                 require (counters.fifoLevel == 1 && counters.unshown == 2 && counters.underruns == 3
                              && counters.overflows == 4 && counters.syncCount == 5,
                          "counters that cannot be read stay");
@@ -264,10 +264,12 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     static auto& driver = *new ScriptedDriver;
 
     FuzzInput input (data, size);
-    HwInfoCaps record;
+    std::vector<std::uint8_t> record (sizeof (HwInfoCaps));
     const auto counts = input.takeBytes (8);
-    std::copy (counts.begin(), counts.end(), record.getBytes().begin() + 96);
-    writeFile (driver.registry / "hwinfo_caps", record.getBytes());
+    std::copy (counts.begin(),
+               counts.end(),
+               record.begin() + offsetof (DriverProtocol::CapabilityRecord, firstProbeCount));
+    writeFile (driver.registry / "hwinfo_caps", record);
 
     const auto operations = input.takeString();
     std::deque<Answer> answers;
@@ -278,12 +280,12 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     driver.setAnswers (std::move (answers));
 
     // The first of each leaves something open for ever: the watch on the folder, the toolkit's message queue.
-    static const DeviceList firstDevices (0, nullptr, nullptr, nullptr);
+    static const DeviceList firstDevices;
     static const auto firstEvents = std::make_unique<EventList> (juce::Array<EventRecord>(), juce::StringArray());
     const auto numDescriptors = countDescriptors();
 
     {
-        DeviceList devices (0, nullptr, nullptr, nullptr);
+        DeviceList devices;
         require (devices.getNumDevices() == 1, "the interface is found");
         const auto device = devices.getDevice (0);
         Column column (device->getName());

@@ -35,7 +35,7 @@ struct ContentTests : public testing::Test
         for (int i = 0; i < numDevices; ++i)
             addDriver().streamStatusWords = { 0, 0, 44100, 0, 512, 0, 0, 0, 0 };
 
-        devices = std::make_unique<DeviceList> (0, nullptr, nullptr, nullptr);
+        devices = std::make_unique<DeviceList>();
         content = std::make_unique<Content> (*devices);
     }
 

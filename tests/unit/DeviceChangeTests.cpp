@@ -54,7 +54,7 @@ struct DeviceChangeTests : public testing::Test
 TEST_F (DeviceChangeTests, arrivalsAndRemovalsReachTheListener)
 {
     auto a = plugIn ("a");
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     devices.setListener (&listener);
 
     auto b = plugIn ("b");
@@ -81,7 +81,7 @@ TEST_F (DeviceChangeTests, arrivalsAndRemovalsReachTheListener)
 TEST_F (DeviceChangeTests, changesBeforeTheListenerAreNotLost)
 {
     auto a = plugIn ("a"), b = plugIn ("b");
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
 
     for (const auto& device : devices.getDevices())
         device->open();
@@ -99,7 +99,7 @@ TEST_F (DeviceChangeTests, changesBeforeTheListenerAreNotLost)
 TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
 {
     const auto a = plugIn ("a");
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     devices.getDevice (0)->open();
     CDevChangeNotify notify (DeviceInterfaceGuid, devices);
 
@@ -140,7 +140,7 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
 TEST_F (DeviceChangeTests, postedMessagesDieWithTheirListener)
 {
     auto a = plugIn ("a");
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     auto doomed = std::make_unique<Listener>();
     devices.setListener (doomed.get());
 
@@ -213,7 +213,7 @@ TEST_F (DeviceChangeSoakTests, viewFollowsAThousandChanges)
 
     const auto soak = [&] (int changes)
     {
-        DeviceList devices (0, nullptr, nullptr, nullptr);
+        DeviceList devices;
         Content content (devices);
 
         for (int i = 0; i < changes; ++i)
@@ -283,7 +283,7 @@ TEST_F (DeviceChangeSoakTests, viewFollowsAThousandChanges)
 TEST_F (DeviceChangeSoakTests, sameInterfaceComingBackIsOneColumn)
 {
     const auto anchor = plugIn ("anchor");
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     Content content (devices);
 
     for (int i = 0; i < 100; ++i)
@@ -335,7 +335,7 @@ TEST_F (DeviceChangeSoakTests, startsAndStopsInAStormOfChanges)
     {
         {
             Listener beforeTheView;
-            DeviceList devices (0, nullptr, nullptr, nullptr);
+            DeviceList devices;
             devices.setListener (&beforeTheView);
             auto content = std::make_unique<Content> (devices);
 

@@ -28,14 +28,14 @@ HwDevice::Ptr makeDevice (const TestDriver::Setup& setup, std::unique_ptr<TestDr
 {
     const TestMachine machine;
     driver = std::make_unique<TestDriver> (machine, setup);
-    return DeviceList (0, nullptr, nullptr, nullptr).getDevice (0);
+    return DeviceList().getDevice (0);
 }
 
 TEST (DeviceListTests, listsNewestFirst)
 {
     const TestMachine machine;
     TestDriver a (machine, named ("a")), b (machine, named ("b"));
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
 
     ASSERT_EQ (devices.getNumDevices(), 2);
     EXPECT_EQ (devices.getDevice (0)->getName(), "b");
@@ -64,7 +64,7 @@ TEST (DeviceListTests, listsNewestFirst)
 
 TEST (DeviceListTests, vendorFilterLeavesOthersOut)
 {
-    struct Sink : public juce::Logger
+    struct Sink : public DeviceList::LogSink
     {
         void logMessage (const juce::String& line) override { lines.add (line); }
         juce::StringArray lines;
@@ -144,7 +144,7 @@ TEST (DeviceListTests, capabilitiesMayBeShortAndMustNotBeLong)
         setup.capabilities = full;
         setup.capabilities->resize (size);
         TestDriver driver (machine, setup);
-        const DeviceList devices (0, nullptr, nullptr, nullptr);
+        const DeviceList devices;
         const auto device = devices.getDevice (0);
         const auto& caps = device->getCaps();
         const bool fits = size <= 260;
@@ -182,10 +182,10 @@ TEST (DeviceListTests, probeReplyNeverOverrunsItsArea)
         putWord (*setup.capabilities, 96, first);
         putWord (*setup.capabilities, 100, second);
         TestDriver driver (machine, setup);
-        const DeviceList devices (0, nullptr, nullptr, nullptr);
+        const DeviceList devices;
         devices.getDevice (0)->open();
 
-        EXPECT_EQ (devices.getDevice (0)->probe(), TransactionResult::success);
+        EXPECT_EQ (devices.getDevice (0)->probe(), 0);
         EXPECT_EQ (driver.getRecords().back().outputSize, expected);
     }
 }
@@ -194,7 +194,7 @@ TEST (DeviceListTests, opensAreCountedAndMapTheStatisticsOnce)
 {
     const TestMachine machine;
     TestDriver driver (machine);
-    const DeviceList devices (0, nullptr, nullptr, nullptr);
+    const DeviceList devices;
     const auto device = devices.getDevice (0);
 
     device->close();
@@ -223,7 +223,7 @@ TEST (DeviceListTests, deviceThatCannotBeOpenedStaysUnusable)
     const TestMachine machine;
     auto setup = named ("late");
     TestDriver driver (machine, setup);
-    const DeviceList devices (0, nullptr, nullptr, nullptr);
+    const DeviceList devices;
     const auto device = devices.getDevice (0);
     const auto socket = machine.getInterfaceFolder ("late").getChildFile ("driver");
 
@@ -239,7 +239,7 @@ TEST (DeviceListTests, machineThatIsNotThereHasNoDevices)
     const auto countDevices = [] (const juce::String& folder)
     {
         ::setenv ("QUENDEL_MACHINE", folder.toRawUTF8(), 1);
-        return DeviceList (0, nullptr, nullptr, nullptr).getNumDevices();
+        return DeviceList().getNumDevices();
     };
 
     const TestMachine machine;

@@ -16,7 +16,7 @@ struct DriverProtocolTests : public testing::Test
 {
     TestMachine machine;
     TestDriver driver { machine };
-    DeviceList devices { 0, nullptr, nullptr, nullptr };
+    DeviceList devices;
     HwDevice::Ptr device = devices.getDevice (0);
 
     void SetUp() override
@@ -126,20 +126,20 @@ TEST_F (DriverProtocolTests, statusesReduceToOneResult)
         TransactionResult expected;
     };
 
-    for (const auto& c : { Case { 0, 0, TransactionResult::success },
-                           Case { 0, 12, TransactionResult::success },
-                           Case { 0, 11, TransactionResult::deviceFailed },
-                           Case { 0x102, 0, TransactionResult::refused },
-                           Case { 0xC0120090, 12, TransactionResult::refused },
-                           Case { 1, 0, TransactionResult::failed },
-                           Case { 1, 12, TransactionResult::failed } })
+    for (const auto& c : { Case { 0, 0, 0 },
+                           Case { 0, 12, 0 },
+                           Case { 0, 11, 2 },
+                           Case { 0x102, 0, -1 },
+                           Case { 0xC0120090, 12, -1 },
+                           Case { 1, 0, 1 },
+                           Case { 1, 12, 1 } })
     {
         answerTransactionsWith (c.status, c.deviceStatus);
 
         FirmwareCounters counters;
         counters.overflows = 99;
         EXPECT_EQ (device->readFirmwareCounters (counters), c.expected) << c.status << " " << c.deviceStatus;
-        EXPECT_EQ (counters.overflows, c.expected == TransactionResult::success ? 0u : 99u);
+        EXPECT_EQ (counters.overflows, c.expected == 0 ? 0u : 99u);
     }
 }
 
@@ -158,9 +158,9 @@ TEST_F (DriverProtocolTests, failuresLeaveTheFigures)
     FirmwareCounters counters;
     counters.fifoLevel = 7;
     EXPECT_EQ (device->readEventEntry (0, entry), 1);
-    EXPECT_EQ (device->readFirmwareCounters (counters), TransactionResult::failed);
+    EXPECT_EQ (device->readFirmwareCounters (counters), 1);
     EXPECT_EQ (counters.fifoLevel, 7u);
-    EXPECT_EQ (device->probe(), TransactionResult::failed);
+    EXPECT_EQ (device->probe(), 1);
     device->resetStatistics();
 }
 
@@ -170,7 +170,7 @@ TEST_F (DriverProtocolTests, countersComeFromTheirWords)
         driver.counterWords[i] = 0x80000000 + 28 + 4 * i;
 
     FirmwareCounters counters;
-    ASSERT_EQ (device->readFirmwareCounters (counters), TransactionResult::success);
+    ASSERT_EQ (device->readFirmwareCounters (counters), 0);
     EXPECT_EQ (counters.overflows, 0x80000000u + 28);
     EXPECT_EQ (counters.underruns, 0x80000000u + 32);
     EXPECT_EQ (counters.fifoLevel, 0x80000000u + 44);
@@ -193,7 +193,7 @@ TEST_F (DriverProtocolTests, requestAndReplyShareOneBuffer)
     EXPECT_EQ (device->getBufferSize(), 0u);
 
     answerWith (TestDriver::readCounters, Bytes (28));
-    EXPECT_EQ (device->readFirmwareCounters (counters), TransactionResult::success);
+    EXPECT_EQ (device->readFirmwareCounters (counters), 0);
     EXPECT_EQ (counters.overflows, 0u);
     EXPECT_EQ (counters.fifoLevel, 512u);
 
@@ -238,13 +238,106 @@ TEST_F (DriverProtocolTests, driverThatDiesFailsTheRequest)
             return Reply {}; // closes the connection in the middle of the request
         });
 
-    EXPECT_EQ (device->probe(), TransactionResult::failed);
+    EXPECT_EQ (device->probe(), 1);
     EXPECT_EQ (device->readStreamStatus(), 1);
 
     driver.kill();
     device->reopen();
     EXPECT_EQ (device->open(), 1);
     EXPECT_EQ (device->readStreamStatus(), 1);
+}
+
+/** Drivers are written from docs/driver-interface.md: its class id, codes, offsets and sizes are the code's. */
+TEST (DriverInterfaceTests, thePageSaysWhatTheCodeDoes)
+{
+    const auto page = juce::File (QUENDEL_DOCS_FOLDER "/driver-interface.md").loadFileAsString();
+    const auto section = [&page] (const juce::String& heading)
+    { return page.fromFirstOccurrenceOf ("# " + heading, false, false).upToFirstOccurrenceOf ("\n#", false, false); };
+
+    EXPECT_TRUE (section ("The device interface").contains ("Class: `" + juce::String (interfaceClassText) + "`."));
+
+    for (const auto& [code, name] :
+         { std::pair { IOCTL_DEVICE_COMMAND, "COMMAND" }, std::pair { IOCTL_DEVICE_TRANSACTION, "TRANSACTION" } })
+        EXPECT_TRUE (section ("Control codes")
+                         .contains ("| `0x" + juce::String::toHexString (static_cast<int> (code)).toUpperCase()
+                                    + "` | `IOCTL_DEVICE_" + name));
+
+    constexpr std::size_t word = 4;
+    const auto reply = [] (std::size_t index) { return offsetof (CommandEnvelope, words) + word * index; };
+    const auto counter = [] (std::size_t index) { return offsetof (TransactionBlock, words) + word * index; };
+    const auto heading = [] (std::uint32_t code, const char* name) { return juce::String (code) + name; };
+    const auto status = heading (ReadStreamStatus, ", read the stream's status");
+    const auto map = heading (MapStatistics, ", map the statistics");
+    const auto log = heading (ReadEventEntry, " (0x13), read an entry of the event log");
+    const auto counters = heading (AccessFirmwareCounters, ", access the firmware's counters");
+    EXPECT_TRUE (section (heading (ResetStatistics, ", reset the statistics")).isNotEmpty());
+    EXPECT_TRUE (section (heading (ProbeDevice, ", probe the device")).isNotEmpty());
+
+    struct Row
+    {
+        juce::String section;
+        std::size_t offset, size;
+        const char* meaning; // its beginning
+    };
+
+#define ROW(section, Record, field, meaning)                               \
+    Row                                                                    \
+    {                                                                      \
+        section, offsetof (Record, field), sizeof (Record::field), meaning \
+    }
+    for (const auto& row :
+         { ROW ("Capability record", CapabilityRecord, flags, "flags: bit 4, the device has a DSP; bit 5"),
+           ROW ("Capability record", CapabilityRecord, vendor, "the vendor's"),
+           ROW ("Capability record", CapabilityRecord, type, "type"),
+           ROW ("Capability record", CapabilityRecord, firstProbeCount, "first count"),
+           ROW ("Capability record", CapabilityRecord, secondProbeCount, "second count"),
+           ROW ("Capability record", CapabilityRecord, dspVersion, "version of the DSP"),
+           ROW ("Capability record", CapabilityRecord, armVersion, "version of the ARM"),
+           ROW ("Capability record", CapabilityRecord, fpgaVersion, "version of the FPGA"),
+           ROW ("Command envelope", CommandEnvelope, code, "command code"),
+           ROW ("Command envelope", CommandEnvelope, words, "13 words"),
+           Row { status, reply (sampleRateWord), word, "sample rate" },
+           Row { status, reply (bufferSizeWord), word, "buffer size" },
+           Row { map, reply (0), word, "address" },
+           ROW ("Transaction block", TransactionBlock, status, ""),
+           ROW ("Transaction block", TransactionBlock, length, "length"),
+           ROW ("Transaction block", TransactionBlock, driverWords, "the driver's own"),
+           ROW ("Transaction block", TransactionBlock, requestClass, "request class"),
+           ROW ("Transaction block", TransactionBlock, code, "request code"),
+           ROW ("Transaction block", TransactionBlock, deviceStatus, ""),
+           ROW ("Transaction block", TransactionBlock, words, "16 words"),
+           Row { counters, counter (overflowsWord), word, "overflows" },
+           Row { counters, counter (underrunsWord), word, "underruns" },
+           Row { counters, counter (fifoLevelWord), word, "FIFO level" },
+           Row { counters, counter (syncCountWord), word, "sync count" },
+           ROW ("Statistics block", StatisticsBlock, playbackAverage, "playback, average"),
+           ROW ("Statistics block", StatisticsBlock, playbackMaximum, "playback, maximum"),
+           ROW ("Statistics block", StatisticsBlock, recordAverage, "record, average"),
+           ROW ("Statistics block", StatisticsBlock, recordMaximum, "record, maximum"),
+           ROW ("Statistics block", StatisticsBlock, wakeupAverage, "wake-up of the host, average"),
+           ROW ("Statistics block", StatisticsBlock, wakeupMaximum, "wake-up, maximum"),
+           ROW ("Statistics block", StatisticsBlock, hostAverage, "time that the host takes, average"),
+           ROW ("Statistics block", StatisticsBlock, hostMaximum, "time that the host takes, maximum"),
+           ROW ("Statistics block", StatisticsBlock, playbackBufferCount, "playback, number"),
+           ROW ("Statistics block", StatisticsBlock, recordBufferCount, "record, number"),
+           ROW ("Statistics block", StatisticsBlock, offsetAverage, "offset between"),
+           ROW ("Statistics block", StatisticsBlock, offsetMaximum, "offset, maximum"),
+           ROW ("Statistics block", StatisticsBlock, offsetMinimum, "offset, minimum") })
+    {
+        const auto cells = juce::String (row.offset) + " | " + juce::String (row.size) + " | " + row.meaning;
+        EXPECT_TRUE (section (row.section).contains ("| " + cells)) << row.section << ": " << cells;
+    }
+
+    for (const auto& [field, size, meaning] : { std::tuple { offsetof (EventLogEntry, timestamp), 8, "time" },
+                                                { offsetof (EventLogEntry, frequency), 8, "the counter's rate" },
+                                                { offsetof (EventLogEntry, type), 4, "kind" },
+                                                { offsetof (EventLogEntry, param), 4, "the event's parameter" },
+                                                { offsetof (EventLogEntry, auxValue), 1, "a small signed" } })
+    {
+        const auto cells =
+            juce::String (reply (0) + field) + " | " + juce::String (field) + " | " + juce::String (size);
+        EXPECT_TRUE (section (log).contains ("| " + cells + " | " + meaning)) << cells;
+    }
 }
 
 } // namespace

@@ -40,7 +40,7 @@ struct EventListTests : public testing::Test
     TestMachine machine;
     TestDriver deck { machine, { .name = "a", .uniqueName = std::string ("Deck\0", 5) } };
     TestDriver two { machine, { .name = "b", .uniqueName = std::string ("Two\0", 4) } };
-    DeviceList list { 0, nullptr, nullptr, nullptr };
+    DeviceList list;
     const std::vector<HwDevice::Ptr> devices = list.getDevices();
     static constexpr int deckIndex = 1;
 
@@ -223,7 +223,7 @@ TEST_F (EventListTests, rowsAreColouredBySelectionAndType)
 TEST_F (EventListTests, tabsNameEveryDevice)
 {
     const TestDriver nameless (machine, { .name = "c", .uniqueName = std::string (1, '\0') });
-    const DeviceList withNameless (0, nullptr, nullptr, nullptr);
+    const DeviceList withNameless;
     EventTabs tabs (withNameless);
     EXPECT_EQ (tabs.getTabNames().joinIntoString (","), "Unnamed device,Two,Deck,Aggregate");
     EXPECT_EQ (tabs.getTabBackgroundColour (3), juce::Colours::cyan);

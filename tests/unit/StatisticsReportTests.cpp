@@ -92,7 +92,7 @@ TEST_F (StatisticsReportTests, reportsEqualTheirGold)
     {
         const TestMachine machine;
         const FilledDriver plain (machine, "Deck", 0);
-        DeviceList devices (0, nullptr, nullptr, nullptr);
+        DeviceList devices;
         Content content (devices);
         expectGold (content.makeReport (time), "statistics-no-controller.txt"); // before the first tick: no figures yet
     }
@@ -100,7 +100,7 @@ TEST_F (StatisticsReportTests, reportsEqualTheirGold)
     {
         const TestMachine machine ({ three[0] });
         const FilledDriver full (machine, "Ger\xc3\xa4t \xce\xa9", dsp | fpga);
-        DeviceList devices (0, nullptr, nullptr, nullptr);
+        DeviceList devices;
         Content content (devices);
         content.timerCallback();
         expectGold (content.makeReport (time), "statistics-one-controller.txt");
@@ -109,7 +109,7 @@ TEST_F (StatisticsReportTests, reportsEqualTheirGold)
     {
         const TestMachine machine (three);
         const FilledDriver one (machine, "A", dsp), other (machine, "B", fpga);
-        DeviceList devices (0, nullptr, nullptr, nullptr);
+        DeviceList devices;
         Content content (devices);
         content.timerCallback();
         expectGold (content.makeReport (time), "statistics-three-controllers.txt");
@@ -121,7 +121,7 @@ TEST_F (StatisticsReportTests, sectionsKeepTheirFirmwareWhileTheListChanges)
 {
     const TestMachine machine;
     const FilledDriver deck (machine, "a", dsp);
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     Content content (devices);
     content.timerCallback();
     const auto before = content.makeReport (time);
@@ -137,7 +137,7 @@ TEST_F (StatisticsReportTests, savesAppendAndTellHowThatWent)
 {
     const TestMachine machine;
     const FilledDriver deck (machine, "a", dsp);
-    DeviceList devices (0, nullptr, nullptr, nullptr);
+    DeviceList devices;
     Content content (devices);
     content.timerCallback();
 

@@ -19,33 +19,15 @@ constexpr std::int64_t longestLeapSeconds = 60;
 // An ordinary buffer logs at least this many events.
 constexpr std::uint32_t eventsPerBuffer = 9;
 
-// Where the capability record keeps what readers look for.
-constexpr std::size_t flagsOffset = 0;
-constexpr std::size_t vendorOffset = 4;
-constexpr std::size_t typeOffset = 12;
-constexpr std::size_t firstCountOffset = 96;
-constexpr std::size_t secondCountOffset = 100;
-constexpr std::size_t dspVersionOffset = 160;
-constexpr std::size_t armVersionOffset = 164;
-constexpr std::size_t fpgaVersionOffset = 176;
-
-constexpr std::uint32_t dspFlag = 1U << 4;
-constexpr std::uint32_t fpgaFlag = 1U << 5;
-
-// Readers make the probe's reply area this large: four bytes for each of the counted channels, and 64.
+// Readers make the probe's reply area this large: four bytes for each of the counted channels, and a fixed part.
 constexpr std::uint32_t numRecordChannels = 8;
 constexpr std::uint32_t numPlaybackChannels = 8;
-static_assert ((numRecordChannels + numPlaybackChannels) * 4 + 64 == DeviceModel::probeReplySize);
+static_assert ((numRecordChannels + numPlaybackChannels) * 4 + DriverProtocol::probeReplyFixedSize
+               == DeviceModel::probeReplySize);
 
 std::int64_t clamp (std::int64_t value, std::int64_t low, std::int64_t high)
 {
     return value < low ? low : value > high ? high : value;
-}
-
-void writeWord (std::uint8_t* bytes, std::size_t offset, std::uint32_t word)
-{
-    for (std::size_t i = 0; i < sizeof (word); ++i)
-        bytes[offset + i] = static_cast<std::uint8_t> (word >> (8 * i));
 }
 } // namespace
 
@@ -419,17 +401,18 @@ void DeviceModel::fillEventLog (std::uint32_t length)
 }
 
 //==============================================================================
-void DeviceModel::writeCapabilities (std::uint8_t* destination) const
+DriverProtocol::CapabilityRecord DeviceModel::getCapabilities() const
 {
-    std::memset (destination, 0, capabilitiesSize);
-    writeWord (destination, flagsOffset, (config.hasDsp ? dspFlag : 0) | (config.hasFpga ? fpgaFlag : 0));
-    writeWord (destination, vendorOffset, config.vendorId << 8);
-    writeWord (destination, typeOffset, config.typeId);
-    writeWord (destination, firstCountOffset, numRecordChannels);
-    writeWord (destination, secondCountOffset, numPlaybackChannels);
-    writeWord (destination, dspVersionOffset, config.hasDsp ? config.dspVersion : 0);
-    writeWord (destination, armVersionOffset, config.armVersion);
-    writeWord (destination, fpgaVersionOffset, config.hasFpga ? config.fpgaVersion : 0);
+    DriverProtocol::CapabilityRecord capabilities {};
+    capabilities.flags = (config.hasDsp ? capabilities.dspFlag : 0) | (config.hasFpga ? capabilities.fpgaFlag : 0);
+    capabilities.vendor = config.vendorId << 8;
+    capabilities.type = config.typeId;
+    capabilities.firstProbeCount = numRecordChannels;
+    capabilities.secondProbeCount = numPlaybackChannels;
+    capabilities.dspVersion = config.hasDsp ? config.dspVersion : 0;
+    capabilities.armVersion = config.armVersion;
+    capabilities.fpgaVersion = config.hasFpga ? config.fpgaVersion : 0;
+    return capabilities;
 }
 
 DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,

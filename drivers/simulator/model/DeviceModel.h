@@ -46,9 +46,6 @@ struct DeviceConfig
 class DeviceModel
 {
 public:
-    /** Bytes of the capability record. */
-    static constexpr std::size_t capabilitiesSize = 260;
-
     /** Bytes of the probe's reply, as the counts in the capability record announce them. */
     static constexpr std::size_t probeReplySize = 128;
 
@@ -96,8 +93,7 @@ public:
     /** The statistics as of the last advance, reset or ResetStatistics. */
     const StatisticsBlock& getStatistics() const { return statistics; }
 
-    /** Writes the capability record, capabilitiesSize bytes. */
-    void writeCapabilities (std::uint8_t* destination) const;
+    DriverProtocol::CapabilityRecord getCapabilities() const;
 
     const DeviceConfig& getConfig() const { return config; }
     std::uint32_t getEventLogLength() const { return events.getLength(); }

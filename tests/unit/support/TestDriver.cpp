@@ -169,20 +169,10 @@ static TestDriver::Reply replyWith (const Struct& output)
     return TestDriver::Reply::success ({ reinterpret_cast<const std::uint8_t*> (&output), sizeof (output) });
 }
 
-TestDriver::Kind TestDriver::identify (const Machine::Request& request)
-{
-    if (request.controlCode == IOCTL_DEVICE_COMMAND)
-        return static_cast<Kind> (readStruct<CommandEnvelope> (request.input).code);
-
-    const auto block = readStruct<TransactionBlock> (request.input);
-    const bool clears = block.code == AccessFirmwareCounters && block.words[0] == ClearFirmwareCounters;
-    return clears ? clearCounters : static_cast<Kind> (0x80000000 | block.code);
-}
-
 /** Called with the lock held, from serve(). */
 TestDriver::Reply TestDriver::handle (const Machine::Request& request)
 {
-    const auto kind = identify (request);
+    const auto kind = identifyRequest (request.controlCode, request.input.data(), request.input.size());
     const int number = counts[kind]++;
     records.push_back ({ kind, { request.input.begin(), request.input.end() }, request.outputSize });
 
@@ -235,6 +225,7 @@ TestDriver::Reply TestDriver::answer (Kind kind, const Machine::Request& request
 
         case resetStatistics:
         case clearCounters:
+        case Kind::other:
             break;
     }
 

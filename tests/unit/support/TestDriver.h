@@ -1,6 +1,6 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
+#include "device/RequestKind.h"
 #include "drivers/machine/InterfaceServer.h"
 #include "drivers/machine/MachineFolder.h"
 #include <functional>
@@ -33,17 +33,10 @@ private:
 class TestDriver : private Machine::RequestHandler
 {
 public:
-    /** What a request asks for: a command code, or a transaction code with the top bit set. */
-    enum Kind : std::uint32_t
-    {
-        streamStatus = DriverProtocol::ReadStreamStatus,
-        mapStatistics = DriverProtocol::MapStatistics,
-        resetStatistics = DriverProtocol::ResetStatistics,
-        eventEntry = DriverProtocol::ReadEventEntry,
-        probe = 0x80000000u | DriverProtocol::ProbeDevice,
-        readCounters = 0x80000000u | DriverProtocol::AccessFirmwareCounters,
-        clearCounters = readCounters | 0x40000000
-    };
+    using Kind = DriverProtocol::RequestKind;
+    static constexpr auto streamStatus = Kind::streamStatus, mapStatistics = Kind::mapStatistics,
+                          resetStatistics = Kind::resetStatistics, eventEntry = Kind::eventEntry, probe = Kind::probe,
+                          readCounters = Kind::readCounters, clearCounters = Kind::clearCounters;
 
     struct Record
     {
@@ -103,8 +96,6 @@ private:
     Reply handle (const Machine::Request&) override;
     Reply answer (Kind kind, const Machine::Request&);
     void run();
-
-    static Kind identify (const Machine::Request&);
 
     std::mutex lock;
     Override override;
