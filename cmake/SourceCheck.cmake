@@ -28,35 +28,41 @@ endfunction()
 
 quendel_collect_sources ("${CMAKE_CURRENT_SOURCE_DIR}")
 
-# Only folders whose targets this configuration builds are looked at.
+# Only folders whose targets this configuration builds are looked at, and in them not the other system's.
 set (folders "source")
 
-if (NOT WIN32)
+if (WIN32)
+    set (otherSystem "linux")
+
+    if (MINGW)
+        list (APPEND folders "drivers/windows")
+    endif()
+
+    if (MINGW AND QUENDEL_TESTS)
+        list (APPEND folders "tests/unit/windows")
+    endif()
+else()
+    set (otherSystem "windows")
     list (APPEND folders "drivers")
-endif()
 
-if (QUENDEL_TESTS AND NOT WIN32)
-    list (APPEND folders "tests/unit")
-endif()
+    if (QUENDEL_TESTS)
+        list (APPEND folders "tests/unit")
+    endif()
 
-if (QUENDEL_BENCHMARKS AND NOT WIN32)
-    list (APPEND folders "benchmarks")
-endif()
+    if (QUENDEL_BENCHMARKS)
+        list (APPEND folders "benchmarks")
+    endif()
 
-if (QUENDEL_FUZZERS)
-    list (APPEND folders "tests/fuzz")
+    if (QUENDEL_FUZZERS)
+        list (APPEND folders "tests/fuzz")
+    endif()
 endif()
 
 foreach (folder IN LISTS folders)
-    file (GLOB_RECURSE found "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp")
+    file (GLOB_RECURSE found RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp")
 
     foreach (file IN LISTS found)
-        # Files of the other system are rightly left out.
-        if (file MATCHES "/(windows|linux)/")
-            continue()
-        endif()
-
-        if (NOT file IN_LIST QUENDEL_ALL_SOURCES)
+        if (NOT file MATCHES "/${otherSystem}/" AND NOT "${CMAKE_CURRENT_SOURCE_DIR}/${file}" IN_LIST QUENDEL_ALL_SOURCES)
             message (FATAL_ERROR "${file} is in no target")
         endif()
     endforeach()
