@@ -5,6 +5,11 @@
 #include "device/DriverText.h"
 #include "device/Win32NotificationWindow.h"
 
+/** Asks, on the notification thread, for a look at what changed before the notifications started; lParam names the
+    notifier that is to look.
+*/
+static constexpr UINT catchUpMessage = WM_APP;
+
 CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass,
                                     DeviceList& devicesToUpdate,
                                     juce::MessageListener* firstListener)
@@ -18,8 +23,11 @@ CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass,
     filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
     filter.dbcc_classguid = interfaceClass;
 
-    registration =
-        RegisterDeviceNotificationA (Win32NotificationWindow::getWindowHandle(), &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
+    const auto window = Win32NotificationWindow::getWindowHandle();
+    registration = RegisterDeviceNotificationA (window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
+
+    if (registration != nullptr && firstListener != nullptr)
+        PostMessageA (window, catchUpMessage, 0, reinterpret_cast<LPARAM> (this));
 }
 
 CDevChangeNotify::~CDevChangeNotify()
@@ -55,7 +63,13 @@ void CDevChangeNotify::post (DeviceChange change, const void* device)
 //==============================================================================
 void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM lParam)
 {
-    if (message != WM_DEVICECHANGE || lParam == 0 || ! hasListener())
+    if (lParam == 0 || ! hasListener())
+        return;
+
+    if (message == catchUpMessage && lParam == reinterpret_cast<LPARAM> (this))
+        catchUp();
+
+    if (message != WM_DEVICECHANGE)
         return;
 
     const auto* event = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*> (lParam);
@@ -84,6 +98,20 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
         default:
             break;
     }
+}
+
+/** Interfaces that came or went after the list was made and before the notifications started. */
+void CDevChangeNotify::catchUp()
+{
+    const auto present = DeviceList::getPresentPaths();
+
+    for (const auto& device : devices.getDevices())
+        if (! present.contains (device->getPath(), true))
+            deviceMayHaveGone (device->getPath());
+
+    for (const auto& path : present)
+        if (devices.findByPath (path) == nullptr)
+            deviceArrived (path);
 }
 
 /** A device that left and came back can arrive while the list still holds it. If that one still answers, it is the

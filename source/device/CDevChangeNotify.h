@@ -15,7 +15,8 @@ enum DeviceChange : int;
 class CDevChangeNotify final : public Win32MessageListener
 {
 public:
-    /** Starts the notifications. Without a notification window there are none, and nothing is said.
+    /** Starts the notifications, and makes up for what came and went since the list was made. Without a notification
+        window there are none, and nothing is said.
         @param devicesToUpdate   owns this object
         @param firstListener     as for setListener; given here, it misses nothing that happens at the start
     */
@@ -34,6 +35,7 @@ public:
     void handleWin32Message (UINT message, WPARAM wParam, LPARAM lParam) override;
 
 private:
+    void catchUp();
     void deviceArrived (const juce::String& path);
     void deviceMayHaveGone (const juce::String& path);
     HwDevice::Ptr removeUnlessItAnswers (const juce::String& path);

@@ -44,18 +44,15 @@ static std::string getInterfacePath (HDEVINFO set, SP_DEVICE_INTERFACE_DATA& int
     return { path, ::strnlen (path, required - pathOffset) };
 }
 
-HwDevice::Ptr DeviceList::scan (const juce::String* path)
+/** Calls visit (path, set, interfaceData) for each present interface of the driver's class. */
+template <typename Visit>
+static void enumerateInterfaces (Visit&& visit)
 {
-    const juce::ScopedLock locked (lock);
-    auto* deviceLock = &lock == &ownLock ? nullptr : &lock;
-
     const auto set =
         SetupDiGetClassDevsA (&DeviceInterfaceGuid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
 
     if (set == INVALID_HANDLE_VALUE)
-        return nullptr;
-
-    HwDevice::Ptr result;
+        return;
 
     for (DWORD index = 0;; ++index)
     {
@@ -65,25 +62,46 @@ HwDevice::Ptr DeviceList::scan (const juce::String* path)
         if (SetupDiEnumDeviceInterfaces (set, nullptr, &DeviceInterfaceGuid, index, &interfaceData) == FALSE)
             break;
 
-        const auto interfacePath = getInterfacePath (set, interfaceData);
+        const auto path = getInterfacePath (set, interfaceData);
 
-        if (interfacePath.empty())
+        if (path.empty())
             break;
 
-        if (path != nullptr && ! textFromDriver (interfacePath).equalsIgnoreCase (*path))
-            continue;
-
-        const HwDevice::Ptr device (new HwDevice (interfacePath, set, interfaceData, deviceLock));
-        const bool accepted = isAcceptedVendor (*device);
-        log (accepted ? "Found device" : "Ignoring device", *device);
-
-        if (accepted)
-            devices.insert (devices.begin(), device);
-
-        result = accepted ? device : nullptr;
+        visit (path, set, interfaceData);
     }
 
     SetupDiDestroyDeviceInfoList (set);
+}
+
+juce::StringArray DeviceList::getPresentPaths()
+{
+    juce::StringArray paths;
+    enumerateInterfaces ([&paths] (const auto& path, auto, auto&) { paths.add (textFromDriver (path)); });
+    return paths;
+}
+
+HwDevice::Ptr DeviceList::scan (const juce::String* path)
+{
+    const juce::ScopedLock locked (lock);
+    auto* deviceLock = &lock == &ownLock ? nullptr : &lock;
+    HwDevice::Ptr result;
+
+    enumerateInterfaces (
+        [&] (const auto& interfacePath, auto set, auto& interfaceData)
+        {
+            if (path != nullptr && ! textFromDriver (interfacePath).equalsIgnoreCase (*path))
+                return;
+
+            const HwDevice::Ptr device (new HwDevice (interfacePath, set, interfaceData, deviceLock));
+            const bool accepted = isAcceptedVendor (*device);
+            log (accepted ? "Found device" : "Ignoring device", *device);
+
+            if (accepted)
+                devices.insert (devices.begin(), device);
+
+            result = accepted ? device : nullptr;
+        });
+
     return result;
 }
 

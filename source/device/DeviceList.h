@@ -44,6 +44,9 @@ public:
     */
     HwDevice::Ptr scan (const juce::String* path);
 
+    /** Of the interfaces that are present, listed or not, in the system's order. */
+    static juce::StringArray getPresentPaths();
+
     /** Paths are compared ignoring case. @returns null when there is no such device */
     HwDevice::Ptr findByPath (const juce::String& path);
 

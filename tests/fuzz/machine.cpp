@@ -80,8 +80,6 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     fs::remove_all (folder.getMachine());
     fill (folder.getRoot(), input);
 
-    // The first look leaves the watch on the folder open.
-    static const DeviceList firstLook;
     const auto numDescriptors = countDescriptors();
 
     const HostControllerList controllers;

@@ -279,8 +279,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 
     driver.setAnswers (std::move (answers));
 
-    // The first of each leaves something open for ever: the watch on the folder, the toolkit's message queue.
-    static const DeviceList firstDevices;
+    // The first one leaves the toolkit's message queue open for ever.
     static const auto firstEvents = std::make_unique<EventList> (juce::Array<EventRecord>(), juce::StringArray());
     const auto numDescriptors = countDescriptors();
 

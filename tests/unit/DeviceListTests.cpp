@@ -216,6 +216,10 @@ TEST (DeviceListTests, opensAreCountedAndMapTheStatisticsOnce)
     EXPECT_EQ (driver.count (TestDriver::mapStatistics), 2);
     EXPECT_NE (device->getStatisticsAddress(), 0u);
     EXPECT_NE (device->getStatisticsAddress(), address) << "an old address must not show another block's figures";
+
+    driver.fail (TestDriver::mapStatistics);
+    device->reopen();
+    EXPECT_EQ (device->getStatisticsAddress(), 0u) << "nor must that of an earlier open";
 }
 
 TEST (DeviceListTests, deviceThatCannotBeOpenedStaysUnusable)
@@ -234,6 +238,15 @@ TEST (DeviceListTests, deviceThatCannotBeOpenedStaysUnusable)
     EXPECT_EQ (device->readStreamStatus(), 0) << "it was opened all the same";
 }
 
+TEST (DeviceListTests, interfacesAreOpenedByTheirVeryBytes)
+{
+    const TestMachine machine;
+    const TestDriver driver (machine, named ("Ger\xe4t"));
+    const DeviceList devices;
+    ASSERT_EQ (devices.getNumDevices(), 1);
+    EXPECT_EQ (devices.getDevice (0)->open(), 0);
+}
+
 TEST (DeviceListTests, machineThatIsNotThereHasNoDevices)
 {
     const auto countDevices = [] (const juce::String& folder)
@@ -246,10 +259,11 @@ TEST (DeviceListTests, machineThatIsNotThereHasNoDevices)
     const TestDriver driver (machine);
     const auto file = machine.getInterfaceFolder ("file").getSiblingFile ("file");
     file.replaceWithText ("no folder");
+    machine.getInterfaceFolder ("device").createSymbolicLink (file.getSiblingFile ("link"), false);
 
     EXPECT_EQ (countDevices ("/nonexistent"), 0);
     EXPECT_EQ (countDevices (file.getFullPathName()), 0);
-    EXPECT_EQ (countDevices (machine.getPath()), 1) << "a file among the interfaces is none";
+    EXPECT_EQ (countDevices (machine.getPath()), 1) << "files and links among the interfaces are none";
     EXPECT_TRUE (HostControllerList().isEmpty());
 
     // Only root can make somebody else's folder.

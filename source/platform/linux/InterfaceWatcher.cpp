@@ -1,6 +1,7 @@
 #include "platform/linux/InterfaceWatcher.h"
 
 #include "platform/linux/MachineFolder.h"
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <sys/inotify.h>
@@ -45,8 +46,10 @@ void InterfaceWatcher::note (bool arrived, const std::string& name, std::vector<
 }
 
 /** For when changes were lost: every interface that was known went, every one that is there came. */
-void InterfaceWatcher::reportEverythingAgain (std::vector<InterfaceChange>& changes)
+void InterfaceWatcher::startOver (std::vector<InterfaceChange>& changes)
 {
+    startWatching();
+
     for (const auto& name : std::set<std::string> (known))
         note (false, name, changes);
 
@@ -54,14 +57,14 @@ void InterfaceWatcher::reportEverythingAgain (std::vector<InterfaceChange>& chan
         note (true, name, changes);
 }
 
-/** Takes in some of what the kernel has queued, so that no storm of changes keeps us here; true when there was any. */
-bool InterfaceWatcher::readEvents (std::vector<InterfaceChange>& changes)
+std::vector<InterfaceChange> InterfaceWatcher::fetchChanges()
 {
+    const std::scoped_lock locked (lock);
+    std::vector<InterfaceChange> changes;
     alignas (inotify_event) std::array<char, 16384> buffer;
-    const auto size = ::read (events.get(), buffer.data(), buffer.size());
 
-    if (size <= 0)
-        return false;
+    // Only some of what the kernel has queued, so that no storm of changes keeps us here.
+    const auto size = std::max<ssize_t> (0, ::read (events.get(), buffer.data(), buffer.size()));
 
     for (std::size_t offset = 0; offset < static_cast<std::size_t> (size);)
     {
@@ -72,65 +75,34 @@ bool InterfaceWatcher::readEvents (std::vector<InterfaceChange>& changes)
         const std::string name (text, event.len > 0 ? ::strnlen (text, event.len) : 0);
         offset += sizeof (event) + event.len;
 
-        if ((event.mask & IN_Q_OVERFLOW) != 0)
+        const bool isOfInterface = event.wd == interfacesWatch;
+
+        // What is left in the buffer is about the watch that was.
+        if ((event.mask & IN_Q_OVERFLOW) != 0 || (! isOfInterface && name == interfacesFolder))
         {
-            reportEverythingAgain (changes);
+            startOver (changes);
+            break;
         }
-        else if (event.wd == interfacesWatch)
-        {
-            if ((event.mask & IN_ISDIR) != 0 && MachineFolder::isPresentName (name))
-                note ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0, name, changes);
-        }
-        else if (name == interfacesFolder)
-        {
-            startWatching();
-            reportEverythingAgain (changes);
-        }
+
+        if (isOfInterface && (event.mask & IN_ISDIR) != 0 && MachineFolder::isPresentName (name))
+            note ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0, name, changes);
     }
 
-    return true;
+    return changes;
 }
 
 //==============================================================================
-std::vector<std::string> InterfaceWatcher::listInterfaces()
-{
-    const std::scoped_lock locked (lock);
-
-    if (listeners > 0)
-        return MachineFolder::listInterfaces();
-
-    // A folder that changes all the time must not keep us here for ever.
-    constexpr int maximumAttempts = 100;
-
-    startWatching();
-    std::vector<std::string> names;
-    std::vector<InterfaceChange> seen;
-
-    for (int i = 0; i < maximumAttempts; ++i)
-    {
-        names = MachineFolder::listInterfaces();
-
-        if (! readEvents (seen))
-            break;
-    }
-
-    known = { names.begin(), names.end() };
-    return names;
-}
-
 void InterfaceWatcher::addListener()
 {
-    const auto watching = [this]
-    {
-        const std::scoped_lock locked (lock);
-        return static_cast<bool> (events);
-    }();
-
-    if (! watching)
-        listInterfaces();
-
     const std::scoped_lock locked (lock);
-    ++listeners;
+
+    if (listeners++ > 0)
+        return;
+
+    // In this order: what changes in between is reported, and changes nothing.
+    startWatching();
+    const auto names = MachineFolder::listInterfaces();
+    known = { names.begin(), names.end() };
 }
 
 void InterfaceWatcher::removeListener()
@@ -139,14 +111,6 @@ void InterfaceWatcher::removeListener()
 
     if (--listeners == 0)
         events = {};
-}
-
-std::vector<InterfaceChange> InterfaceWatcher::fetchChanges()
-{
-    const std::scoped_lock locked (lock);
-    std::vector<InterfaceChange> changes;
-    readEvents (changes);
-    return changes;
 }
 
 int InterfaceWatcher::getDescriptor()

@@ -13,11 +13,8 @@ struct InterfaceChange
     std::string name;
 };
 
-/** Follows the machine folder's interfaces, so that a caller is told of every one: either it was in the
-    listing, or its arrival is reported, and more than once only after the kernel has lost changes.
-
-    The watch starts before the first listing, and the listing is repeated until nothing changed during it.
-    Any thread.
+/** Follows the machine folder's interfaces: tells of each that comes or goes while somebody listens, of one more than
+    once only after the kernel has lost changes, and of nothing that was before. Any thread.
 */
 class InterfaceWatcher
 {
@@ -25,10 +22,7 @@ public:
     /** The process's one watcher. */
     static InterfaceWatcher& get();
 
-    /** Lists the present interfaces. While nobody listens this is also what later changes are counted from. */
-    std::vector<std::string> listInterfaces();
-
-    /** Somebody wants the changes since the last listing (since now, if there was none). */
+    /** Somebody wants the changes from now on. */
     void addListener();
 
     /** Takes back one addListener; after the last one nothing is watched. */
@@ -42,9 +36,8 @@ public:
 
 private:
     void startWatching();
-    bool readEvents (std::vector<InterfaceChange>& changes);
     void note (bool arrived, const std::string& name, std::vector<InterfaceChange>& changes);
-    void reportEverythingAgain (std::vector<InterfaceChange>& changes);
+    void startOver (std::vector<InterfaceChange>& changes);
 
     std::mutex lock;
     FileDescriptor events;

@@ -35,7 +35,7 @@ FileDescriptor open()
 
 FileDescriptor openFolder (int parent, const std::string& name)
 {
-    return FileDescriptor (::openat (parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return FileDescriptor (::openat (parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 bool isPresentName (const std::string& name) noexcept

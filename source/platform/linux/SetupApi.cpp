@@ -1,4 +1,3 @@
-#include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Win32StandIn.h"
 
@@ -68,7 +67,7 @@ HDEVINFO SetupDiGetClassDevsA (const GUID*, const char*, HWND, DWORD flags)
         return set;
     }
 
-    for (const auto& name : InterfaceWatcher::get().listInterfaces())
+    for (const auto& name : MachineFolder::listInterfaces())
         set->entries.push_back (MachineFolder::pathPrefix + name);
 
     return set;

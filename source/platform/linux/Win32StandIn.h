@@ -98,11 +98,14 @@ HANDLE CreateFileA (const char* path,
                     DWORD flags,
                     HANDLE templateFile);
 
-/** Closes what CreateFileA opened; the sections that its replies mapped go with it. */
+/** Closes what CreateFileA opened; the sections that its replies mapped go with it. While its driver owes an answer the
+    connection itself waits for the interface's next handle.
+*/
 BOOL CloseHandle (HANDLE handle);
 
-/** A driver that does not answer within 1.5 s fails the call with ERROR_SEM_TIMEOUT. Until it has answered that
-    request, further ones on the handle fail at once and are not sent; afterwards all goes on as before.
+/** A driver that does not answer within the process's patience (Patience.h) fails the call with ERROR_SEM_TIMEOUT.
+   Until it has answered that request, further ones on the handle fail at once and are not sent; afterwards all goes on
+   as before. MapStatistics does not fail so: it hands out the address at which the block can be read later.
 */
 BOOL DeviceIoControl (HANDLE handle,
                       DWORD controlCode,
@@ -189,6 +192,7 @@ inline constexpr int GWLP_USERDATA = -21;
 inline constexpr UINT WM_DESTROY = 0x02;
 inline constexpr UINT WM_CLOSE = 0x10;
 inline constexpr UINT WM_DEVICECHANGE = 0x219;
+inline constexpr UINT WM_APP = 0x8000;
 
 #define HWND_MESSAGE (reinterpret_cast<HWND> (static_cast<LONG_PTR> (-3)))
 

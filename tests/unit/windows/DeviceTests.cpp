@@ -66,6 +66,19 @@ TEST_F (WindowsDeviceTests, theRegistryHasNameAndCapabilities)
     EXPECT_EQ (first->getCaps().getNumProbeWords(), 16u);
 }
 
+TEST_F (WindowsDeviceTests, theLogHasWholeNames)
+{
+    struct Sink : public DeviceList::LogSink
+    {
+        void logMessage (const juce::String& line) override { lines.add (line); }
+        juce::StringArray lines;
+    };
+
+    Sink sink;
+    const DeviceList logged (0, nullptr, nullptr, &sink);
+    EXPECT_TRUE (sink.lines[0].startsWith ("Found device Tamrix-1  vendor:0xc3f1  type:0x")) << sink.lines[0];
+}
+
 TEST_F (WindowsDeviceTests, requestsAreAnswered)
 {
     const auto device = opened (0);
