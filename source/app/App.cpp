@@ -1,5 +1,6 @@
 #include "app/App.h"
 
+#include "platform/InstanceLock.h"
 #include "platform/NativeDialogs.h"
 
 #include <iostream>
@@ -14,7 +15,7 @@ static void setColours()
 
 void App::initialise (const juce::String&)
 {
-    instanceLock = std::make_unique<juce::InterProcessLock> ("Quendel lock");
+    instanceLock = std::make_unique<juce::InterProcessLock> (InstanceLock::getNameForUser ("Quendel lock"));
 
     if (! instanceLock->enter (0))
     {
