@@ -4,7 +4,7 @@
 #include <bitset>
 #include <juce_gui_basics/juce_gui_basics.h>
 
-class HwInfoCaps;
+struct HwInfoCaps;
 
 /** One device's statistics: the figures, their texts, and the component that shows them.
 

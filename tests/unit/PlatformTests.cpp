@@ -1,6 +1,10 @@
+#include "device/DeviceList.h"
 #include "platform/AccessGuard.h"
+#include "platform/InstanceLock.h"
 #include "platform/UserSettings.h"
 #include "platform/Win32.h"
+#include "platform/linux/InterfaceWatcher.h"
+#include "platform/linux/Patience.h"
 #include "stats/Column.h"
 #include "stats/StatisticsBlock.h"
 #include "tests/unit/support/TestDriver.h"
@@ -8,6 +12,7 @@
 #include <atomic>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <thread>
 
 using Reply = TestDriver::Reply;
@@ -96,6 +101,34 @@ TEST (PlatformTests, requestsCopyOutWhatTheDriverSentAndKeepTheRest)
     CloseHandle (handle);
 }
 
+/** The rest of what was read of one watch says nothing about the next. */
+TEST (InterfaceWatcherTests, interfacesThatAreReplacedAreFollowedAsBefore)
+{
+    const TestMachine machine;
+    const auto a = machine.getInterfaceFolder ("a"), interfaces = a.getParentDirectory();
+    const auto old = interfaces.getSiblingFile ("old");
+    a.createDirectory();
+
+    InterfaceWatcher watcher;
+    watcher.addListener();
+    ASSERT_TRUE (interfaces.moveFileTo (old) && a.createDirectory() && old.getChildFile ("a").deleteRecursively());
+
+    std::set<std::string> present { "a" };
+    const auto follow = [&]
+    {
+        for (auto changes = watcher.fetchChanges(); ! changes.empty(); changes = watcher.fetchChanges())
+            for (const auto& change : changes)
+                change.arrived ? (void) present.insert (change.name) : (void) present.erase (change.name);
+
+        return present.size();
+    };
+
+    EXPECT_EQ (follow(), 1u);
+    a.deleteRecursively();
+    EXPECT_EQ (follow(), 0u);
+    watcher.removeListener();
+}
+
 /** A driver that hangs costs one time-out, not one per request, and nothing is mixed up once it answers again. */
 TEST (PlatformTests, lateAnswersAreDroppedAndNothingIsMixedUp)
 {
@@ -138,6 +171,135 @@ TEST (PlatformTests, lateAnswersAreDroppedAndNothingIsMixedUp)
 
     EXPECT_EQ (tag, 2) << "the request in between was never sent, the late answer never delivered";
     CloseHandle (handle);
+}
+
+/** Keeps a driver from answering requests of some kinds as long as it lives. */
+struct Silence
+{
+    Silence (TestDriver& driver, const std::vector<TestDriver::Kind>& kinds)
+    {
+        driver.setOverride (
+            [this, kinds] (TestDriver::Kind kind, int) -> std::optional<Reply>
+            {
+                if (std::find (kinds.begin(), kinds.end(), kind) != kinds.end())
+                    const std::scoped_lock waiting (hanging);
+
+                return {};
+            });
+    }
+
+    std::mutex hanging;
+    std::unique_lock<std::mutex> hang { hanging };
+};
+
+bool canRead (std::uint32_t address)
+{
+    return AccessGuard::readBlock (blockAt (address),
+                                   [] (const auto& reader) { reader.template read<std::int32_t> (0); });
+}
+
+/** A driver that hangs is not waited for anew by each handle, and shows its statistics when it answers at last. */
+TEST (PlatformTests, silenceIsKnownToTheNextHandleAndLateStatisticsAreShown)
+{
+    constexpr int manyRebuilds = 300;
+
+    for (const auto first : { TestDriver::mapStatistics, TestDriver::streamStatus })
+    {
+        const TestMachine machine;
+        TestDriver driver (machine);
+        Silence silence (driver, { first });
+        const DeviceList devices;
+        const auto device = devices.getDevice (0);
+        const auto numDescriptors = countOfProcess ("fd");
+        device->open();
+        device->readStreamStatus();
+
+        for (int i = 0; i < manyRebuilds; ++i)
+            device->reopen();
+
+        EXPECT_EQ (device->readStreamStatus(), 1);
+        EXPECT_LE (countOfProcess ("fd"), numDescriptors + 5);
+
+        const auto address = device->getStatisticsAddress();
+        ASSERT_NE (address, 0u);
+        EXPECT_FALSE (canRead (address));
+
+        silence.hang.unlock();
+        EXPECT_TRUE (waitFor ([&] { return device->readStreamStatus() == 0; }));
+        EXPECT_TRUE (canRead (address)) << "at the address that was promised";
+        EXPECT_EQ (driver.count (TestDriver::mapStatistics), first == TestDriver::mapStatistics ? 1 : 2);
+
+        device->close();
+        EXPECT_FALSE (canRead (address));
+    }
+}
+
+TEST (PatienceTests, allSilentDriversShareOneAllowance)
+{
+    using namespace std::chrono_literals;
+
+    Patience patience;
+    Patience::Time now { 1h };
+    Patience::Duration waited {};
+
+    const auto ask = [&] (Patience::Duration answersAfter, bool wasLate = false)
+    {
+        const auto limit = patience.getLimit (now, wasLate);
+        const auto wait = std::min (limit, answersAfter);
+        patience.waited (now, now + wait, answersAfter <= limit);
+        now += wait;
+        waited += wait;
+        return answersAfter <= limit;
+    };
+
+    EXPECT_FALSE (ask (40ms, true)) << "it was late before";
+    EXPECT_TRUE (ask (500ms));
+
+    for (int i = 0; i < 10000; ++i)
+        EXPECT_TRUE (ask (90ms)) << "ordinary answers cost nothing";
+
+    now += 1h;
+    waited = {};
+
+    for (int i = 0; i < 1000; ++i)
+    {
+        EXPECT_FALSE (ask (1h));
+        EXPECT_EQ (i >= 64 || ask (3ms), true) << "those that answer are still heard after " << i;
+    }
+
+    EXPECT_LT (waited, Patience::whole + 64 * 3ms);
+    now += 1s;
+    EXPECT_TRUE (ask (200ms)) << "it comes back";
+}
+
+/** Another user's instance is not in the way of this one's, nor does its lock let any number of this one's start. */
+TEST (InstanceLockTests, thereIsOneForEachUser)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+
+    const auto enters = [] (uid_t user, int depth, const auto& self) -> int
+    {
+        const auto child = ::fork();
+
+        if (child == 0)
+        {
+            // Nothing but this may happen in the copy of a process with threads.
+            int result = ::seteuid (user) == 0 ? 0 : 100;
+            juce::InterProcessLock lock (InstanceLock::getNameForUser ("Quendel test lock"));
+            result += lock.enter (0) ? 1 : 0;
+            ::_exit (result + (depth > 0 ? 10 * self (user, depth - 1, self) : 0));
+        }
+
+        int status = 0;
+        ::waitpid (child, &status, 0);
+        return WEXITSTATUS (status);
+    };
+
+    juce::InterProcessLock rootsLock (InstanceLock::getNameForUser ("Quendel test lock"));
+    ASSERT_TRUE (rootsLock.enter (0));
+    EXPECT_EQ (enters (0, 0, enters), 0) << "root's second";
+    EXPECT_EQ (enters (12345, 1, enters), 1) << "somebody's first, and their second";
 }
 
 TEST (PlatformTests, sectionsLieBelow4GiBAndGoWithTheHandle)

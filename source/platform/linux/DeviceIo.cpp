@@ -1,14 +1,19 @@
+#include "device/RequestKind.h"
 #include "platform/linux/FileDescriptor.h"
 #include "platform/linux/MachineFolder.h"
+#include "platform/linux/Patience.h"
 #include "platform/linux/Section.h"
 #include "platform/linux/Win32StandIn.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -30,9 +35,6 @@ void SetLastError (DWORD error)
 namespace
 {
 
-/** Below the time that a quitting program leaves its notification thread. */
-constexpr timeval answerTimeout { 1, 500000 };
-
 /** Descriptors that one packet can bring without overflowing the receiver's room for them. */
 constexpr std::size_t maximumDescriptors = 8;
 
@@ -40,7 +42,8 @@ constexpr std::size_t maximumDescriptors = 8;
 constexpr std::size_t maximumSections = 16;
 
 /** Where a reply carries the address of the section that came with it. */
-constexpr DWORD sectionAddressOffset = 12;
+constexpr DWORD sectionAddressOffset = offsetof (DriverProtocol::CommandEnvelope, words);
+constexpr DWORD sectionAddressEnd = sectionAddressOffset + sizeof (std::uint32_t);
 
 /** What a request's exchange with the driver came to. */
 struct Reply
@@ -53,11 +56,20 @@ struct Reply
     bool isBroken() const noexcept { return truncated || size < static_cast<ssize_t> (sizeof (std::uint32_t)); }
 };
 
+bool isTimeout (int error) noexcept
+{
+    return error == EAGAIN || error == EWOULDBLOCK;
+}
+
 /** One open device interface: the connection to its driver, and the sections the driver handed out over it. */
 class Connection
 {
 public:
-    explicit Connection (FileDescriptor connectedSocket) : socket (std::move (connectedSocket)) {}
+    Connection (FileDescriptor interfaceFolder, FileDescriptor connectedSocket)
+        : folder (std::move (interfaceFolder)),
+          socket (std::move (connectedSocket))
+    {
+    }
 
     /** One exchange; returns a Windows error code. A connection whose driver broke the protocol stays broken. */
     DWORD request (DWORD controlCode,
@@ -67,23 +79,36 @@ public:
                    DWORD outputSize,
                    DWORD& bytesReturned)
     {
+        using namespace DriverProtocol;
+
         const std::scoped_lock locked (lock);
+        const bool mapsStatistics = identifyRequest (controlCode, input, inputSize) == RequestKind::mapStatistics
+                                    && outputSize >= sectionAddressEnd;
+        takeLateReplies();
 
-        if (const auto error = dropLateReply(); error != ERROR_SUCCESS)
-            return error;
+        if (broken)
+            return ERROR_DEVICE_NOT_CONNECTED;
 
-        if (const auto error = send (controlCode, input, inputSize, outputSize); error != ERROR_SUCCESS)
-            return error;
+        const bool isSilent = ! owed.empty();
+
+        if (isSilent && ! mapsStatistics)
+            return ERROR_SEM_TIMEOUT;
+
+        // A driver that is silent is asked for its statistics once, and nobody waits.
+        if (! isSilent || ! owed.back().mapsStatistics)
+        {
+            if (const auto error = send (controlCode, input, inputSize, outputSize); error != ERROR_SUCCESS)
+                return error;
+
+            if (isSilent || ! waitForReply())
+                owed.push_back ({ outputSize, mapsStatistics });
+        }
+
+        if (! owed.empty())
+            return mapsStatistics ? promiseSection (output, bytesReturned) : ERROR_SEM_TIMEOUT;
 
         std::uint32_t driverError = 0;
-        buffer.resize (outputSize);
-        auto reply = receive (driverError, 0);
-
-        if (reply.size < 0 && isTimeout (errno))
-        {
-            replyIsDue = true;
-            return ERROR_SEM_TIMEOUT;
-        }
+        auto reply = receive (driverError, outputSize);
 
         if (reply.isBroken())
             return breakUp();
@@ -94,8 +119,25 @@ public:
         return deliver (reply, output, outputSize, bytesReturned);
     }
 
+    /** Lets the sections go. True when the driver still owes an answer over this connection. */
+    bool close()
+    {
+        const std::scoped_lock locked (lock);
+        promised = nullptr;
+        sections.clear();
+        takeLateReplies();
+        return ! broken && ! owed.empty();
+    }
+
+    const FileDescriptor& getFolder() const noexcept { return folder; }
+
 private:
-    static bool isTimeout (int error) noexcept { return error == EAGAIN || error == EWOULDBLOCK; }
+    /** A request that was given up; its answer may come at any time. */
+    struct Owed
+    {
+        DWORD outputSize;
+        bool mapsStatistics;
+    };
 
     DWORD breakUp() noexcept
     {
@@ -103,24 +145,61 @@ private:
         return ERROR_DEVICE_NOT_CONNECTED;
     }
 
-    /** Takes in the reply to a request that had been given up, before anything else is asked. */
-    DWORD dropLateReply()
+    /** Takes in the replies to requests that had been given up, as far as they have come. */
+    void takeLateReplies()
     {
-        if (replyIsDue)
+        while (! broken && ! owed.empty())
         {
-            std::uint32_t ignored = 0;
-            const auto reply = receive (ignored, MSG_DONTWAIT);
+            std::uint32_t error = 0;
+            auto reply = receive (error, owed.front().outputSize);
 
             if (reply.size < 0 && isTimeout (errno))
-                return ERROR_SEM_TIMEOUT;
+                return;
 
             if (reply.isBroken())
-                return breakUp();
+                breakUp();
+            else if (promised != nullptr && owed.front().mapsStatistics && error == ERROR_SUCCESS)
+                promised->map (std::move (reply.descriptor));
 
-            replyIsDue = false;
+            owed.pop_front();
         }
+    }
 
-        return broken ? ERROR_DEVICE_NOT_CONNECTED : ERROR_SUCCESS;
+    /** False when there is still none after as long as the program may wait. */
+    bool waitForReply()
+    {
+        auto& patience = Patience::get();
+        const auto start = std::chrono::steady_clock::now();
+        const auto end = start + patience.getLimit (start, wasLate);
+        int ready = 0;
+
+        do
+        {
+            const auto left = std::max (Patience::Duration (0), end - std::chrono::steady_clock::now()).count();
+            const timespec limit { left / 1'000'000'000, left % 1'000'000'000 };
+            pollfd source { socket.get(), POLLIN, 0 };
+            ready = ::ppoll (&source, 1, &limit, nullptr);
+        } while (ready < 0 && errno == EINTR);
+
+        wasLate = ready <= 0;
+        patience.waited (start, std::chrono::steady_clock::now(), ! wasLate);
+        return ! wasLate;
+    }
+
+    /** Answers a MapStatistics ahead of its driver: with an address at which the block can be read once that has
+        answered.
+    */
+    DWORD promiseSection (void* output, DWORD& bytesReturned)
+    {
+        auto section = sections.size() < maximumSections ? Section::reserve() : nullptr;
+
+        if (section == nullptr)
+            return ERROR_NOT_ENOUGH_MEMORY;
+
+        promised = section.get();
+        keep (std::move (section), output);
+        bytesReturned = sectionAddressEnd;
+        return ERROR_SUCCESS;
     }
 
     DWORD send (DWORD controlCode, const void* input, DWORD inputSize, DWORD outputSize)
@@ -135,7 +214,7 @@ private:
         ssize_t sent = 0;
 
         do
-            sent = ::sendmsg (socket.get(), &packet, MSG_NOSIGNAL);
+            sent = ::sendmsg (socket.get(), &packet, MSG_NOSIGNAL | MSG_DONTWAIT);
         while (sent < 0 && errno == EINTR);
 
         if (sent < 0)
@@ -144,9 +223,11 @@ private:
         return ERROR_SUCCESS;
     }
 
-    /** Fetches one packet into an error word and the buffer. Descriptors beyond the first are closed. */
-    Reply receive (std::uint32_t& error, int flags)
+    /** Fetches one packet, if there is one, into an error word and the buffer. Descriptors beyond the first are closed.
+     */
+    Reply receive (std::uint32_t& error, DWORD outputSize)
     {
+        buffer.resize (outputSize);
         alignas (cmsghdr) std::array<char, CMSG_SPACE (maximumDescriptors * sizeof (int))> control {};
         iovec parts[] { { &error, sizeof (error) }, { buffer.data(), buffer.size() } };
 
@@ -159,7 +240,7 @@ private:
         Reply reply;
 
         do
-            reply.size = ::recvmsg (socket.get(), &packet, flags | MSG_CMSG_CLOEXEC);
+            reply.size = ::recvmsg (socket.get(), &packet, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
         while (reply.size < 0 && errno == EINTR);
 
         if (reply.size < 0)
@@ -192,10 +273,10 @@ private:
     {
         std::unique_ptr<Section> section;
 
-        if (reply.descriptor && outputSize >= sectionAddressOffset + sizeof (std::uint32_t))
+        if (reply.descriptor && outputSize >= sectionAddressEnd)
         {
             if (sections.size() < maximumSections)
-                section = Section::map (std::move (reply.descriptor));
+                section = Section::make (std::move (reply.descriptor));
 
             if (section == nullptr)
                 return ERROR_NOT_ENOUGH_MEMORY;
@@ -207,21 +288,77 @@ private:
             std::memcpy (output, buffer.data(), bytesReturned);
 
         if (section != nullptr)
-        {
-            const auto address = section->getAddress();
-            std::memcpy (static_cast<char*> (output) + sectionAddressOffset, &address, sizeof (address));
-            sections.push_back (std::move (section));
-        }
+            keep (std::move (section), output);
 
         return ERROR_SUCCESS;
     }
 
+    /** Puts a section's address where the caller looks for it. */
+    void keep (std::unique_ptr<Section> section, void* output)
+    {
+        const auto address = section->getAddress();
+        std::memcpy (static_cast<char*> (output) + sectionAddressOffset, &address, sizeof (address));
+        sections.push_back (std::move (section));
+    }
+
     std::mutex lock;
-    FileDescriptor socket;
+    const FileDescriptor folder; // held, so that no other interface can pass for this one
+    const FileDescriptor socket;
     bool broken = false;
-    bool replyIsDue = false; // to a request that was given up
+    bool wasLate = false; // when it was last waited for
+    std::deque<Owed> owed;
     std::vector<char> buffer;
     std::vector<std::unique_ptr<Section>> sections;
+    Section* promised = nullptr; // the one of them that has no file yet
+};
+
+/** Connections whose handle was closed while the driver owed an answer. The next handle of the interface goes on with
+    the one that there is: what is known of the driver's silence outlives the handle, and no connections pile up.
+*/
+class SilentConnections
+{
+public:
+    static SilentConnections& get()
+    {
+        static SilentConnections silent;
+        return silent;
+    }
+
+    /** Keeps a connection, unless there is one to the same interface already. */
+    void add (std::unique_ptr<Connection> connection)
+    {
+        const std::scoped_lock locked (lock);
+
+        if (find (connection->getFolder()) == connections.end())
+            connections.push_back (std::move (connection));
+    }
+
+    /** Hands out the connection to an interface whose driver still owes an answer; null when there is none. */
+    std::unique_ptr<Connection> take (const FileDescriptor& folder)
+    {
+        const std::scoped_lock locked (lock);
+        std::erase_if (connections, [] (const auto& connection) { return ! connection->close(); });
+        const auto found = find (folder);
+
+        if (found == connections.end())
+            return nullptr;
+
+        auto connection = std::move (*found);
+        connections.erase (found);
+        return connection;
+    }
+
+private:
+    std::vector<std::unique_ptr<Connection>>::iterator find (const FileDescriptor& folder)
+    {
+        return std::find_if (connections.begin(),
+                             connections.end(),
+                             [&folder] (const auto& connection)
+                             { return connection->getFolder().isSameFile (folder); });
+    }
+
+    std::mutex lock;
+    std::vector<std::unique_ptr<Connection>> connections;
 };
 
 /** Connects through the folder's descriptor: the path itself may be longer than a socket address holds. */
@@ -236,9 +373,12 @@ FileDescriptor connectTo (const FileDescriptor& interfaceFolder)
     if (! socket)
         return {};
 
-    // The time-outs hold for connecting, sending and receiving alike.
-    ::setsockopt (socket.get(), SOL_SOCKET, SO_SNDTIMEO, &answerTimeout, sizeof (answerTimeout));
-    ::setsockopt (socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answerTimeout, sizeof (answerTimeout));
+    // A driver that does not even take connections can be silent, too; a limit of 0 would be none.
+    auto& patience = Patience::get();
+    const auto start = std::chrono::steady_clock::now();
+    const auto limit = std::chrono::duration_cast<std::chrono::microseconds> (patience.getLimit (start, false)).count();
+    const timeval timeout { limit / 1'000'000, limit % 1'000'000 + 1 };
+    ::setsockopt (socket.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof (timeout));
 
     int result = 0;
 
@@ -246,6 +386,7 @@ FileDescriptor connectTo (const FileDescriptor& interfaceFolder)
         result = ::connect (socket.get(), reinterpret_cast<const sockaddr*> (&address), sizeof (address));
     while (result != 0 && errno == EINTR);
 
+    patience.waited (start, std::chrono::steady_clock::now(), result == 0);
     return result == 0 ? std::move (socket) : FileDescriptor();
 }
 
@@ -269,13 +410,16 @@ HANDLE CreateFileA (const char* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD 
         return INVALID_HANDLE_VALUE;
     }
 
-    const auto folder = MachineFolder::openInterface (path);
+    auto folder = MachineFolder::openInterface (path);
 
     if (! folder)
     {
         SetLastError (ERROR_FILE_NOT_FOUND);
         return INVALID_HANDLE_VALUE;
     }
+
+    if (auto silent = SilentConnections::get().take (folder); silent != nullptr)
+        return silent.release();
 
     auto socket = connectTo (folder);
 
@@ -285,7 +429,7 @@ HANDLE CreateFileA (const char* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD 
         return INVALID_HANDLE_VALUE;
     }
 
-    return new Connection (std::move (socket));
+    return new Connection (std::move (folder), std::move (socket));
 }
 
 static Connection* getConnection (HANDLE handle) noexcept
@@ -295,12 +439,14 @@ static Connection* getConnection (HANDLE handle) noexcept
 
 BOOL CloseHandle (HANDLE handle)
 {
-    auto* connection = getConnection (handle);
+    std::unique_ptr<Connection> connection (getConnection (handle));
 
     if (connection == nullptr)
         return succeedOr (ERROR_INVALID_HANDLE);
 
-    delete connection;
+    if (connection->close())
+        SilentConnections::get().add (std::move (connection));
+
     return TRUE;
 }
 
