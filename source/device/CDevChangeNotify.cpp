@@ -115,10 +115,14 @@ void CDevChangeNotify::catchUp()
 }
 
 /** A device that left and came back can arrive while the list still holds it. If that one still answers, it is the
-    same device, and it is not listed twice; if not, its removal went unnoticed and is made up for.
+    same device, and it is not listed twice; if not, its removal went unnoticed and is made up for. One that the view
+    has still to open has only just been found by catching up.
 */
 void CDevChangeNotify::deviceArrived (const juce::String& path)
 {
+    if (const auto found = devices.findByPath (path); found != nullptr && found->isYetToBeOpened())
+        return;
+
     const auto lost = removeUnlessItAnswers (path);
 
     if (devices.findByPath (path) != nullptr)

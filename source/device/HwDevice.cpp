@@ -111,6 +111,12 @@ void HwDevice::reopen()
 }
 
 //==============================================================================
+bool HwDevice::isYetToBeOpened() const
+{
+    const juce::ScopedLock locked (lock);
+    return usable && openCount == 0;
+}
+
 std::uint32_t HwDevice::getStatisticsAddress() const
 {
     const juce::ScopedLock locked (lock);

@@ -63,6 +63,9 @@ public:
     /** One close and one open, which no other request comes between. */
     void reopen();
 
+    /** True as long as nobody has tried to open a device that can be used. Such a one cannot answer a probe. */
+    bool isYetToBeOpened() const;
+
     //==============================================================================
     /** As the user called it, from the registry. Never changes. */
     juce::String getName() const { return name; }
