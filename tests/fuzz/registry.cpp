@@ -24,7 +24,7 @@ bool isText (const juce::String& text)
 
 void requireVersion (std::uint32_t version)
 {
-    const auto parts = juce::StringArray::fromTokens (formatFirmwareVersion (version), ".", "");
+    const auto parts = juce::StringArray::fromTokens (StatisticsReport::formatFirmwareVersion (version), ".", "");
     require (parts.size() >= 2 && parts.size() <= 4, "a version has two to four parts");
     require (parts[0] == juce::String (version >> 24) && parts[1] == juce::String (version >> 16 & 255),
              "a version begins with its two upper bytes");
