@@ -40,10 +40,10 @@ public:
 
     std::string_view getName() const { return model.getConfig().name; }
 
-    DeviceModel& getModel() { return model; }
     /** Takes the statistics block away from whoever maps it; whoever opens the device anew maps another one. */
     void takeView();
 
+    DeviceModel& getModel() { return model; }
     Machine::InterfaceServer& getServer() const { return *server; }
 
     /** Gives the server of a device that is not present any more away; the device can then be destroyed. */

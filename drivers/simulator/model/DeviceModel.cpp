@@ -421,146 +421,87 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
                                         void* output,
                                         std::size_t outputCapacity)
 {
-    if (controlCode == DriverProtocol::IOCTL_DEVICE_COMMAND)
-        return handleCommand (input, inputSize, output, outputCapacity);
+    using DriverProtocol::RequestKind;
 
-    if (controlCode == DriverProtocol::IOCTL_DEVICE_TRANSACTION)
-        return handleTransaction (input, inputSize, output, outputCapacity);
+    auto request = checkRequest (controlCode, input, inputSize, outputCapacity);
 
-    return { .error = invalidFunction };
-}
+    if (request.error != noError)
+        return { .error = request.error };
 
-DeviceModel::Reply
-    DeviceModel::handleCommand (const void* input, std::size_t inputSize, void* output, std::size_t outputCapacity)
-{
-    DriverProtocol::CommandEnvelope envelope;
+    auto& words = request.envelope.words;
 
-    if (inputSize < sizeof (envelope))
-        return { .error = invalidParameter };
-
-    if (outputCapacity < sizeof (envelope))
-        return { .error = insufficientBuffer };
-
-    std::memcpy (&envelope, input, sizeof (envelope));
-
-    Reply reply;
-    reply.error = runCommand (envelope, reply.mapsStatistics);
-
-    if (reply.error == noError)
+    switch (request.kind)
     {
-        std::memcpy (output, &envelope, sizeof (envelope));
-        reply.outputSize = sizeof (envelope);
-    }
+        case RequestKind::streamStatus:
+            words[DriverProtocol::sampleRateWord] = config.sampleRate;
+            words[DriverProtocol::bufferSizeWord] = config.bufferSize;
+            break;
 
-    return reply;
-}
-
-std::uint32_t DeviceModel::runCommand (DriverProtocol::CommandEnvelope& envelope, bool& mapsStatistics)
-{
-    const auto index = envelope.words[0];
-    std::memset (envelope.words, 0, sizeof (envelope.words));
-
-    switch (envelope.code)
-    {
-        case DriverProtocol::ReadStreamStatus:
-            envelope.words[DriverProtocol::sampleRateWord] = config.sampleRate;
-            envelope.words[DriverProtocol::bufferSizeWord] = config.bufferSize;
-            return noError;
-
-        case DriverProtocol::MapStatistics:
-            mapsStatistics = true;
-            return noError;
-
-        case DriverProtocol::ResetStatistics:
+        case RequestKind::resetStatistics:
             resetStatistics();
-            return noError;
+            break;
 
-        case DriverProtocol::ReadEventEntry:
+        case RequestKind::eventEntry:
         {
-            EventLog::Entry event;
-            DriverProtocol::EventLogEntry entry {};
-            entry.type = DriverProtocol::noSuchEntry;
-
-            if (events.read (index, currentTime, event))
-            {
-                entry.timestamp = event.time;
-                entry.frequency = config.frequency;
-                entry.type = static_cast<std::uint32_t> (event.type);
-                entry.param = event.param;
-                entry.auxValue = event.auxValue;
-            }
-
-            std::memcpy (envelope.words, &entry, sizeof (entry));
-            return noError;
+            const auto entry = readEventEntry (request.eventIndex);
+            std::memcpy (words, &entry, sizeof (entry));
+            break;
         }
 
-        default:
-            return invalidFunction;
+        case RequestKind::clearCounters:
+            overflows = 0;
+            underruns = 0;
+            syncCount = 0;
+            fillTransaction (request);
+            break;
+
+        case RequestKind::readCounters:
+        case RequestKind::probe:
+            fillTransaction (request);
+            break;
+
+        case RequestKind::mapStatistics:
+        case RequestKind::other:
+            break;
     }
+
+    return { .outputSize = writeReply (request, output, outputCapacity, probeReplySize),
+             .mapsStatistics = request.kind == RequestKind::mapStatistics };
 }
 
-DeviceModel::Reply
-    DeviceModel::handleTransaction (const void* input, std::size_t inputSize, void* output, std::size_t outputCapacity)
+DriverProtocol::EventLogEntry DeviceModel::readEventEntry (std::uint32_t index)
 {
-    using Block = DriverProtocol::TransactionBlock;
-    Block block {};
+    EventLog::Entry event;
+    DriverProtocol::EventLogEntry entry {};
+    entry.type = DriverProtocol::noSuchEntry;
 
-    if (inputSize < Block::headerSize)
-        return { .error = invalidParameter };
+    if (events.read (index, currentTime, event))
+    {
+        entry.timestamp = event.time;
+        entry.frequency = config.frequency;
+        entry.type = static_cast<std::uint32_t> (event.type);
+        entry.param = event.param;
+        entry.auxValue = event.auxValue;
+    }
 
-    std::memcpy (&block, input, inputSize < sizeof (block) ? inputSize : sizeof (block));
+    return entry;
+}
 
-    const auto isProbe = block.code == DriverProtocol::ProbeDevice;
+void DeviceModel::fillTransaction (CheckedRequest& request)
+{
+    auto& block = request.block;
 
-    if (! isProbe && block.code != DriverProtocol::AccessFirmwareCounters)
-        return { .error = invalidFunction };
+    if (request.kind != DriverProtocol::RequestKind::probe)
+    {
+        block.words[DriverProtocol::overflowsWord] = overflows;
+        block.words[DriverProtocol::underrunsWord] = underruns;
+        block.words[DriverProtocol::fifoLevelWord] = static_cast<std::uint32_t> (fifoLevel);
+        block.words[DriverProtocol::unshownWord] = transactionCount;
+        block.words[DriverProtocol::syncCountWord] = syncCount;
+    }
 
-    const auto length = isProbe ? DriverProtocol::headerLength : DriverProtocol::fullLength;
-
-    if (block.length != length || inputSize < (length + 1) * sizeof (std::uint32_t) || block.requestClass != 0)
-        return { .error = invalidParameter };
-
-    if (outputCapacity < (isProbe ? Block::headerSize : sizeof (block)))
-        return { .error = insufficientBuffer };
-
-    if (isProbe)
-        std::memset (block.words, 0, sizeof (block.words));
-    else if (const auto error = accessCounters (block); error != noError)
-        return { .error = error };
-
-    block.status = 0;
-    block.deviceStatus = 0;
     block.driverWords[0] = config.typeId;
     block.driverWords[1] = ++transactionCount;
-
-    const auto size = ! isProbe ? sizeof (block) : outputCapacity < probeReplySize ? outputCapacity : probeReplySize;
-    std::memset (output, 0, size);
-    std::memcpy (output, &block, size < sizeof (block) ? size : sizeof (block));
-
-    return { .outputSize = size };
-}
-
-std::uint32_t DeviceModel::accessCounters (DriverProtocol::TransactionBlock& block)
-{
-    const auto access = block.words[0];
-
-    if (access != DriverProtocol::ReadFirmwareCounters && access != DriverProtocol::ClearFirmwareCounters)
-        return invalidParameter;
-
-    if (access == DriverProtocol::ClearFirmwareCounters)
-    {
-        overflows = 0;
-        underruns = 0;
-        syncCount = 0;
-    }
-
-    std::memset (block.words, 0, sizeof (block.words));
-    block.words[DriverProtocol::overflowsWord] = overflows;
-    block.words[DriverProtocol::underrunsWord] = underruns;
-    block.words[DriverProtocol::fifoLevelWord] = static_cast<std::uint32_t> (fifoLevel);
-    block.words[DriverProtocol::unshownWord] = transactionCount;
-    block.words[DriverProtocol::syncCountWord] = syncCount;
-    return noError;
 }
 
 } // namespace Simulation

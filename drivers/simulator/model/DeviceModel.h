@@ -1,6 +1,7 @@
 #pragma once
 
 #include "device/DriverProtocol.h"
+#include "drivers/machine/CheckedRequest.h"
 #include "drivers/machine/ErrorCode.h"
 #include "drivers/simulator/model/EventLog.h"
 #include "drivers/simulator/model/Random.h"
@@ -158,10 +159,8 @@ private:
     void log (const Buffer& buffer);
     void logListen (const Buffer& buffer, std::int64_t time);
     void logTalk (const Buffer& buffer, std::int64_t time);
-    std::uint32_t runCommand (DriverProtocol::CommandEnvelope& envelope, bool& mapsStatistics);
-    std::uint32_t accessCounters (DriverProtocol::TransactionBlock& block);
-    Reply handleCommand (const void* input, std::size_t inputSize, void* output, std::size_t outputCapacity);
-    Reply handleTransaction (const void* input, std::size_t inputSize, void* output, std::size_t outputCapacity);
+    DriverProtocol::EventLogEntry readEventEntry (std::uint32_t index);
+    void fillTransaction (Machine::CheckedRequest& request);
 
     DeviceConfig config;
     StatisticsBlock statistics {};
