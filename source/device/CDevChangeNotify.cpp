@@ -120,34 +120,29 @@ void CDevChangeNotify::catchUp()
 */
 void CDevChangeNotify::deviceArrived (const juce::String& path)
 {
-    if (const auto found = devices.findByPath (path); found != nullptr && found->isYetToBeOpened())
-        return;
+    const auto listed = devices.findByPath (path);
 
-    const auto lost = removeUnlessItAnswers (path);
+    if (listed != nullptr)
+    {
+        if (listed->isYetToBeOpened() || listed->probe() == 0)
+            return;
 
-    if (devices.findByPath (path) != nullptr)
-        return;
+        devices.removeByPath (path);
+    }
 
     if (const auto device = devices.scan (&path); device != nullptr)
         post (DeviceArrivedMessage, device.get());
-    else if (lost != nullptr)
-        post (DeviceRemovedMessage, lost.get());
+    else if (listed != nullptr)
+        post (DeviceRemovedMessage, listed.get());
 }
 
 void CDevChangeNotify::deviceMayHaveGone (const juce::String& path)
 {
-    if (const auto device = removeUnlessItAnswers (path); device != nullptr)
-        post (DeviceRemovedMessage, device.get());
-}
-
-/** The device when there was one and it is gone from the list now, else null. */
-HwDevice::Ptr CDevChangeNotify::removeUnlessItAnswers (const juce::String& path)
-{
     const auto device = devices.findByPath (path);
 
     if (device == nullptr || device->probe() == 0)
-        return nullptr;
+        return;
 
     devices.removeByPath (path);
-    return device;
+    post (DeviceRemovedMessage, device.get());
 }

@@ -38,7 +38,6 @@ private:
     void catchUp();
     void deviceArrived (const juce::String& path);
     void deviceMayHaveGone (const juce::String& path);
-    HwDevice::Ptr removeUnlessItAnswers (const juce::String& path);
     bool hasListener() const;
     void post (DeviceChange change, const void* device);
 
