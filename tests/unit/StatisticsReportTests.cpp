@@ -45,13 +45,13 @@ Machine::Bytes makeCapabilities (std::uint32_t flags)
 constexpr std::uint32_t dsp = 1 << 4, fpga = 1 << 5;
 
 /** A driver with figures that differ from row to row. */
-struct FilledDriver : public TestDriver
+struct FilledDriver
 {
     FilledDriver (const TestMachine& machine, const std::string& name, std::uint32_t flags)
-        : TestDriver (machine, { .name = name, .capabilities = makeCapabilities (flags), .uniqueName = name + '\0' })
+        : driver (machine, { .name = name, .capabilities = makeCapabilities (flags), .uniqueName = name + '\0' })
     {
-        streamStatusWords = { 0, 0, 48000, 0, 512, 0, 0, 0, 0 };
-        counterWords = { 5, 4294967295, 0, 0, 512, 0, 8 };
+        driver.streamStatusWords = { 0, 0, 48000, 0, 512, 0, 0, 0, 0 };
+        driver.counterWords = { 5, 4294967295, 0, 0, 512, 0, 8 };
 
         StatisticsBlock block {};
         block.playbackBufferCount = 12;
@@ -67,8 +67,10 @@ struct FilledDriver : public TestDriver
         block.offsetMaximum = 30000;
         block.offsetMinimum = -10000;
         block.offsetAverage = 20000;
-        setStatistics (block);
+        driver.setStatistics (block);
     }
+
+    TestDriver driver;
 };
 
 struct StatisticsReportTests : public testing::Test

@@ -30,7 +30,7 @@ private:
 /** The driver of one device interface, served on a thread of its own: it answers with the figures put into it,
     records what it was asked, and misbehaves where it is told to.
 */
-class TestDriver : private Machine::RequestHandler
+class TestDriver final : private Machine::RequestHandler
 {
 public:
     using Kind = DriverProtocol::RequestKind;
