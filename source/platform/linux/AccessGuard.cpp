@@ -25,8 +25,7 @@ static bool installHandlers()
 {
     struct sigaction action = {};
     action.sa_sigaction = handleFault;
-    // The handler leaves by a jump: with the signal not blocked meanwhile, a reading need not save the mask.
-    action.sa_flags = SA_SIGINFO | SA_NODEFER;
+    action.sa_flags = SA_SIGINFO;
     sigemptyset (&action.sa_mask);
 
     return sigaction (SIGSEGV, &action, &previousSegv) == 0 && sigaction (SIGBUS, &action, &previousBus) == 0;
@@ -37,13 +36,27 @@ void fault()
     siglongjmp (*landing, 1);
 }
 
+/** The handler is left by a jump, with its signal still blocked. Only a fault pays for that, not every reading. */
+static void unblockFaults()
+{
+    sigset_t faults;
+    sigemptyset (&faults);
+    sigaddset (&faults, SIGSEGV);
+    sigaddset (&faults, SIGBUS);
+    pthread_sigmask (SIG_UNBLOCK, &faults, nullptr);
+}
+
 bool run (void (*reading) (void*), void* context)
 {
     static const bool installed = installHandlers();
     sigjmp_buf here;
 
-    if (! installed || sigsetjmp (here, 0) != 0)
+    if (! installed)
+        return false;
+
+    if (sigsetjmp (here, 0) != 0)
     {
+        unblockFaults();
         landing = nullptr;
         return false;
     }
