@@ -230,9 +230,6 @@ void Content::timerCallback()
 
     if (! devices.empty())
         showStreamStatus (*devices.front());
-
-    // Keys and clicks that X11's library has read ahead wait in its queue until the display is talked to again.
-    repaint (0, 0, 1, 1);
 }
 
 void Content::showStreamStatus (HwDevice& newest)
