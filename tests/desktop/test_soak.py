@@ -1,7 +1,12 @@
-"""Long and hard use. QUENDEL_STORM_ROUNDS says how often the program is started in the storm, 5 times if not set."""
+"""Long and hard use. QUENDEL_STORM_ROUNDS says how often the program is started in the storm, 5 times if not set;
+QUENDEL_ENDURANCE_MINUTES how long it is used, not at all if not set, by the sequence of QUENDEL_ENDURANCE_SEED."""
 
+import collections
 import os
+import pathlib
+import random
 import threading
+import time
 
 import pytest
 
@@ -37,3 +42,127 @@ def test_starts_and_stops_in_a_storm_of_changes(world):
     finally:
         calm.set()
         thread.join()
+
+
+def take_sample(program):
+    """What a process holds, and what it may hold more of after a long time."""
+    process = pathlib.Path(f'/proc/{program.pid}')
+    memory = next(int(line.split()[1]) for line in (process / 'status').open() if line.startswith('VmRSS'))
+    return {('descriptors', 0): len(list((process / 'fd').iterdir())),
+            ('threads', 0): len(list((process / 'task').iterdir())),
+            ('mappings', 0): len((process / 'maps').read_text().splitlines()),
+            ('memory KiB', 8192): memory}
+
+
+class User:
+    """Somebody who does this and that, while devices come, go, glitch and fail."""
+
+    NAMES = 'ABCDEFG'
+
+    def __init__(self, world, seed):
+        self.world, self.random, self.done = world, random.Random(seed), collections.Counter()
+        self.present = set()
+        self.restore()
+
+    def plug(self, name):
+        # A full log takes seconds to read, and nothing else happens meanwhile.
+        self.world.plug(name)
+        self.world.order(f'fill {name} 200')
+        self.present.add(name)
+        self.done['arrivals and removals'] += 1
+
+    def restore(self):
+        for name in set(self.NAMES) - self.present:
+            self.plug(name)
+
+    def change(self):
+        name, what = self.random.choice(self.NAMES), self.random.randrange(6)
+
+        if name not in self.present:
+            self.plug(name)
+        elif what < 2:
+            self.world.order(f'{("unplug", "kill")[what]} {name}')
+            self.present.remove(name)
+            self.done['arrivals and removals'] += 1
+        elif what == 2:
+            self.world.order(f'rate {name} {self.random.choice((44100, 48000, 88200, 96000))}')
+        elif what == 3:
+            kinds = 'stream-status', 'read-counters', 'probe', 'event-entry'
+            self.world.order(f'fail {name} {self.random.choice(kinds)} 3')
+        else:
+            self.world.order(f'glitch {name}')
+
+    def save(self):
+        self.world.click_button('Save')
+        self.world.wait_for_box()
+        self.world.close('Quendel', 'Return')
+        self.done['statistics reports'] += 1
+
+    def look_at_events(self, saves):
+        events = self.world.open_events()
+        self.change()
+
+        if saves:
+            before = len(list(self.world.documents.iterdir()))
+            self.world.desk.click(events, 400, 577)
+            self.world.desk.wait_for_window(self.world.SAVE_DIALOG)
+            self.world.press('Return')
+            self.world.desk.wait_until_gone(self.world.SAVE_DIALOG)
+            self.world.wait_until('a report', lambda: len(list(self.world.documents.iterdir())) > before)
+            self.world.desk.wait_for_window('Event log')
+            self.done['event reports'] += 1
+
+        self.world.close('Event log', 'Escape')
+        self.done['event windows'] += 1
+
+    def act(self):
+        what = self.random.randrange(8)
+
+        if what == 0:
+            self.look_at_events(self.random.randrange(3) == 0)
+        elif what == 1:
+            self.save()
+        else:
+            self.change()
+
+        self.world.order(f'tick {self.random.randrange(1000)}')
+        self.world.wait_for_looks('Watched', 1)
+
+
+@pytest.mark.skipif('QUENDEL_ENDURANCE_MINUTES' not in os.environ, reason='scripts/endurance runs it')
+@pytest.mark.only_in('openbox', why='one long time is enough')
+def test_endures(world):
+    world.plug('Watched')
+    world.order('fill Watched 200')
+    user = User(world, os.environ.get('QUENDEL_ENDURANCE_SEED', 1))
+    world.start()
+
+    # Everything once, so that what is made on first use is there.
+    user.save()
+    user.look_at_events(True)
+    user.done.clear()
+    samples, end = [], time.monotonic() + 60 * float(os.environ['QUENDEL_ENDURANCE_MINUTES'])
+
+    while time.monotonic() < end or len(samples) < 4:
+        for _ in range(20):
+            user.act()
+
+        # Each sample is of the same state: all interfaces there, no window open.
+        user.restore()
+        world.wait_for_columns(1 + len(user.NAMES))
+        world.wait_for_looks('Watched', 6)
+        samples.append(take_sample(world.program))
+
+    quarter = len(samples) // 4
+    grew = []
+    print('\n' + ', '.join(f'{number} {what}' for what, number in user.done.items()))
+
+    for what in samples[0]:
+        numbers = [sample[what] for sample in samples]
+        print(f'{what[0]:<12} {numbers[0]:>9} {max(numbers):>9} {numbers[-1]:>9}')
+
+        if min(numbers[-quarter:]) > max(numbers[:quarter]) + what[1]:
+            grew.append(what[0])
+
+    assert not grew
+    world.quit()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fuzzer/FuzzedDataProvider.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -9,7 +11,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 /** What libFuzzer calls with each input. */
@@ -25,46 +26,7 @@ inline void require (bool holds, const char* what)
     std::abort();
 }
 
-/** Takes an input apart, from its front to its end; behind the end it is all zeros. */
-class FuzzInput
-{
-public:
-    FuzzInput (const std::uint8_t* data, std::size_t numBytes) : next (data), end (data + numBytes) {}
-
-    bool isEmpty() const { return next == end; }
-
-    template <typename Value>
-    Value take()
-    {
-        static_assert (std::is_trivially_copyable_v<Value>);
-
-        Value value {};
-        const auto bytes = takeBytes (sizeof (value));
-        std::copy (bytes.begin(), bytes.end(), reinterpret_cast<std::uint8_t*> (&value));
-        return value;
-    }
-
-    /** At most this many bytes. */
-    std::vector<std::uint8_t> takeBytes (std::size_t number)
-    {
-        const auto* start = next;
-        next += std::min (number, static_cast<std::size_t> (end - next));
-        return { start, next };
-    }
-
-    /** A string of the length that its first byte says. */
-    std::string takeString()
-    {
-        const auto bytes = takeBytes (take<std::uint8_t>());
-        return { bytes.begin(), bytes.end() };
-    }
-
-    std::vector<std::uint8_t> takeRest() { return takeBytes (static_cast<std::size_t> (end - next)); }
-
-private:
-    const std::uint8_t* next;
-    const std::uint8_t* end;
-};
+inline constexpr std::size_t maximumTextLength = 255;
 
 /** A folder of its own for the whole run, below TMPDIR; the code under test takes "machine" in it for the machine
     folder.

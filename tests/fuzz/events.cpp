@@ -51,25 +51,25 @@ void requireWholeLine (const juce::String& line, const EventRecord& event, const
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
-    FuzzInput input (data, size);
+    FuzzedDataProvider input (data, size);
     juce::StringArray names;
     juce::Array<EventRecord> events;
 
-    for (int i = input.take<std::uint8_t>() % 4; --i >= 0;)
+    for (int i = input.ConsumeIntegral<std::uint8_t>() % 4; --i >= 0;)
     {
-        const auto name = input.takeString();
+        const auto name = input.ConsumeRandomLengthString (maximumTextLength);
         names.add (juce::String::createStringFromData (name.data(), static_cast<int> (name.size())));
     }
 
-    while (! input.isEmpty())
+    while (input.remaining_bytes() > 0)
     {
         EventRecord event;
-        event.timestamp = input.take<std::int64_t>();
-        event.frequency = input.take<std::int64_t>();
-        event.type = input.take<std::int8_t>();
-        event.param = input.take<std::uint32_t>();
-        event.deviceOrdinal = input.take<std::uint8_t>();
-        event.auxValue = input.take<std::int8_t>();
+        event.timestamp = input.ConsumeIntegral<std::int64_t>();
+        event.frequency = input.ConsumeIntegral<std::int64_t>();
+        event.type = input.ConsumeIntegral<std::int8_t>();
+        event.param = input.ConsumeIntegral<std::uint32_t>();
+        event.deviceOrdinal = input.ConsumeIntegral<std::uint8_t>();
+        event.auxValue = input.ConsumeIntegral<std::int8_t>();
         events.add (event);
     }
 

@@ -14,22 +14,22 @@ namespace
 constexpr const char* usualNames[] { "machine",     "interfaces", "controllers", "registry", "hwinfo_caps",
                                      "unique_name", "driver",     "a",           "b" };
 
-std::string takeName (FuzzInput& input)
+std::string takeName (FuzzedDataProvider& input)
 {
-    const auto choice = input.take<std::uint8_t>();
+    const auto choice = input.ConsumeIntegral<std::uint8_t>();
 
     if (choice < std::size (usualNames))
         return usualNames[choice];
 
     // What makes a path of a name is the one thing that no folder can hold; nothing leads out of ours.
-    auto name = input.takeString();
+    auto name = input.ConsumeRandomLengthString (maximumTextLength);
     std::replace (name.begin(), name.end(), '/', '.');
     std::replace (name.begin(), name.end(), '\0', ' ');
     return name.empty() || name == "." || name == ".." ? "empty" : name;
 }
 
 /** Makes what the input describes; what cannot be made is left out. */
-void fill (const fs::path& root, FuzzInput& input)
+void fill (const fs::path& root, FuzzedDataProvider& input)
 {
     constexpr std::size_t maximumEntries = 60;
     std::vector<fs::path> folders { root,
@@ -38,14 +38,14 @@ void fill (const fs::path& root, FuzzInput& input)
                                     root / "machine" / "controllers" };
     std::error_code ignored;
 
-    for (std::size_t i = 0, leftOut = input.take<std::uint8_t>() % 8; i < folders.size(); ++i)
+    for (std::size_t i = 0, leftOut = input.ConsumeIntegral<std::uint8_t>() % 8; i < folders.size(); ++i)
         if (i != leftOut)
             fs::create_directory (folders[i], ignored);
 
-    for (std::size_t i = 0; i < maximumEntries && ! input.isEmpty(); ++i)
+    for (std::size_t i = 0; i < maximumEntries && input.remaining_bytes() > 0; ++i)
     {
-        const auto parent = folders[input.take<std::uint8_t>() % folders.size()];
-        const auto kind = input.take<std::uint8_t>();
+        const auto parent = folders[input.ConsumeIntegral<std::uint8_t>() % folders.size()];
+        const auto kind = input.ConsumeIntegral<std::uint8_t>();
         const auto path = parent / takeName (input);
 
         if (fs::symlink_status (path, ignored).type() != fs::file_type::not_found)
@@ -59,10 +59,10 @@ void fill (const fs::path& root, FuzzInput& input)
                 folders.push_back (path);
                 break;
             case 2:
-                writeFile (path, input.takeBytes (input.take<std::uint16_t>()));
+                writeFile (path, input.ConsumeBytes<std::uint8_t> (input.ConsumeIntegral<std::uint16_t>()));
                 break;
             case 3:
-                fs::create_symlink (folders[input.take<std::uint8_t>() % folders.size()], path, ignored);
+                fs::create_symlink (folders[input.ConsumeIntegral<std::uint8_t>() % folders.size()], path, ignored);
                 break;
             default:
                 ::mkfifo (path.c_str(), 0600);
@@ -76,7 +76,7 @@ void fill (const fs::path& root, FuzzInput& input)
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     static FuzzFolder folder;
-    FuzzInput input (data, size);
+    FuzzedDataProvider input (data, size);
     fs::remove_all (folder.getMachine());
     fill (folder.getRoot(), input);
 

@@ -11,27 +11,27 @@ using namespace Simulation;
 namespace
 {
 
-DeviceConfig takeConfig (FuzzInput& input)
+DeviceConfig takeConfig (FuzzedDataProvider& input)
 {
     DeviceConfig config;
-    config.sampleRate = input.take<std::uint32_t>();
-    config.bufferSize = input.take<std::uint16_t>();
-    config.seed = input.take<std::uint32_t>();
-    config.frequency = input.take<std::int64_t>();
+    config.sampleRate = input.ConsumeIntegral<std::uint32_t>();
+    config.bufferSize = input.ConsumeIntegral<std::uint16_t>();
+    config.seed = input.ConsumeIntegral<std::uint32_t>();
+    config.frequency = input.ConsumeIntegral<std::int64_t>();
     config.hasDsp = (config.seed & 1) != 0;
     return config;
 }
 
 /** One request, whose input and output may be the same memory. */
-void request (DeviceModel& model, FuzzInput& input)
+void request (DeviceModel& model, FuzzedDataProvider& input)
 {
     constexpr std::uint8_t untouched = 0xA5;
     std::array<std::uint8_t, 512> area;
     area.fill (untouched);
 
-    const auto code = input.take<std::uint8_t>();
-    const std::size_t capacity = input.take<std::uint8_t>();
-    const auto bytes = input.takeBytes (input.take<std::uint8_t>());
+    const auto code = input.ConsumeIntegral<std::uint8_t>();
+    const std::size_t capacity = input.ConsumeIntegral<std::uint8_t>();
+    const auto bytes = input.ConsumeBytes<std::uint8_t> (input.ConsumeIntegral<std::uint8_t>());
     const bool inPlace = (code & 4) != 0;
 
     if (inPlace)
@@ -72,36 +72,36 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     static DeviceModel model;
 
-    FuzzInput input (data, size);
-    auto now = input.take<std::int64_t>();
+    FuzzedDataProvider input (data, size);
+    auto now = input.ConsumeIntegral<std::int64_t>();
     model.reset (takeConfig (input), now);
 
     // A minute of the shortest buffers is half a million of them, so an input has just a few seconds.
     auto remaining = model.getConfig().frequency * 4;
 
-    while (! input.isEmpty())
+    while (input.remaining_bytes() > 0)
     {
-        switch (input.take<std::uint8_t>() % 8)
+        switch (input.ConsumeIntegral<std::uint8_t>() % 8)
         {
             case 0:
             {
-                const auto step = std::min<std::int64_t> (input.take<std::uint32_t>(), remaining);
+                const auto step = std::min<std::int64_t> (input.ConsumeIntegral<std::uint32_t>(), remaining);
                 remaining -= step;
                 now = static_cast<std::int64_t> (static_cast<std::uint64_t> (now) + static_cast<std::uint64_t> (step));
                 model.advance (now);
                 break;
             }
             case 1:
-                model.setSampleRate (input.take<std::uint32_t>() % 250'000);
+                model.setSampleRate (input.ConsumeIntegral<std::uint32_t>() % 250'000);
                 break;
             case 2:
-                model.setBufferSize (input.take<std::uint16_t>());
+                model.setBufferSize (input.ConsumeIntegral<std::uint16_t>());
                 break;
             case 3:
                 model.glitch();
                 break;
             case 4:
-                model.fillEventLog (input.take<std::uint16_t>() % 512);
+                model.fillEventLog (input.ConsumeIntegral<std::uint16_t>() % 512);
                 break;
             default:
                 request (model, input);

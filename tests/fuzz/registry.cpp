@@ -41,9 +41,9 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     const auto registry = folder.getMachine() / "interfaces" / "device" / "registry";
     std::filesystem::create_directories (registry);
 
-    FuzzInput input (data, size);
-    const auto name = input.takeString();
-    const auto record = input.takeRest();
+    FuzzedDataProvider input (data, size);
+    const auto name = input.ConsumeRandomLengthString (maximumTextLength);
+    const auto record = input.ConsumeRemainingBytes<std::uint8_t>();
     writeFile (registry / "unique_name", name);
     writeFile (registry / "hwinfo_caps", record);
 

@@ -24,13 +24,13 @@ namespace
 /** One scripted answer. */
 struct Answer
 {
-    explicit Answer (FuzzInput& input) : flags (input.take<std::uint8_t>())
+    explicit Answer (FuzzedDataProvider& input) : flags (input.ConsumeIntegral<std::uint8_t>())
     {
         // Most answers have to be successes for the rest of them to matter.
         if ((flags & isSuccess) != 0)
             packet.resize (sizeof (std::uint32_t));
 
-        const auto bytes = input.takeBytes (input.take<std::uint16_t>() % 1024);
+        const auto bytes = input.ConsumeBytes<std::uint8_t> (input.ConsumeIntegral<std::uint16_t>() % 1024);
         packet.insert (packet.end(), bytes.begin(), bytes.end());
     }
 
@@ -263,18 +263,18 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     static auto& driver = *new ScriptedDriver;
 
-    FuzzInput input (data, size);
+    FuzzedDataProvider input (data, size);
     std::vector<std::uint8_t> record (sizeof (HwInfoCaps));
-    const auto counts = input.takeBytes (8);
+    const auto counts = input.ConsumeBytes<std::uint8_t> (8);
     std::copy (counts.begin(),
                counts.end(),
                record.begin() + offsetof (DriverProtocol::CapabilityRecord, firstProbeCount));
     writeFile (driver.registry / "hwinfo_caps", record);
 
-    const auto operations = input.takeString();
+    const auto operations = input.ConsumeRandomLengthString (maximumTextLength);
     std::deque<Answer> answers;
 
-    while (! input.isEmpty())
+    while (input.remaining_bytes() > 0)
         answers.emplace_back (input);
 
     driver.setAnswers (std::move (answers));

@@ -11,15 +11,16 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     using namespace StatisticsLayout;
 
     constexpr std::size_t playbackCountRow = 1, hostMaximumRow = 15;
-    FuzzInput input (data, size);
-    const auto counters = input.take<std::array<std::uint32_t, 4>>();
-    const std::size_t options = input.take<std::uint8_t>();
-    const auto content = input.takeRest();
+    FuzzedDataProvider input (data, size);
+    std::array<std::uint32_t, 4> counters {};
+    input.ConsumeData (counters.data(), sizeof (counters));
+    const std::size_t options = input.ConsumeIntegral<std::uint8_t>();
+    const auto content = input.ConsumeRemainingBytes<std::uint8_t>();
 
     FileDescriptor memory (::memfd_create ("section", MFD_CLOEXEC));
     require (::write (memory.get(), content.data(), content.size()) >= 0, "there is memory for a section");
     const FileDescriptor driversOwn (::dup (memory.get()));
-    const auto section = Section::map (std::move (memory));
+    const auto section = Section::make (std::move (memory));
     require (section != nullptr, "a memory file of any size is mapped");
 
     // A driver may hand out any address at all in its section, even an odd one.

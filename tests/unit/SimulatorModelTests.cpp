@@ -92,81 +92,6 @@ protected:
     std::unique_ptr<DeviceModel> model = std::make_unique<DeviceModel>();
 };
 
-TEST_F (SimulatorModel, AveragesFollowTheBufferTime)
-{
-    const auto check = [this] (std::uint32_t rate, std::uint32_t samples, std::int64_t now)
-    {
-        const auto expected = samples * second / rate;
-        model->advance (now);
-        const auto block = model->getStatistics();
-
-        EXPECT_NEAR (static_cast<double> (+block.recordAverage), static_cast<double> (expected), 4.0);
-        EXPECT_NEAR (static_cast<double> (+block.playbackAverage), static_cast<double> (expected), 4.0);
-        EXPECT_GT (+block.wakeupAverage, second / 100'000);
-        EXPECT_LT (+block.wakeupMaximum, expected);
-        EXPECT_GT (+block.hostAverage, expected / 10);
-        EXPECT_LT (+block.hostMaximum, expected);
-        EXPECT_LE (+block.offsetMinimum, +block.offsetAverage);
-        EXPECT_LE (+block.offsetAverage, +block.offsetMaximum);
-        EXPECT_GE (+block.offsetMinimum, 0);
-        EXPECT_LT (+block.offsetMaximum, expected);
-        return block.recordBufferCount;
-    };
-
-    // It has been running for three seconds when it is first looked at.
-    EXPECT_EQ (check (48000, 256, start), 562);
-    EXPECT_EQ (check (48000, 256, start + 2 * second), 937);
-
-    EXPECT_TRUE (model->setSampleRate (96000));
-    EXPECT_EQ (check (96000, 256, start + 4 * second), 750);
-    EXPECT_TRUE (model->setBufferSize (64));
-    EXPECT_EQ (check (96000, 64, start + 6 * second), 3000);
-}
-
-TEST_F (SimulatorModel, IsRepeatable)
-{
-    const auto observe = [this] (std::uint32_t seed)
-    {
-        config.seed = seed;
-        model->reset (config, start);
-
-        for (const auto time : { second / 3, 50 * second, 95 * second })
-            model->advance (start + time);
-
-        const auto log = readLog();
-        return std::string (reinterpret_cast<const char*> (&model->getStatistics()), sizeof (StatisticsBlock))
-               + std::string (reinterpret_cast<const char*> (log.data()), log.size() * sizeof (EventLogEntry));
-    };
-
-    const auto first = observe (1);
-    EXPECT_TRUE (first == observe (1));
-    EXPECT_FALSE (first == observe (2));
-}
-
-TEST_F (SimulatorModel, ResetEmptiesTheStatisticsAndClearTheCounters)
-{
-    model->glitch();
-    model->advance (start + second);
-    EXPECT_GT (+accessCounters().words[syncCountWord], 0U);
-
-    command (ResetStatistics);
-    const auto empty = model->getStatistics();
-    EXPECT_EQ (+empty.recordBufferCount, 0);
-    EXPECT_EQ (+empty.hostMaximum, 0);
-    EXPECT_EQ (+empty.offsetMaximum, StatisticsBlock::noMaximum);
-    EXPECT_EQ (+empty.offsetMinimum, StatisticsBlock::noMinimum);
-
-    // The firmware's counters are another matter.
-    EXPECT_EQ (countGlitches(), 1U);
-    accessCounters (ClearFirmwareCounters);
-    EXPECT_EQ (countGlitches(), 0U);
-    EXPECT_EQ (+accessCounters().words[syncCountWord], 0U);
-
-    model->advance (start + 2 * second);
-    EXPECT_NEAR (+model->getStatistics().recordBufferCount, 187, 1);
-    EXPECT_LT (+model->getStatistics().hostMaximum, period);
-}
-
 TEST_F (SimulatorModel, GlitchShowsEverywhere)
 {
     const auto numReported = countEvents (EventType::debugCounts);
@@ -194,32 +119,6 @@ TEST_F (SimulatorModel, GlitchShowsEverywhere)
         model->advance (start + std::int64_t { minute } * 60 * second);
 
     EXPECT_NEAR (countGlitches(), 16.5, 8.5);
-}
-
-TEST_F (SimulatorModel, LogHasPlausibleOrder)
-{
-    // It starts with the computer's counter, so there is no earlier history to be seen.
-    model->reset (config, 0);
-    model->advance (second);
-
-    const auto log = readLog();
-    ASSERT_GT (log.size(), 1000U);
-    EXPECT_TRUE (isOf (log[0], EventType::listenAttach));
-    EXPECT_TRUE (isOf (log[1], EventType::listenAttachCompletion));
-    EXPECT_LE (+log.back().timestamp, second);
-
-    for (std::size_t i = 1; i < log.size(); ++i)
-    {
-        EXPECT_EQ (+log[i].frequency, second);
-        EXPECT_LE (+log[i].type, 23U);
-        ASSERT_LT (+log[i - 1].timestamp, +log[i].timestamp) << i;
-        EXPECT_EQ (isOf (log[i - 1], EventType::dpcSignaled), isOf (log[i], EventType::dpc));
-    }
-
-    // A restart of the stream detaches first.
-    model->setSampleRate (44100);
-    EXPECT_EQ (countEvents (EventType::talkDetach), 1);
-    EXPECT_EQ (countEvents (EventType::listenAttach), 2);
 }
 
 TEST_F (SimulatorModel, LogKeepsTheNewestEntries)
