@@ -218,7 +218,7 @@ std::string parseOptions (int numArguments, char* const* arguments, Options& opt
             value = arguments[i];
 
         if (const auto error = option->parse (value, options); ! error.empty())
-            return name + ": " + error;
+            return std::string (name).append (": ").append (error);
     }
 
     const auto numNames = static_cast<std::uint32_t> (options.names.size());

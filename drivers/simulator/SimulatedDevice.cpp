@@ -20,7 +20,7 @@ SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
                                   std::string machineFolder,
                                   std::string folderName,
                                   Clock newClock)
-    : clock (newClock),
+    : clock (std::move (newClock)),
       server (
           std::make_unique<InterfaceServer> (attach (config, std::move (machineFolder), std::move (folderName)), *this))
 {

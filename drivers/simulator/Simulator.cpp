@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace Simulation
 {
@@ -25,7 +26,7 @@ std::string makeFolderName (const DeviceConfig& config, std::uint32_t number)
 }
 } // namespace
 
-Simulator::Simulator (Clock newClock) : clock (newClock), host (classSuffix) {}
+Simulator::Simulator (Clock newClock) : clock (std::move (newClock)), host (classSuffix) {}
 
 Simulator::~Simulator()
 {

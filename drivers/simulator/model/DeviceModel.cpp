@@ -22,7 +22,7 @@ constexpr std::uint32_t eventsPerBuffer = 9;
 // Readers make the probe's reply area this large: four bytes for each of the counted channels, and a fixed part.
 constexpr std::uint32_t numRecordChannels = 8;
 constexpr std::uint32_t numPlaybackChannels = 8;
-static_assert ((numRecordChannels + numPlaybackChannels) * 4 + DriverProtocol::probeReplyFixedSize
+static_assert (std::size_t { 4 } * (numRecordChannels + numPlaybackChannels) + DriverProtocol::probeReplyFixedSize
                == DeviceModel::probeReplySize);
 
 std::int64_t clamp (std::int64_t value, std::int64_t low, std::int64_t high)
