@@ -89,7 +89,6 @@ class Desk:
     def __init__(self, managed, size=(1280, 1024)):
         """An empty screen, with a window manager or without."""
         self.programs = []
-        self.nudge_by = 1
         reading, writing = os.pipe()
         self.server = self.start(['Xvfb', '-displayfd', writing, '-screen', 0, f'{size[0]}x{size[1]}x24', '-nolisten',
                                   'tcp', '-noreset'], pass_fds=[writing])
@@ -162,14 +161,12 @@ class Desk:
         """A window of this title that is none of the others, once it has the keyboard."""
 
         def find():
-            self.nudge()
             return [w for w in self.windows(title) if w not in but and self.has_keyboard(w)]
 
         return wait_until(f'a window "{title}" with the keyboard', find)[0]
 
     def wait_until_gone(self, title, but=()):
         def is_gone():
-            self.nudge()
             return not [window for window in self.windows(title) if window not in but]
 
         wait_until(f'no window "{title}" any more', is_gone)
@@ -199,13 +196,6 @@ class Desk:
         return self.display.xfixes_get_cursor_image(self.root).cursor_image
 
     # ------------------------------------------------------------------------------------------------------------
-    def nudge(self):
-        """Moves the pointer by a pixel: around changes of the focus an event can lie in a program's queue until it hears
-        something else from the display."""
-        self.nudge_by = -self.nudge_by
-        xtest.fake_input(self.display, X.MotionNotify, 1, x=self.nudge_by)
-        self.display.sync()
-
     def _put_keys(self, kind, names):
         for name in names:
             keysym = XK.string_to_keysym(MODIFIERS.get(name, name))
@@ -222,7 +212,6 @@ class Desk:
         self._put_keys(X.KeyPress, keys)
         until_heard()
         self._put_keys(X.KeyRelease, reversed(keys))
-        self.nudge()
 
     def type(self, text):
         for letter in text:

@@ -102,8 +102,6 @@ def test_pointer_tells_of_the_reading_and_the_window_is_in_the_middle(world):
     world.wait_for_looks('Alpha')
     usual = world.desk.pointer()
     world.press('Tab', 'Tab', 'Tab', 'space')
-
-    # Without a nudge: what the program has not sent off by itself would be sent then.
     wait_until('another pointer', lambda: world.desk.pointer() != usual)
     events = world.desk.wait_for_window('Event log')
 
@@ -112,8 +110,8 @@ def test_pointer_tells_of_the_reading_and_the_window_is_in_the_middle(world):
         return (abs((x - left) - (1280 - x - width - right)) <= 1
                 and abs((y - above) - (1024 - y - height - below)) <= 1)
 
-    world.wait_until('the window is in the middle', is_in_the_middle)
+    wait_until('the window is in the middle', is_in_the_middle)
     world.close('Event log', 'Escape')
     world.desk.move_pointer(world.view, 301, 300)
-    world.wait_until('the usual pointer', lambda: world.desk.pointer() == usual)
+    wait_until('the usual pointer', lambda: world.desk.pointer() == usual)
     world.quit()

@@ -137,7 +137,6 @@ def test_the_program_shows_and_reports_it(playing):
     pictures = os.environ.get('QUENDEL_PICTURES')
 
     def look(window, *area):
-        desk.nudge()
         return desk.picture(window, area or None).tobytes()
 
     def wait_until_still(window):

@@ -2,6 +2,7 @@
 
 import re
 
+from desk import wait_until
 from worlds import ROOT
 
 GOLD = ROOT / 'tests/gold'
@@ -66,7 +67,7 @@ def test_saves_the_events(world):
 
     def wait_for_report(file):
         lines = 600 if file.name == 'all.txt' else 300
-        world.wait_until('a whole report', lambda: file.exists() and file.read_bytes().count(b'\n') == lines)
+        wait_until('a whole report', lambda: file.exists() and file.read_bytes().count(b'\n') == lines)
         assert world.desk.wait_for_window('Event log') == events
         return file.read_bytes()
 
@@ -74,7 +75,7 @@ def test_saves_the_events(world):
     open_dialog()
     world.press('Return')
     world.desk.wait_until_gone(world.SAVE_DIALOG)
-    world.wait_until('a report', lambda: list(world.documents.iterdir()))
+    wait_until('a report', lambda: list(world.documents.iterdir()))
     [proposed] = world.documents.iterdir()
     assert re.fullmatch(r'Quendel event log [1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m\.txt', proposed.name)
     expect_gold(wait_for_report(proposed), 'desktop-events.txt')

@@ -1,10 +1,11 @@
 """Start, end, keyboard and place of the main window."""
 
 import pytest
+from desk import wait_until
 
 
 def expect_reset(world, resets):
-    world.wait_until('a reset', lambda: world.counts('Alpha')['clear-counters'] >= resets)
+    wait_until('a reset', lambda: world.counts('Alpha')['clear-counters'] >= resets)
 
     # A key that means nothing, for a click that was left over to show itself.
     world.press('a')
@@ -86,7 +87,7 @@ def test_comes_back_where_it_was_left(world):
     world.start()
     assert world.view.bounds == (64, 51, 490, 652)
     world.desk.move(world.view, 300, 200)
-    world.wait_until('the view has moved', lambda: world.view.bounds[0] >= 300)
+    wait_until('the view has moved', lambda: world.view.bounds[0] >= 300)
     place = world.view.bounds[:2]
     world.wait_for_looks('Alpha')
     world.quit()
@@ -115,7 +116,7 @@ def test_everything_fits_on_a_low_display(world):
             world.store(*stored)
 
         world.launch()
-        world.wait_until('the view is in its place', lambda: world.view.bounds[:2] == place)
+        wait_until('the view is in its place', lambda: world.view.bounds[:2] == place)
         x, y, width, height = world.view.bounds
         assert y + height + world.desk.frame(world.view)[3] <= 600
         assert abs(width / height - 490 / 652) < 0.01

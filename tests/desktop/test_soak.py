@@ -9,6 +9,7 @@ import threading
 import time
 
 import pytest
+from desk import wait_until
 
 
 @pytest.mark.only_in('bare', why='what makes the storm hard is the notifications, whatever shows the window')
@@ -36,8 +37,8 @@ def test_starts_and_stops_in_a_storm_of_changes(world):
     try:
         for i in range(int(os.environ.get('QUENDEL_STORM_ROUNDS', 5))):
             world.program, enough = world.run(), changes + i % 7 * 50
-            world.wait_until('some changes', lambda: changes >= enough)
-            world.wait_until('the program ends', has_ended)
+            wait_until('some changes', lambda: changes >= enough)
+            wait_until('the program ends', has_ended)
             world.expect_exit()
     finally:
         calm.set()
@@ -108,7 +109,7 @@ class User:
             self.world.desk.wait_for_window(self.world.SAVE_DIALOG)
             self.world.press('Return')
             self.world.desk.wait_until_gone(self.world.SAVE_DIALOG)
-            self.world.wait_until('a report', lambda: len(list(self.world.documents.iterdir())) > before)
+            wait_until('a report', lambda: len(list(self.world.documents.iterdir())) > before)
             self.world.desk.wait_for_window('Event log')
             self.done['event reports'] += 1
 

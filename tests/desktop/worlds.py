@@ -4,7 +4,6 @@ with the test bus and its remote. Both take the same orders, and in both the dri
 
 import pathlib
 import re
-import shutil
 import subprocess
 import tempfile
 
@@ -57,14 +56,7 @@ class World:
     def wait_for_looks(self, device, number=3):
         """Until the view has asked anew so often: what is on show then is what the driver has."""
         enough = self.looks(device) + number
-        self.wait_until(f'the view asks {device}', lambda: self.looks(device) >= enough)
-
-    def wait_until(self, what, condition):
-        def nudge_and_look():
-            self.desk.nudge()
-            return condition()
-
-        return wait_until(what, nudge_and_look)
+        wait_until(f'the view asks {device}', lambda: self.looks(device) >= enough)
 
     # ------------------------------------------------------------------------------------------------------------
     def launch(self):
@@ -76,11 +68,11 @@ class World:
         """Also waits until the window is where it belongs, and the figures on it are the driver's."""
         self.launch()
         place = self.stored() or (64, 51)
-        self.wait_until(f'the view is at {place}', lambda: self.view.bounds[:2] == place)
+        wait_until(f'the view is at {place}', lambda: self.view.bounds[:2] == place)
         self.wait_for_looks('all', 2)
 
     def wait_for_columns(self, columns):
-        self.wait_until(f'a view of {columns} columns', lambda: self.view.bounds[2:] == (view_width(columns), 652))
+        wait_until(f'a view of {columns} columns', lambda: self.view.bounds[2:] == (view_width(columns), 652))
 
     def expect_exit(self):
         assert self.program.wait_for_exit() == 0
@@ -135,8 +127,8 @@ class World:
         """The picture that an action makes of another one."""
         before = self.picture(*area, window=window)
         action()
-        self.wait_until('another picture',
-                        lambda: self.desk.picture(window or self.view, area or None).tobytes() != before)
+        wait_until('another picture',
+                   lambda: self.desk.picture(window or self.view, area or None).tobytes() != before)
         return self.picture(*area, window=window)
 
 
