@@ -147,4 +147,29 @@ TEST (ColumnTests, onlyRowsThatReadDifferentlyAreToBeRepainted)
     EXPECT_EQ (column.update (&block, microsecondTicks), Column::Rows().set (1).set (16));
 }
 
+TEST (ColumnTests, paintsItsBoxesAndNothingElse)
+{
+    Column column ("");
+    column.setSize (150, 504);
+    juce::Image image (juce::Image::ARGB, 150, 504, true);
+    juce::Graphics g (image);
+    column.paint (g);
+
+    const juce::Colour box (75, 75, 75);
+
+    for (std::size_t row = 0; row < numRows; ++row)
+    {
+        const bool isItem = rows[row].isItem();
+        const int y = static_cast<int> (row) * 18;
+
+        for (const auto& [x, dy, inside] : { std::tuple { 4, 2, true },
+                                             std::tuple { 145, 15, true },
+                                             std::tuple { 3, 2, false },
+                                             std::tuple { 146, 15, false },
+                                             std::tuple { 75, 1, false },
+                                             std::tuple { 75, 16, false } })
+            EXPECT_EQ (image.getPixelAt (x, y + dy), isItem && inside ? box : juce::Colour()) << row << " " << x;
+    }
+}
+
 } // namespace

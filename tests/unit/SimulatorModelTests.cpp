@@ -92,6 +92,30 @@ protected:
     std::unique_ptr<DeviceModel> model = std::make_unique<DeviceModel>();
 };
 
+TEST_F (SimulatorModel, ResetEmptiesTheStatisticsAndClearTheCounters)
+{
+    model->glitch();
+    model->advance (start + second);
+    EXPECT_GT (+accessCounters().words[syncCountWord], 0U);
+
+    command (ResetStatistics);
+    const auto empty = model->getStatistics();
+    EXPECT_EQ (+empty.recordBufferCount, 0);
+    EXPECT_EQ (+empty.hostMaximum, 0);
+    EXPECT_EQ (+empty.offsetMaximum, StatisticsBlock::noMaximum);
+    EXPECT_EQ (+empty.offsetMinimum, StatisticsBlock::noMinimum);
+
+    // The firmware's counters are another matter.
+    EXPECT_EQ (countGlitches(), 1U);
+    accessCounters (ClearFirmwareCounters);
+    EXPECT_EQ (countGlitches(), 0U);
+    EXPECT_EQ (+accessCounters().words[syncCountWord], 0U);
+
+    model->advance (start + 2 * second);
+    EXPECT_NEAR (+model->getStatistics().recordBufferCount, 187, 1);
+    EXPECT_LT (+model->getStatistics().hostMaximum, period);
+}
+
 TEST_F (SimulatorModel, GlitchShowsEverywhere)
 {
     const auto numReported = countEvents (EventType::debugCounts);

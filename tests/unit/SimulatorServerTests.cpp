@@ -22,13 +22,14 @@ using namespace DriverProtocol;
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
-/** A reply as it arrives. */
+/** A reply as it arrives, and the descriptor that came with it. */
 struct Answer
 {
     std::uint32_t error() const { return words[0]; }
 
     ssize_t size = -1;                                  /**< -1: nothing has come; 0: the connection is closed. */
     std::array<std::uint32_t, 50> words { 0xEEEEEEEE }; /**< Not a Windows error until a reply has come. */
+    FileDescriptor section;
 };
 
 /** One connection to a driver socket, byte by byte and without waiting. */
@@ -45,7 +46,14 @@ struct Client
     Answer receive() const
     {
         Answer answer;
-        answer.size = ::recv (socket.get(), answer.words.data(), sizeof (answer.words), 0);
+        iovec bytes { answer.words.data(), sizeof (answer.words) };
+        alignas (cmsghdr) std::array<char, CMSG_SPACE (sizeof (int))> control {};
+        msghdr message { nullptr, 0, &bytes, 1, control.data(), control.size(), 0 };
+        answer.size = ::recvmsg (socket.get(), &message, MSG_CMSG_CLOEXEC);
+
+        if (const auto* header = CMSG_FIRSTHDR (&message); answer.size > 0 && header != nullptr)
+            answer.section = FileDescriptor (*reinterpret_cast<const int*> (CMSG_DATA (header)));
+
         return answer;
     }
 
@@ -126,6 +134,47 @@ protected:
     std::optional<Simulator> simulator { std::in_place, [] { return testTime; } };
 };
 
+TEST_F (SimulatorOrders, ServeADeviceAsProgramsUseIt)
+{
+    EXPECT_EQ (fs::status (machine).permissions(), fs::perms::owner_all);
+    EXPECT_EQ (contentOf (folderOf (1) / "registry/unique_name"), std::string ("B\0", 2));
+
+    const Client client (folderOf (0));
+    const auto mapped = ask (client, MapStatistics);
+    EXPECT_EQ (mapped.size, 4 + 64);
+    StatisticsBlock block {};
+
+    const auto readCount = [&]
+    {
+        EXPECT_EQ (::pread (mapped.section.get(), &block, sizeof (block), 0), 156);
+        return block.recordBufferCount;
+    };
+
+    const auto before = readCount();
+    testTime += 10'000'000;
+    simulator->serve();
+    EXPECT_NEAR (readCount(), before + 187, 1);
+    EXPECT_EQ (ask (client, ResetStatistics).error(), noError);
+    EXPECT_EQ (readCount(), 0);
+    EXPECT_LT (::pwrite (mapped.section.get(), "x", 1, 0), 0);
+
+    // After the cut, the driver's next figures do not bring it back.
+    simulator->findDevice ("A")->getServer().getSection().cut();
+    testTime += 10'000'000;
+    simulator->serve();
+    EXPECT_EQ (::pread (mapped.section.get(), &block, sizeof (block), 0), 0);
+
+    EXPECT_EQ (order ("rate A 96000"), "ok");
+    EXPECT_EQ (order ("buffer all 64"), "ok");
+    const auto status = ask (client, ReadStreamStatus);
+    EXPECT_EQ (status.words[4 + sampleRateWord], 96000U);
+    EXPECT_EQ (status.words[4 + bufferSizeWord], 64U);
+    EXPECT_EQ (order ("fill all 10"), "ok");
+    EXPECT_EQ (order ("status"),
+               "ok interfaces=2; A rate=96000 buffer=64 events=10 connections=1; B rate=48000 buffer=64 events=10 "
+               "connections=0");
+}
+
 TEST_F (SimulatorOrders, SurviveHostileRequests)
 {
     const Client client (folderOf (0)), other (folderOf (1));
@@ -141,18 +190,56 @@ TEST_F (SimulatorOrders, SurviveHostileRequests)
                "clear-counters=0 other=1");
 }
 
-TEST_F (SimulatorOrders, LeaveNobodyWaiting)
+TEST_F (SimulatorOrders, MakeRequestsFailOrWait)
 {
-    for (const auto* ending : { "unplug A", "kill A" })
-    {
-        const Client client (folderOf (0));
-        EXPECT_EQ (order ("stop A"), "ok");
-        EXPECT_EQ (ask (client, ReadStreamStatus).size, -1);
-        EXPECT_EQ (order (ending), "ok");
-        const auto answer = client.receive();
-        EXPECT_TRUE (answer.size == 0 || answer.words[0] == deviceNotConnected);
-        EXPECT_EQ (order ("plug A"), "ok A");
-    }
+    const Client client (folderOf (0));
+    EXPECT_EQ (order ("fail A stream-status 2"), "ok");
+    EXPECT_EQ (ask (client, MapStatistics).error(), noError);
+    EXPECT_EQ (ask (client, ReadStreamStatus).error(), generalFailure);
+    EXPECT_EQ (ask (client, ReadStreamStatus).error(), generalFailure);
+    EXPECT_EQ (ask (client, ReadStreamStatus).error(), noError);
+    EXPECT_EQ (order ("fail A stream-status always"), "ok");
+    EXPECT_EQ (ask (client, ReadStreamStatus).error(), generalFailure);
+    EXPECT_EQ (order ("fail A stream-status never"), "ok");
+
+    EXPECT_EQ (order ("stop A"), "ok");
+    EXPECT_EQ (ask (client, ReadStreamStatus).size, -1);
+    EXPECT_EQ (order ("resume A"), "ok");
+    EXPECT_EQ (client.receive().error(), noError);
+
+    EXPECT_EQ (order ("fail A open always"), "ok");
+    EXPECT_FALSE (Client (folderOf (0)).connected);
+    EXPECT_EQ (order ("fail A open never"), "ok");
+    EXPECT_TRUE (Client (folderOf (0)).connected);
+
+    // A device that goes leaves nobody waiting.
+    EXPECT_EQ (order ("stop A"), "ok");
+    EXPECT_EQ (ask (client, ReadStreamStatus).size, -1);
+    EXPECT_EQ (order ("unplug A"), "ok");
+    EXPECT_EQ (client.receive().error(), deviceNotConnected);
+}
+
+TEST_F (SimulatorOrders, PlugAndUnplug)
+{
+    const auto place = folderOf (0);
+    const Client client (place);
+    const auto mapped = ask (client, MapStatistics);
+    const Client unheard (place);
+    EXPECT_EQ (order ("unplug A"), "ok");
+    EXPECT_FALSE (fs::exists (place));
+    EXPECT_EQ (fs::file_size ("/proc/self/fd/" + std::to_string (mapped.section.get())), 0U);
+    EXPECT_EQ (ask (client, ReadStreamStatus).error(), deviceNotConnected);
+    EXPECT_EQ (ask (unheard, ReadStreamStatus).error(), deviceNotConnected);
+    EXPECT_EQ (order ("plug A"), "ok A");
+    EXPECT_EQ (order ("plug"), "ok Tamrix-1");
+
+    const Client other (place);
+    EXPECT_EQ (ask (other, ReadStreamStatus).error(), noError);
+    EXPECT_EQ (order ("kill all"), "ok");
+    EXPECT_EQ (other.receive().size, 0);
+    EXPECT_TRUE (fs::is_empty (interfaces()));
+    simulator.reset();
+    EXPECT_FALSE (fs::exists (machine));
 }
 
 TEST_F (SimulatorOrders, StartReplacesWhatAKilledSimulatorLeft)
