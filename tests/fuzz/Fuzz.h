@@ -26,6 +26,7 @@ inline void require (bool holds, const char* what)
     std::abort();
 }
 
+/** Bytes; no text that a target takes from its input is longer. */
 inline constexpr std::size_t maximumTextLength = 255;
 
 /** A folder of its own for the whole run, below TMPDIR; the code under test takes "machine" in it for the machine
