@@ -133,15 +133,19 @@ class User:
 @pytest.mark.skipif('QUENDEL_ENDURANCE_MINUTES' not in os.environ, reason='scripts/endurance runs it')
 @pytest.mark.only_in('openbox', why='one long time is enough')
 def test_endures(world):
-    world.plug('Watched')
-    world.order('fill Watched 200')
-    user = User(world, os.environ.get('QUENDEL_ENDURANCE_SEED', 1))
+    user = User(world, os.environ.get('QUENDEL_ENDURANCE_SEED', '1'))
+    user.plug('Watched')
     world.start()
 
     # Everything once, so that what is made on first use is there.
     user.save()
     user.look_at_events(True)
     user.done.clear()
+
+    # Four looks a second, as long as nothing happens.
+    start, quiet = time.monotonic(), 20
+    world.wait_for_looks('Watched', quiet * 4 * 95 // 100)
+    assert time.monotonic() - start < quiet, 'looks are missing'
     samples, end = [], time.monotonic() + 60 * float(os.environ['QUENDEL_ENDURANCE_MINUTES'])
 
     while time.monotonic() < end or len(samples) < 4:
