@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3 -B
 """Compares the running program with a bare window of the toolkit that refreshes as much as often, and with other monitors,
 all at once on one display, and tells how long device changes and the event window take: measure.py SECONDS [PEER...]
 
