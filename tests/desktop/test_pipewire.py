@@ -64,6 +64,10 @@ def test_every_cycle_is_that_of_pw_profiler(playing):
     profiler.process.send_signal(signal.SIGINT)
     profiler.wait_for_exit()
 
+    # It may cost the audio no turn of its own.
+    threads = map(int, os.listdir(f'/proc/{playing.driver.pid}/task'))
+    assert {os.sched_getscheduler(thread) for thread in threads} == {os.SCHED_OTHER}
+
     # The first line is about a time before it looked.
     periods = read_profile(log)[1:]
     assert len(periods) > 48
