@@ -3,6 +3,7 @@
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Win32StandIn.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
