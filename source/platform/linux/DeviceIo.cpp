@@ -61,6 +61,22 @@ bool isTimeout (int error) noexcept
     return error == EAGAIN || error == EWOULDBLOCK;
 }
 
+/** How long a socket's calls may wait. To the kernel a limit of 0 would be none. */
+void setLimit (const FileDescriptor& socket, int option, Patience::Duration limit) noexcept
+{
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds> (limit).count() + 1;
+    const timeval timeout { microseconds / 1'000'000, microseconds % 1'000'000 };
+    ::setsockopt (socket.get(), SOL_SOCKET, option, &timeout, sizeof (timeout));
+}
+
+/** To the nanosecond; a signal can end it early. */
+void waitUntilReadable (const FileDescriptor& socket, Patience::Duration limit) noexcept
+{
+    const timespec timeout { limit.count() / 1'000'000'000, limit.count() % 1'000'000'000 };
+    pollfd source { socket.get(), POLLIN, 0 };
+    ::ppoll (&source, 1, &timeout, nullptr);
+}
+
 /** One open device interface: the connection to its driver, and the sections the driver handed out over it. */
 class Connection
 {
@@ -94,21 +110,21 @@ public:
         if (isSilent && ! mapsStatistics)
             return ERROR_SEM_TIMEOUT;
 
+        std::uint32_t driverError = 0;
+        Reply reply;
+
         // A driver that is silent is asked for its statistics once, and nobody waits.
         if (! isSilent || ! owed.back().mapsStatistics)
         {
             if (const auto error = send (controlCode, input, inputSize, outputSize); error != ERROR_SUCCESS)
                 return error;
 
-            if (isSilent || ! waitForReply())
+            if (isSilent || ! waitForReply (reply, driverError, outputSize))
                 owed.push_back ({ outputSize, mapsStatistics });
         }
 
         if (! owed.empty())
             return mapsStatistics ? promiseSection (output, bytesReturned) : ERROR_SEM_TIMEOUT;
-
-        std::uint32_t driverError = 0;
-        auto reply = receive (driverError, outputSize);
 
         if (reply.isBroken())
             return breakUp();
@@ -151,7 +167,7 @@ private:
         while (! broken && ! owed.empty())
         {
             std::uint32_t error = 0;
-            auto reply = receive (error, owed.front().outputSize);
+            auto reply = receive (error, owed.front().outputSize, MSG_DONTWAIT);
 
             if (reply.size < 0 && isTimeout (errno))
                 return;
@@ -166,22 +182,23 @@ private:
     }
 
     /** False when there is still none after as long as the program may wait. */
-    bool waitForReply()
+    bool waitForReply (Reply& reply, std::uint32_t& error, DWORD outputSize)
     {
         auto& patience = Patience::get();
         const auto start = std::chrono::steady_clock::now();
-        const auto end = start + patience.getLimit (start, wasLate);
-        int ready = 0;
+        const auto limit = patience.getLimit (start, wasLate);
 
-        do
-        {
-            const auto left = std::max (Patience::Duration (0), end - std::chrono::steady_clock::now()).count();
-            const timespec limit { left / 1'000'000'000, left % 1'000'000'000 };
-            pollfd source { socket.get(), POLLIN, 0 };
-            ready = ::ppoll (&source, 1, &limit, nullptr);
-        } while (ready < 0 && errno == EINTR);
+        // One call that waits and receives is the cheapest, and the limit is nearly always what it was the last time.
+        // But it counts in milliseconds, and many short waits must not become longer ones.
+        const bool isShort = limit < std::chrono::milliseconds (100);
 
-        wasLate = ready <= 0;
+        if (isShort)
+            waitUntilReadable (socket, limit);
+        else if (limit != receiveLimit)
+            setLimit (socket, SO_RCVTIMEO, receiveLimit = limit);
+
+        reply = receive (error, outputSize, isShort ? MSG_DONTWAIT : 0);
+        wasLate = reply.size < 0 && isTimeout (errno);
         patience.waited (start, std::chrono::steady_clock::now(), ! wasLate);
         return ! wasLate;
     }
@@ -223,9 +240,10 @@ private:
         return ERROR_SUCCESS;
     }
 
-    /** Fetches one packet, if there is one, into an error word and the buffer. Descriptors beyond the first are closed.
-     */
-    Reply receive (std::uint32_t& error, DWORD outputSize)
+    /** Fetches one packet into an error word and the buffer, and waits for it unless the flags say otherwise; of the
+        descriptors that come with it, all but the first are closed.
+    */
+    Reply receive (std::uint32_t& error, DWORD outputSize, int flags)
     {
         buffer.resize (outputSize);
         alignas (cmsghdr) std::array<char, CMSG_SPACE (maximumDescriptors * sizeof (int))> control {};
@@ -240,7 +258,7 @@ private:
         Reply reply;
 
         do
-            reply.size = ::recvmsg (socket.get(), &packet, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+            reply.size = ::recvmsg (socket.get(), &packet, flags | MSG_CMSG_CLOEXEC);
         while (reply.size < 0 && errno == EINTR);
 
         if (reply.size < 0)
@@ -305,7 +323,8 @@ private:
     const FileDescriptor folder; // held, so that no other interface can pass for this one
     const FileDescriptor socket;
     bool broken = false;
-    bool wasLate = false; // when it was last waited for
+    bool wasLate = false;                   // when it was last waited for
+    Patience::Duration receiveLimit { -1 }; // that the socket was given; none yet
     std::deque<Owed> owed;
     std::vector<char> buffer;
     std::vector<std::unique_ptr<Section>> sections;
@@ -373,12 +392,10 @@ FileDescriptor connectTo (const FileDescriptor& interfaceFolder)
     if (! socket)
         return {};
 
-    // A driver that does not even take connections can be silent, too; a limit of 0 would be none.
+    // A driver that does not even take connections can be silent, too.
     auto& patience = Patience::get();
     const auto start = std::chrono::steady_clock::now();
-    const auto limit = std::chrono::duration_cast<std::chrono::microseconds> (patience.getLimit (start, false)).count();
-    const timeval timeout { limit / 1'000'000, limit % 1'000'000 + 1 };
-    ::setsockopt (socket.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof (timeout));
+    setLimit (socket, SO_SNDTIMEO, patience.getLimit (start, false));
 
     int result = 0;
 
