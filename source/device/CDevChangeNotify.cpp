@@ -74,6 +74,12 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
 
     const auto* event = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*> (lParam);
 
+    if (event->dbcc_devicetype == DBT_DEVTYP_HANDLE)
+        followHandle (wParam, *reinterpret_cast<const DEV_BROADCAST_HANDLE*> (lParam));
+
+    if (event->dbcc_devicetype != DBT_DEVTYP_DEVICEINTERFACE)
+        return;
+
     const auto getPath = [event]
     {
         constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
@@ -84,15 +90,19 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
     switch (wParam)
     {
         case DBT_DEVICEARRIVAL:
-            if (event->dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
-                deviceArrived (getPath());
+            deviceArrived (getPath());
             break;
 
         case DBT_DEVICEQUERYREMOVE:
         case DBT_DEVICEREMOVEPENDING:
+            // One that the removal was made possible for cannot answer, and may yet stay.
+            if (const auto device = devices.findByPath (getPath()); device != nullptr && device->isClosedForRemoval())
+                break;
+
+            [[fallthrough]];
+
         case DBT_DEVICEREMOVECOMPLETE:
-            if (event->dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
-                deviceMayHaveGone (getPath());
+            deviceMayHaveGone (getPath());
             break;
 
         default:
@@ -145,4 +155,19 @@ void CDevChangeNotify::deviceMayHaveGone (const juce::String& path)
 
     devices.removeByPath (path);
     post (DeviceRemovedMessage, device.get());
+}
+
+/** That a device is gone is known from its interface. */
+void CDevChangeNotify::followHandle (WPARAM event, const DEV_BROADCAST_HANDLE& notification)
+{
+    if (notification.dbch_size < offsetof (DEV_BROADCAST_HANDLE, dbch_eventguid))
+        return;
+
+    for (const auto& device : devices.getDevices())
+    {
+        if (event == DBT_DEVICEQUERYREMOVE)
+            device->closeForRemoval (notification);
+        else if (event == DBT_DEVICEQUERYREMOVEFAILED)
+            device->openAfterRemovalFailed (notification);
+    }
 }

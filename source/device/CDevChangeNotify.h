@@ -38,6 +38,7 @@ private:
     void catchUp();
     void deviceArrived (const juce::String& path);
     void deviceMayHaveGone (const juce::String& path);
+    void followHandle (WPARAM event, const DEV_BROADCAST_HANDLE& notification);
     bool hasListener() const;
     void post (DeviceChange change, const void* device);
 

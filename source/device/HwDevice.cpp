@@ -1,6 +1,7 @@
 #include "device/HwDevice.h"
 
 #include "device/DriverText.h"
+#include "device/Win32NotificationWindow.h"
 #include "platform/DriverCalls.h"
 
 using namespace DriverProtocol;
@@ -64,24 +65,28 @@ RequestResult HwDevice::open()
 {
     const juce::ScopedLock locked (lock);
 
-    if (openCount > 0)
-    {
-        ++openCount;
-        return usable ? succeeded : failed;
-    }
+    if (openCount == 0 && ! openInterface())
+        return failed;
+
+    ++openCount;
+    return usable ? succeeded : failed;
+}
+
+/** Call with the lock held. @returns false when it cannot be opened, which makes the device unusable */
+bool HwDevice::openInterface()
+{
+    const juce::ScopedLock handleChanges (handleLock);
 
     // Whatever an earlier open had mapped is gone, and its address can be another device's by now.
     statisticsAddress = 0;
 
-    handle = DriverCalls::open (systemPath.c_str());
+    handle = DriverCalls::open (systemPath.c_str(), Win32NotificationWindow::findWindowHandle());
 
     if (handle == INVALID_HANDLE_VALUE)
     {
         usable = false;
-        return failed;
+        return false;
     }
-
-    openCount = 1;
 
     CommandEnvelope envelope {};
     envelope.code = MapStatistics;
@@ -89,7 +94,7 @@ RequestResult HwDevice::open()
     if (sendCommand (envelope) == succeeded)
         statisticsAddress = envelope.words[0];
 
-    return usable ? succeeded : failed;
+    return true;
 }
 
 void HwDevice::close()
@@ -99,15 +104,55 @@ void HwDevice::close()
     if (openCount == 0 || --openCount > 0)
         return;
 
+    closeInterface();
+}
+
+/** Call with the lock held. */
+void HwDevice::closeInterface()
+{
+    const juce::ScopedLock handleChanges (handleLock);
     DriverCalls::close (handle);
     handle = INVALID_HANDLE_VALUE;
+    closedForRemoval = false;
 }
 
 void HwDevice::reopen()
 {
     const juce::ScopedLock locked (lock);
+
+    // Open again now, it would forbid the removal after all.
+    if (closedForRemoval)
+        return;
+
     close();
     open();
+}
+
+//==============================================================================
+void HwDevice::closeForRemoval (const DEV_BROADCAST_HANDLE& notification)
+{
+    const juce::ScopedLock locked (lock);
+
+    if (closedForRemoval || ! DriverCalls::isAbout (notification, handle))
+        return;
+
+    // First of all: it ends a reading of the event log, which would let nobody else have the handle for long.
+    closedForRemoval = true;
+
+    const juce::ScopedLock handleChanges (handleLock);
+    DriverCalls::closeFile (handle);
+    statisticsAddress = 0;
+}
+
+void HwDevice::openAfterRemovalFailed (const DEV_BROADCAST_HANDLE& notification)
+{
+    const juce::ScopedLock locked (lock);
+
+    if (! closedForRemoval || ! DriverCalls::isAbout (notification, handle))
+        return;
+
+    closeInterface();
+    openInterface();
 }
 
 //==============================================================================
@@ -170,6 +215,10 @@ void HwDevice::resetStatistics()
 
 RequestResult HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entry)
 {
+    if (closedForRemoval)
+        return failed;
+
+    const juce::ScopedLock handleInUse (handleLock);
     CommandEnvelope envelope {};
     envelope.code = ReadEventEntry;
     envelope.words[0] = index;

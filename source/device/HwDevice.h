@@ -4,6 +4,7 @@
 #include "device/HwInfoCaps.h"
 #include "platform/Win32.h"
 #include <array>
+#include <atomic>
 #include <juce_core/juce_core.h>
 
 /** The firmware's counters, as one ReadFirmwareCounters transaction delivers them. */
@@ -60,8 +61,22 @@ public:
     /** Takes one open back; the last one closes the interface. Without an open it does nothing. */
     void close();
 
-    /** One close and one open, which no other request comes between. */
+    /** One close and one open, which no other request comes between; nothing while it is closed for its removal. */
     void reopen();
+
+    /** For when the system asks whether the device may be removed, to have its driver updated for instance, which an
+        open interface forbids: closes it if it is this device's that the notification is about. Its opens stay counted,
+        and its requests fail, until openAfterRemovalFailed or the last close. Notification thread.
+    */
+    void closeForRemoval (const DEV_BROADCAST_HANDLE& notification);
+
+    /** The device stays: opens again what closeForRemoval closed; when that fails, so do its requests, until the next
+        reopen. Notification thread.
+    */
+    void openAfterRemovalFailed (const DEV_BROADCAST_HANDLE& notification);
+
+    /** True between these two: the device cannot answer, and may yet stay. */
+    bool isClosedForRemoval() const noexcept { return closedForRemoval; }
 
     /** True as long as nobody has tried to open a device that can be used. Such a one cannot answer a probe. */
     bool isYetToBeOpened() const;
@@ -81,6 +96,14 @@ public:
         said; 0 before, and when that failed. Reading there can fault, as it does once the device is closed.
     */
     std::uint32_t getStatisticsAddress() const;
+
+    /** Calls read with that address. Nobody closes the device until it returns. */
+    template <typename Read>
+    void readStatistics (Read&& read) const
+    {
+        const juce::ScopedLock locked (lock);
+        read (statisticsAddress);
+    }
 
     /** Hz, of the last readStreamStatus that succeeded; 0 before. */
     std::uint32_t getSampleRate() const;
@@ -102,7 +125,8 @@ public:
     TransactionResult probe();
 
     /** Fetches one entry of the driver's event log; past its end the entry's type is noSuchEntry, after a failure it
-        means nothing. Message thread; takes no lock, so that a long reading never holds up the notification thread.
+        means nothing. Message thread; does not take the device's lock, so that a long reading never holds up the
+        notification thread.
     */
     RequestResult readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
 
@@ -114,6 +138,8 @@ private:
     static constexpr auto replyAreaSize = DriverProtocol::probeReplyFixedSize + 400;
 
     void readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData);
+    bool openInterface();
+    void closeInterface();
     RequestResult sendCommand (DriverProtocol::CommandEnvelope& envelope);
     TransactionResult accessFirmwareCounters (DriverProtocol::FirmwareCounterAccess access);
 
@@ -126,7 +152,9 @@ private:
     const juce::String path;
     bool usable = false;
     std::uint32_t openCount = 0;
+    std::atomic<bool> closedForRemoval { false };
     HANDLE handle = INVALID_HANDLE_VALUE;
+    juce::CriticalSection handleLock; // below the device's; both are held while the handle changes
     std::size_t probeReplySize = DriverProtocol::probeReplyFixedSize;
     std::array<std::uint8_t, replyAreaSize> replyArea {};
     std::array<std::uint32_t, DriverProtocol::numStreamStatusWords> streamStatus {};

@@ -45,6 +45,11 @@ HWND Win32NotificationWindow::getWindowHandle()
     return getInstance().waitForWindow();
 }
 
+HWND Win32NotificationWindow::findWindowHandle()
+{
+    return instance != nullptr ? instance->window.load() : nullptr;
+}
+
 void Win32NotificationWindow::addListener (Win32MessageListener* listener)
 {
     auto& self = getInstance();

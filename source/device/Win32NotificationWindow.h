@@ -7,7 +7,7 @@
 /** The hidden window that device notifications are sent to, and the thread that owns it and runs its messages.
 
     One per process, made on first use and deleted by the toolkit with its other shut-down objects, after the
-    application's own shut-down. The static operations belong to the message thread.
+    application's own shut-down. The static operations belong to the message thread where nothing else is said.
 */
 class Win32NotificationWindow final : private juce::Thread, private juce::DeletedAtShutdown
 {
@@ -16,6 +16,9 @@ public:
 
     /** Waits until the window exists. @returns null when it could not be made */
     static HWND getWindowHandle();
+
+    /** Null when there is none, or none yet. Message thread or notification thread. */
+    static HWND findWindowHandle();
 
     /** Adding twice is adding once. Not owned. */
     static void addListener (Win32MessageListener* listener);

@@ -61,10 +61,10 @@ double getMsPerTick()
     return 1000.0 / static_cast<double> (frequency.QuadPart);
 }
 
-/** The device's statistics where the driver has mapped them; null when it hasn't. */
-const StatisticsBlock* getStatistics (const HwDevice& device)
+/** A device's statistics where the driver has mapped them; null when it hasn't. */
+const StatisticsBlock* getStatistics (std::uint32_t address)
 {
-    return reinterpret_cast<const StatisticsBlock*> (static_cast<std::uintptr_t> (device.getStatisticsAddress()));
+    return reinterpret_cast<const StatisticsBlock*> (static_cast<std::uintptr_t> (address));
 }
 } // namespace
 
@@ -226,7 +226,8 @@ void Content::timerCallback()
 
     for (std::size_t i = 0; i < columns.size(); ++i)
         if (const auto* device = columns[i].findIn (devices, i))
-            repaintRows (*columns[i].column, columns[i].column->update (getStatistics (*device), msPerTick));
+            device->readStatistics ([&, &column = *columns[i].column] (std::uint32_t address)
+                                    { repaintRows (column, column.update (getStatistics (address), msPerTick)); });
 
     if (! devices.empty())
         showStreamStatus (*devices.front());

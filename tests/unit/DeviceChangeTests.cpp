@@ -1,6 +1,7 @@
 #include "device/CDevChangeNotify.h"
 #include "device/DeviceChangeMessage.h"
 #include "device/DeviceList.h"
+#include "platform/linux/HandleNotification.h"
 #include "stats/Content.h"
 #include "stats/StatisticsBlock.h"
 #include "tests/unit/support/TestDriver.h"
@@ -37,6 +38,12 @@ struct DeviceChangeTests : public testing::Test
     std::unique_ptr<TestDriver> plugIn (const std::string& name)
     {
         return std::make_unique<TestDriver> (machine, named (name));
+    }
+
+    /** What the system tells the windows that registered an open handle of the interface; their number. */
+    static int notifyHandles (const std::string& name, WPARAM event)
+    {
+        return notifyHandlesOf (TestMachine::getInterfacePath (name).toStdString(), event);
     }
 
     /** Names of the list's devices, in its order. */
@@ -119,6 +126,11 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
     notify.setListener (&listener);
 
     EXPECT_EQ (send (DBT_DEVICEREMOVECOMPLETE, path, 3), 1) << "not an interface";
+
+    const auto cutOff = std::make_unique<DEV_BROADCAST_HDR> (DEV_BROADCAST_HDR { 12, DBT_DEVTYP_HANDLE, 0 });
+    notify.handleWin32Message (WM_DEVICECHANGE, DBT_DEVICEQUERYREMOVE, reinterpret_cast<LPARAM> (cutOff.get()));
+    EXPECT_FALSE (devices.getDevice (0)->isClosedForRemoval());
+
     EXPECT_EQ (send (DBT_DEVICEQUERYREMOVEFAILED, path), 1);
     EXPECT_EQ (send (DBT_DEVICEREMOVECOMPLETE, path + "x"), 1);
 
@@ -135,6 +147,128 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
     ASSERT_TRUE (runMessagesUntil ([&] { return listener.changes.size() == 2; }));
     EXPECT_EQ (listener.changes, (std::vector<int> { DeviceRemovedMessage, DeviceArrivedMessage }));
     notify.setListener (nullptr);
+}
+
+/** A driver's update is asked for with a query, which an open handle forbids. */
+TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndStaysKeepsItsPlace)
+{
+    const auto a = plugIn ("a"), b = plugIn ("b");
+    DeviceList devices;
+    Content content (devices);
+    const auto device = devices.getDevice (1);
+
+    const auto showing = [&] (int played)
+    {
+        StatisticsBlock block {};
+        block.playbackBufferCount = played;
+        a->setStatistics (block);
+        content.timerCallback();
+        juce::StringArray columns;
+
+        for (auto* child : content.getChildren())
+            if (const auto* column = dynamic_cast<Column*> (child))
+                columns.add (column->getTitle() + column->getText (1));
+
+        return columns.joinIntoString (",");
+    };
+
+    EXPECT_EQ (showing (7), "b0,a7");
+    const int open = countOfProcess ("fd");
+    const int probes = a->count (TestDriver::probe);
+
+    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 1);
+    EXPECT_LE (countOfProcess ("fd"), open - 3) << "connection, folder and section have to be closed by now";
+    EXPECT_EQ (device->getStatisticsAddress(), 0u) << "another's block can be there by now";
+    EXPECT_EQ (showing (8), "b0,a7") << "it is closed, and its figures stay";
+    EXPECT_NE (device->probe(), 0);
+    EXPECT_EQ (devices.getDevice (0)->probe(), 0) << "nobody asked for this one";
+    DriverProtocol::EventLogEntry entry {};
+    EXPECT_NE (device->readEventEntry (0, entry), 0);
+
+    const auto c = plugIn ("c");
+    ASSERT_TRUE (runMessagesUntil ([&] { return content.getWidth() == 640; }));
+    EXPECT_EQ (showing (8), "c0,b0,a0") << "columns made anew open what is open, and nothing else";
+    EXPECT_EQ (a->count (TestDriver::mapStatistics), 1);
+
+    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVEFAILED), 1);
+    EXPECT_EQ (showing (9), "c0,b0,a9");
+    EXPECT_EQ (a->count (TestDriver::probe), probes);
+    EXPECT_EQ (device, devices.getDevice (2)) << "the same device as before";
+
+    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVEFAILED), 1);
+    EXPECT_EQ (a->count (TestDriver::mapStatistics), 2) << "nothing to open again";
+
+    device->close();
+    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 0) << "nothing is registered any more";
+}
+
+TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndGoesLeavesTheListWithItsInterface)
+{
+    auto a = plugIn ("a");
+    const auto b = plugIn ("b");
+    DeviceList devices;
+    CDevChangeNotify byHand (DeviceInterfaceGuid, devices, &listener);
+
+    for (const auto& device : devices.getDevices())
+        device->open();
+
+    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 1);
+
+    DEV_BROADCAST_DEVICEINTERFACE_A event[2] {};
+    event->dbcc_size = sizeof (event);
+    event->dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    TestMachine::getInterfacePath ("a").copyToUTF8 (event->dbcc_name, sizeof (event) - 28);
+
+    for (const auto change : { DBT_DEVICEQUERYREMOVE, DBT_DEVICEREMOVEPENDING })
+    {
+        byHand.handleWin32Message (WM_DEVICECHANGE, change, reinterpret_cast<LPARAM> (event));
+        EXPECT_EQ (namesOf (devices), "b,a") << "it may yet stay";
+    }
+
+    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEREMOVECOMPLETE), 1);
+    EXPECT_EQ (namesOf (devices), "b,a") << "its interface is there";
+    a.reset();
+    ASSERT_TRUE (runMessagesUntil ([&] { return ! listener.changes.empty(); }));
+    EXPECT_EQ (namesOf (devices), "b");
+    a = plugIn ("a");
+    ASSERT_TRUE (runMessagesUntil ([&] { return listener.changes.size() == 2; }));
+    EXPECT_EQ (namesOf (devices), "a,b");
+    byHand.setListener (nullptr);
+}
+
+/** It ends with the entry that is being read when the system asks. */
+TEST_F (DeviceChangeTests, aLogBeingReadDoesNotKeepADeviceFromGoing)
+{
+    const auto a = plugIn ("a");
+    DeviceList devices;
+    devices.setListener (&listener);
+    const auto device = devices.getDevice (0);
+    device->open();
+    std::atomic<int> numRead { 0 };
+    a->setOverride (
+        [&] (TestDriver::Kind kind, int) -> std::optional<TestDriver::Reply>
+        {
+            if (kind != TestDriver::eventEntry)
+                return {};
+
+            ++numRead;
+            waitFor ([&] { return device->isClosedForRemoval(); });
+            return TestDriver::Reply::success ({});
+        });
+
+    std::thread system (
+        [&]
+        {
+            waitFor ([&] { return numRead > 0; });
+            EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 1);
+        });
+
+    DriverProtocol::EventLogEntry entry {};
+    EXPECT_EQ (device->readEventEntry (0, entry), 0);
+    EXPECT_NE (device->readEventEntry (1, entry), 0);
+    system.join();
+    EXPECT_EQ (numRead, 1);
+    devices.setListener (nullptr);
 }
 
 TEST_F (DeviceChangeTests, postedMessagesDieWithTheirListener)
@@ -165,7 +299,7 @@ struct DeviceChangeSoakTests : public DeviceChangeTests
     std::map<std::string, std::unique_ptr<TestDriver>> drivers;
     std::mt19937 random { 20261124 };
 
-    /** One change: an arrival, a removal, a crash, or an interface that cannot be probed. */
+    /** One change: an arrival, a removal, a crash, an interface that cannot be probed, or an update that fails. */
     void change()
     {
         const auto name = "d" + std::to_string (random() % maximumInterfaces);
@@ -179,7 +313,14 @@ struct DeviceChangeSoakTests : public DeviceChangeTests
             return;
         }
 
-        const auto kind = random() % 8;
+        const auto kind = random() % 9;
+
+        if (kind == 8)
+        {
+            notifyHandles (name, DBT_DEVICEQUERYREMOVE);
+            notifyHandles (name, DBT_DEVICEQUERYREMOVEFAILED);
+            return;
+        }
 
         if (kind == 0)
             drivers[name]->fail (TestDriver::probe);

@@ -1,5 +1,6 @@
 #include "device/RequestKind.h"
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/HandleNotification.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Patience.h"
 #include "platform/linux/Section.h"
@@ -81,8 +82,9 @@ void waitUntilReadable (const FileDescriptor& socket, Patience::Duration limit) 
 class Connection
 {
 public:
-    Connection (FileDescriptor interfaceFolder, FileDescriptor connectedSocket)
-        : folder (std::move (interfaceFolder)),
+    Connection (std::string interfacePath, FileDescriptor interfaceFolder, FileDescriptor connectedSocket)
+        : path (std::move (interfacePath)),
+          folder (std::move (interfaceFolder)),
           socket (std::move (connectedSocket))
     {
     }
@@ -145,6 +147,7 @@ public:
         return ! broken && ! owed.empty();
     }
 
+    const std::string& getPath() const noexcept { return path; }
     const FileDescriptor& getFolder() const noexcept { return folder; }
 
 private:
@@ -320,6 +323,7 @@ private:
     }
 
     std::mutex lock;
+    const std::string path;
     const FileDescriptor folder; // held, so that no other interface can pass for this one
     const FileDescriptor socket;
     bool broken = false;
@@ -446,12 +450,18 @@ HANDLE CreateFileA (const char* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD 
         return INVALID_HANDLE_VALUE;
     }
 
-    return new Connection (std::move (folder), std::move (socket));
+    return new Connection (path, std::move (folder), std::move (socket));
 }
 
 static Connection* getConnection (HANDLE handle) noexcept
 {
     return handle == INVALID_HANDLE_VALUE ? nullptr : static_cast<Connection*> (handle);
+}
+
+std::string getPathOfHandle (HANDLE handle)
+{
+    const auto* connection = getConnection (handle);
+    return connection != nullptr ? connection->getPath() : std::string();
 }
 
 BOOL CloseHandle (HANDLE handle)

@@ -1,4 +1,5 @@
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/HandleNotification.h"
 #include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Win32StandIn.h"
@@ -9,12 +10,14 @@
 #include <chrono>
 #include <cstring>
 #include <deque>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <thread>
+#include <vector>
 
 namespace
 {
@@ -25,8 +28,8 @@ struct Window
     WNDPROC procedure = nullptr;
     LONG_PTR userData = 0;
     std::deque<MSG> posted;
-    std::deque<InterfaceChange> notifications;
-    int registrations = 0;
+    std::deque<std::packaged_task<void()>> sent; // calls of the procedure that its thread is to make
+    int interfaceRegistrations = 0;
     FileDescriptor wakeUp { ::eventfd (0, EFD_NONBLOCK | EFD_CLOEXEC) };
 
     void wake() const
@@ -42,12 +45,20 @@ struct Window
     }
 };
 
+struct Registration
+{
+    HWND window;
+    HANDLE file;      // null: the registration is for interfaces
+    std::string path; // that the file was opened with
+};
+
 /** Everything here is guarded by the one lock; window procedures are called without it. */
 struct Windows
 {
     std::mutex lock;
     std::map<std::string, WNDPROC> classes;
     std::map<HWND, std::shared_ptr<Window>> living;
+    std::map<HDEVNOTIFY, Registration> registrations;
     LONG_PTR lastHandle = 0x10000;
 
     static Windows& get()
@@ -64,11 +75,6 @@ struct Windows
     }
 };
 
-struct Registration
-{
-    HWND window;
-};
-
 std::shared_ptr<Window> findWindow (HWND handle)
 {
     auto& windows = Windows::get();
@@ -79,26 +85,6 @@ std::shared_ptr<Window> findWindow (HWND handle)
         SetLastError (ERROR_INVALID_WINDOW_HANDLE);
 
     return window;
-}
-
-/** Hands the watcher's changes to every window that asked for them. */
-void distributeChanges()
-{
-    auto& windows = Windows::get();
-    const std::scoped_lock locked (windows.lock);
-    const auto changes = InterfaceWatcher::get().fetchChanges();
-
-    if (changes.empty())
-        return;
-
-    for (const auto& [handle, window] : windows.living)
-    {
-        if (window->registrations > 0)
-        {
-            window->notifications.insert (window->notifications.end(), changes.begin(), changes.end());
-            window->wake();
-        }
-    }
 }
 
 /** Sends WM_DEVICECHANGE for one change. */
@@ -121,6 +107,26 @@ void notify (HWND handle, WNDPROC procedure, const InterfaceChange& change)
                WM_DEVICECHANGE,
                change.arrived ? DBT_DEVICEARRIVAL : DBT_DEVICEREMOVECOMPLETE,
                reinterpret_cast<LPARAM> (event));
+}
+
+/** Hands the watcher's changes to every window that asked for them. */
+void distributeChanges()
+{
+    auto& windows = Windows::get();
+    const std::scoped_lock locked (windows.lock);
+
+    for (const auto& change : InterfaceWatcher::get().fetchChanges())
+    {
+        for (const auto& [handle, window] : windows.living)
+        {
+            if (window->interfaceRegistrations > 0)
+            {
+                window->sent.emplace_back ([handle = handle, procedure = window->procedure, change]
+                                           { notify (handle, procedure, change); });
+                window->wake();
+            }
+        }
+    }
 }
 
 /** Waits for a message to be posted or the machine folder to change. */
@@ -247,12 +253,12 @@ BOOL GetMessageA (MSG* message, HWND handle, UINT, UINT)
 
         std::unique_lock locked (Windows::get().lock);
 
-        if (! window->notifications.empty())
+        if (! window->sent.empty())
         {
-            const auto change = std::move (window->notifications.front());
-            window->notifications.pop_front();
+            auto call = std::move (window->sent.front());
+            window->sent.pop_front();
             locked.unlock();
-            notify (handle, window->procedure, change);
+            call();
             continue;
         }
 
@@ -263,7 +269,7 @@ BOOL GetMessageA (MSG* message, HWND handle, UINT, UINT)
             return TRUE;
         }
 
-        const bool watchesInterfaces = window->registrations > 0;
+        const bool watchesInterfaces = window->interfaceRegistrations > 0;
         locked.unlock();
         waitForWork (*window, watchesInterfaces);
     }
@@ -304,8 +310,13 @@ HDEVNOTIFY RegisterDeviceNotificationA (HANDLE handle, void* filter, DWORD flags
 {
     const auto* wanted = static_cast<const DEV_BROADCAST_HDR*> (filter);
 
-    if (wanted == nullptr || wanted->dbch_size < sizeof (DEV_BROADCAST_DEVICEINTERFACE_A)
-        || wanted->dbch_devicetype != DBT_DEVTYP_DEVICEINTERFACE || flags != DEVICE_NOTIFY_WINDOW_HANDLE)
+    const auto isFor = [&] (DWORD type, std::size_t size)
+    { return wanted != nullptr && wanted->dbch_devicetype == type && wanted->dbch_size >= size; };
+
+    const bool isForInterfaces = isFor (DBT_DEVTYP_DEVICEINTERFACE, sizeof (DEV_BROADCAST_DEVICEINTERFACE_A));
+
+    if ((! isForInterfaces && ! isFor (DBT_DEVTYP_HANDLE, sizeof (DEV_BROADCAST_HANDLE)))
+        || flags != DEVICE_NOTIFY_WINDOW_HANDLE)
     {
         SetLastError (ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -316,36 +327,88 @@ HDEVNOTIFY RegisterDeviceNotificationA (HANDLE handle, void* filter, DWORD flags
     if (window == nullptr)
         return nullptr;
 
-    InterfaceWatcher::get().addListener();
+    Registration registration { static_cast<HWND> (handle), nullptr, {} };
 
-    const std::scoped_lock locked (Windows::get().lock);
-    ++window->registrations;
+    if (isForInterfaces)
+    {
+        InterfaceWatcher::get().addListener();
+    }
+    else
+    {
+        registration.file = static_cast<const DEV_BROADCAST_HANDLE*> (filter)->dbch_handle;
+        registration.path = getPathOfHandle (registration.file);
+    }
+
+    auto& windows = Windows::get();
+    const std::scoped_lock locked (windows.lock);
+    window->interfaceRegistrations += isForInterfaces ? 1 : 0;
     window->wake();
-    return new Registration { static_cast<HWND> (handle) };
+    auto* const result = reinterpret_cast<HDEVNOTIFY> (++windows.lastHandle);
+    windows.registrations[result] = std::move (registration);
+    return result;
 }
 
 BOOL UnregisterDeviceNotification (HDEVNOTIFY handle)
 {
-    const std::unique_ptr<Registration> registration (static_cast<Registration*> (handle));
+    auto& windows = Windows::get();
+    std::unique_lock locked (windows.lock);
+    const auto registration = windows.registrations.extract (handle);
 
-    if (registration == nullptr)
+    if (registration.empty())
     {
         SetLastError (ERROR_INVALID_HANDLE);
         return FALSE;
     }
 
-    if (const auto window = findWindow (registration->window); window != nullptr)
-    {
-        const std::scoped_lock locked (Windows::get().lock);
+    if (registration.mapped().file != nullptr)
+        return TRUE;
 
-        if (--window->registrations == 0)
-            window->notifications.clear();
+    if (const auto window = windows.find (registration.mapped().window); window != nullptr)
+    {
+        if (--window->interfaceRegistrations == 0)
+            window->sent.clear();
 
         window->wake();
     }
 
+    locked.unlock();
     InterfaceWatcher::get().removeListener();
     return TRUE;
+}
+
+int notifyHandlesOf (const std::string& path, WPARAM event)
+{
+    std::vector<std::future<void>> answers;
+    auto& windows = Windows::get();
+    std::unique_lock locked (windows.lock);
+
+    for (const auto& [handle, registration] : windows.registrations)
+    {
+        const auto window = windows.find (registration.window);
+
+        if (registration.path != path || window == nullptr)
+            continue;
+
+        DEV_BROADCAST_HANDLE notification {};
+        notification.dbch_size = sizeof (notification);
+        notification.dbch_devicetype = DBT_DEVTYP_HANDLE;
+        notification.dbch_handle = registration.file;
+        notification.dbch_hdevnotify = handle;
+
+        auto& call = window->sent.emplace_back (
+            [receiver = registration.window, procedure = window->procedure, event, notification]
+            { procedure (receiver, WM_DEVICECHANGE, event, reinterpret_cast<LPARAM> (&notification)); });
+        answers.push_back (call.get_future());
+        window->wake();
+    }
+
+    locked.unlock();
+
+    // A window that is gone does not answer; that ends its wait, too.
+    for (const auto& answer : answers)
+        answer.wait();
+
+    return static_cast<int> (answers.size());
 }
 
 //==============================================================================

@@ -253,6 +253,7 @@ void Sleep (DWORD milliseconds);
 // Device notifications: the machine folder's interfaces that appear and vanish.
 
 inline constexpr DWORD DBT_DEVTYP_DEVICEINTERFACE = 5;
+inline constexpr DWORD DBT_DEVTYP_HANDLE = 6;
 inline constexpr DWORD DEVICE_NOTIFY_WINDOW_HANDLE = 0;
 inline constexpr WPARAM DBT_DEVICEARRIVAL = 0x8000;
 inline constexpr WPARAM DBT_DEVICEQUERYREMOVE = 0x8001;
@@ -278,6 +279,20 @@ struct DEV_BROADCAST_DEVICEINTERFACE_A
 
 static_assert (offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name) == 28);
 static_assert (sizeof (DEV_BROADCAST_DEVICEINTERFACE_A) == 32);
+
+struct DEV_BROADCAST_HANDLE
+{
+    DWORD dbch_size;
+    DWORD dbch_devicetype;
+    DWORD dbch_reserved;
+    HANDLE dbch_handle;
+    HDEVNOTIFY dbch_hdevnotify;
+    GUID dbch_eventguid;
+    LONG dbch_nameoffset;
+    BYTE dbch_data[1];
+};
+
+/** Of open handles (DBT_DEVTYP_HANDLE) nothing is heard but what HandleNotification.h sends. */
 
 HDEVNOTIFY RegisterDeviceNotificationA (HANDLE window, void* filter, DWORD flags);
 BOOL UnregisterDeviceNotification (HDEVNOTIFY registration);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <process.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 /* Device I/O is synchronous, and a thread that a driver keeps cannot be had back: Windows does not even end its process
@@ -84,7 +85,7 @@ struct Shared
 class Worker : public std::enable_shared_from_this<Worker>
 {
 public:
-    explicit Worker (const char* pathToOpen) : path (pathToOpen) {}
+    Worker (const char* pathToOpen, HWND windowToNotify) : path (pathToOpen), window (windowToNotify) {}
     ~Worker() { CloseHandle (thread); }
     Worker (const Worker&) = delete;
     Worker& operator= (const Worker&) = delete;
@@ -108,6 +109,7 @@ public:
             return fail (ERROR_NOT_ENOUGH_MEMORY);
         }
 
+        isOpen = true;
         return awaitAnswer (GetTickCount64());
     }
 
@@ -127,7 +129,7 @@ public:
             return fail (ERROR_SEM_TIMEOUT);
         }
 
-        if (file == INVALID_HANDLE_VALUE)
+        if (isClosing || file == INVALID_HANDLE_VALUE)
             return fail (ERROR_INVALID_HANDLE);
 
         const auto* inputBytes = static_cast<const char*> (input);
@@ -147,10 +149,22 @@ public:
         return answeredWell;
     }
 
-    void end()
+    /** The registration does not change from the open's success on. */
+    bool isAbout (const DEV_BROADCAST_HANDLE& notification) const
     {
+        return registration != nullptr && registration == notification.dbch_hdevnotify;
+    }
+
+    void closeFile()
+    {
+        auto& patience = Shared::get().patience;
         const Locked locked (lock);
-        isEnding = true;
+
+        if (std::exchange (isClosing, true))
+            return;
+
+        const auto start = GetTickCount64();
+        const auto allowed = isLate ? shortestMs : patience.getMs();
         WakeAllConditionVariable (&changed);
 
         if (stage == Stage::givenUp)
@@ -158,6 +172,21 @@ public:
             count (1);
             CancelSynchronousIo (thread);
         }
+
+        while (isOpen && sleep (start, allowed))
+        {
+        }
+
+        if (isOpen)
+            patience.spend (GetTickCount64() - start);
+    }
+
+    void end()
+    {
+        closeFile();
+        const Locked locked (lock);
+        isEnding = true;
+        WakeAllConditionVariable (&changed);
     }
 
 private:
@@ -247,6 +276,7 @@ private:
                             OPEN_EXISTING,
                             0,
                             nullptr);
+        registerFile();
         take (file != INVALID_HANDLE_VALUE);
 
         while (awaitQuestion())
@@ -265,6 +295,24 @@ private:
 
         if (file != INVALID_HANDLE_VALUE)
             CloseHandle (file);
+
+        awaitEnd();
+
+        if (registration != nullptr)
+            UnregisterDeviceNotification (registration);
+    }
+
+    /** Here, because the system asks the driver which device the file belongs to. Leaves the last error alone. */
+    void registerFile()
+    {
+        if (window == nullptr || file == INVALID_HANDLE_VALUE)
+            return;
+
+        DEV_BROADCAST_HANDLE filter {};
+        filter.dbch_size = sizeof (filter);
+        filter.dbch_devicetype = DBT_DEVTYP_HANDLE;
+        filter.dbch_handle = file;
+        registration = RegisterDeviceNotificationA (window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
     }
 
     /** The driver's answer; the last error tells why it is none. */
@@ -279,7 +327,7 @@ private:
             stage = Stage::idle;
             isLate = reason == ERROR_OPERATION_ABORTED;
 
-            if (isEnding)
+            if (isClosing)
                 count (-1);
         }
         else
@@ -295,18 +343,32 @@ private:
     {
         const Locked locked (lock);
 
-        while (stage != Stage::asked && ! isEnding)
+        while (stage != Stage::asked && ! isClosing)
             SleepConditionVariableSRW (&changed, &lock, INFINITE, 0);
 
-        return ! isEnding && file != INVALID_HANDLE_VALUE;
+        return ! isClosing && file != INVALID_HANDLE_VALUE;
+    }
+
+    /** Tells that the file is closed, and waits until nobody wants to hear of it any more. */
+    void awaitEnd()
+    {
+        const Locked locked (lock);
+        isOpen = false;
+        WakeAllConditionVariable (&changed);
+
+        while (! isEnding)
+            SleepConditionVariableSRW (&changed, &lock, INFINITE, 0);
     }
 
     const std::string path;
+    const HWND window;
     HANDLE thread = nullptr;
 
     SRWLOCK lock {};
     CONDITION_VARIABLE changed {};
     Stage stage = Stage::idle;
+    bool isOpen = false; // or being opened or closed
+    bool isClosing = false;
     bool isEnding = false;
     bool isLate = false; // it did not answer in time, and has not since
     std::uint64_t asked = 0;
@@ -314,6 +376,7 @@ private:
 
     // The thread's while a question is asked or given up, else the callers'.
     HANDLE file = INVALID_HANDLE_VALUE;
+    HDEVNOTIFY registration = nullptr;
     DWORD controlCode = 0;
     std::vector<char> question;
     std::vector<char> answer;
@@ -326,7 +389,7 @@ Worker& workerOf (HANDLE handle)
 } // namespace
 
 //==============================================================================
-HANDLE open (const char* path)
+HANDLE open (const char* path, HWND window)
 {
     {
         auto& shared = Shared::get();
@@ -340,7 +403,7 @@ HANDLE open (const char* path)
         }
     }
 
-    auto worker = std::make_shared<Worker> (path);
+    auto worker = std::make_shared<Worker> (path, window);
 
     if (worker->open())
         return new std::shared_ptr<Worker> (std::move (worker));
@@ -358,6 +421,17 @@ bool request (HANDLE handle, DWORD controlCode, const void* input, DWORD inputSi
 
     SetLastError (ERROR_INVALID_HANDLE);
     return false;
+}
+
+bool isAbout (const DEV_BROADCAST_HANDLE& notification, HANDLE handle)
+{
+    return handle != INVALID_HANDLE_VALUE && workerOf (handle).isAbout (notification);
+}
+
+void closeFile (HANDLE handle)
+{
+    if (handle != INVALID_HANDLE_VALUE)
+        workerOf (handle).closeFile();
 }
 
 void close (HANDLE handle)
