@@ -26,7 +26,7 @@ static std::unique_ptr<EventDisplayWindowContent> readLogs (const DeviceList& de
 }
 
 EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
-    : DialogWindow ("Event log", juce::Colours::black, true, true)
+    : DialogWindow ("Event log", juce::Colours::black, true, false)
 {
     // In this order the logs are read before anything is on screen, and the content gets its full size.
     auto content = readLogs (devices);
@@ -35,6 +35,9 @@ EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
     // Its parts take the keyboard themselves; a window that wants it would keep keys from them.
     setWantsKeyboardFocus (false);
     setContentOwned (content.release(), true);
+
+    // Only now: a change of the title bar makes a window on the desktop anew, and some toolkits have shown it by then.
+    addToDesktop();
 
     const auto centre = getParentMonitorArea().getCentre();
     placement = std::make_unique<WindowPlacement> (*this,

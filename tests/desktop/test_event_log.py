@@ -5,6 +5,7 @@ from desk import wait_until
 
 LINUX = pytest.mark.only_in('bare', 'openbox', why='Windows has its own save dialog, frames and pointers')
 ROWS = 401, 58, 350, 400  # of the columns "Param" and "Event Name"
+SAVE_BUTTON = 360, 567, 80, 20  # within the line that tells who has the keyboard
 
 
 def test_headers_sort_and_tabs_show_another_table(world):
@@ -60,7 +61,7 @@ def test_every_part_has_its_key(world):
     for key in 'Down', 'ctrl+Next', '6':
         world.wait_for_change(lambda: world.press(key), *ROWS, window=events)
 
-    world.press('Tab')
+    with_keyboard = world.wait_for_change(lambda: world.press('Tab'), *SAVE_BUTTON, window=events)
 
     # After the first dialog the button has the keyboard again.
     for _ in range(2):
@@ -69,6 +70,8 @@ def test_every_part_has_its_key(world):
         world.press('Escape')
         world.desk.wait_until_gone(world.SAVE_DIALOG)
         assert world.desk.wait_for_window('Event log') == events
+        wait_until('the button has the keyboard',
+                   lambda: world.desk.picture(events, SAVE_BUTTON).tobytes() == with_keyboard)
 
     world.close('Event log', 'Escape')
     assert list(world.documents.iterdir()) == []
