@@ -219,6 +219,7 @@ static void repaintRows (Column& column, const Column::Rows& rows)
 void Content::timerCallback()
 {
     const juce::ScopedLock locked (columnLock);
+    const auto start = juce::Time::getMillisecondCounter();
     const auto devices = deviceList.getDevices();
     const auto msPerTick = getMsPerTick();
 
@@ -231,6 +232,11 @@ void Content::timerCallback()
 
     if (! devices.empty())
         showStreamStatus (*devices.front());
+
+    // Where looks take longer than the time between them the next is due at once, and on Windows painting comes last.
+    if (juce::Time::getMillisecondCounter() - start > juce::uint32 { refreshIntervalMs })
+        if (auto* peer = getPeer())
+            peer->performAnyPendingRepaintsNow();
 }
 
 void Content::showStreamStatus (HwDevice& newest)
@@ -360,8 +366,11 @@ juce::String Content::makeReport (const juce::Time& time) const
 void Content::saveStatisticsReport()
 {
     const auto documents = juce::File::getSpecialLocation (juce::File::userDocumentsDirectory);
-    const bool saved = StatisticsReport::append (documents.getChildFile ("Quendel report.txt"),
-                                                 makeReport (juce::Time::getCurrentTime()));
+
+    // Windows names no folder at all when it has gone, and a file in no folder is one in the root of the drive.
+    const bool saved = documents.isDirectory()
+                       && StatisticsReport::append (documents.getChildFile ("Quendel report.txt"),
+                                                    makeReport (juce::Time::getCurrentTime()));
 
     const auto watch = NativeDialogs::closeOnQuit();
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
