@@ -6,7 +6,6 @@
 
 #include <dbt.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <future>
@@ -22,8 +21,6 @@ namespace
 constexpr char programWindowClass[] = "notification msg window";
 constexpr char ownWindowClass[] = "Quendel test bridge";
 constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
-
-std::atomic<unsigned long> numForwarded { 0 };
 
 /** The 8-bit form of the path when the notification came with a 16-bit one, else nothing. */
 std::string convertWidePath (const DEV_BROADCAST_DEVICEINTERFACE_W& event)
@@ -59,8 +56,7 @@ LRESULT CALLBACK windowProcedure (HWND window, UINT message, WPARAM wParam, LPAR
 
         if (event.dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
             if (const auto path = convertWidePath (event); ! path.empty())
-                if (notifyProgram (static_cast<unsigned long> (wParam), path.c_str()))
-                    ++numForwarded;
+                notifyProgram (static_cast<unsigned long> (wParam), path.c_str());
     }
 
     return DefWindowProcA (window, message, wParam, lParam);
@@ -113,11 +109,6 @@ bool start()
         .detach();
 
     return result.get();
-}
-
-unsigned long getNumForwarded()
-{
-    return numForwarded;
 }
 
 bool notifyProgram (unsigned long event, const char* path)

@@ -13,9 +13,6 @@ namespace Bridge
 /** Starts it, for the rest of the process. @returns false when there is no window or no registration */
 bool start();
 
-/** Notifications passed on so far. */
-unsigned long getNumForwarded();
-
 /** Tells the program of a change of an interface, as the system would.
 
     @param event  a DBT_ value

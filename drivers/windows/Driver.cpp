@@ -201,7 +201,13 @@ NTSTATUS plug (const TestBus::Order& order)
     if (slots[order.slot] != nullptr || order.value <= 0)
         return STATUS_INVALID_PARAMETER;
 
-    if (frequency == 0)
+    auto isEmpty = true;
+
+    for (const auto* device : slots)
+        isEmpty = isEmpty && device == nullptr;
+
+    // An empty bus begins anew.
+    if (isEmpty)
     {
         frequency = order.value;
         now = secondsAtStart * frequency;
@@ -211,11 +217,12 @@ NTSTATUS plug (const TestBus::Order& order)
     static_assert (sizeof (config.name) == sizeof (order.text));
     RtlCopyMemory (config.name, order.text, sizeof (config.name));
     config.frequency = frequency;
-    config.seed = order.slot + 1;
 
-    // So that the reports of several interfaces differ in more than their figures.
-    config.hasDsp = order.slot % 2 == 0;
-    config.hasFpga = order.slot % 3 == 0;
+    // As the simulator makes its devices.
+    const auto number = order.slot + 1;
+    config.seed = number + 1;
+    config.hasDsp = number % 2 == 1;
+    config.hasFpga = number % 3 != 0;
 
     DEVICE_OBJECT* device = nullptr;
     const auto status = createDevice (busDevice->DriverObject, nullptr, Role::interface, device);
@@ -278,6 +285,12 @@ NTSTATUS carryOut (const TestBus::Order& order, Interface& interface)
         case Action::kill:
             interface.kill();
             return STATUS_SUCCESS;
+
+        case Action::rate:
+            return interface.setSampleRate (count) ? STATUS_SUCCESS : STATUS_INVALID_PARAMETER;
+
+        case Action::buffer:
+            return interface.setBufferSize (count) ? STATUS_SUCCESS : STATUS_INVALID_PARAMETER;
 
         case Action::fail:
             trouble.failures = count;

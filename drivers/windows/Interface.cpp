@@ -247,8 +247,6 @@ void Interface::takeViews()
 
 void Interface::closed (FILE_OBJECT* file)
 {
-    --numOpen;
-
     for (auto& view : views)
         if (view.file == file)
             take (view);
@@ -322,7 +320,7 @@ NTSTATUS Interface::handle (FILE_OBJECT* file,
 void Interface::describe (TestBus::State& state) const
 {
     state.isPresent = 1;
-    state.numOpen = numOpen;
+    state.numOpens = numOpens;
 
     for (const auto& view : views)
     {
@@ -334,7 +332,5 @@ void Interface::describe (TestBus::State& state) const
         ++state.numViews;
     }
 
-    static_assert (sizeof (state.statistics) == sizeof (StatisticsBlock));
     RtlCopyMemory (state.received, received, sizeof (received));
-    RtlCopyMemory (state.statistics, block, sizeof (state.statistics));
 }

@@ -26,7 +26,7 @@ public:
     std::uint32_t getSlot() const { return slot; }
 
     //==============================================================================
-    void opened() { ++numOpen; }
+    void opened() { ++numOpens; }
 
     /** Takes the block out of the process that had opened this file. */
     void closed (FILE_OBJECT* file);
@@ -70,6 +70,8 @@ public:
     std::uint32_t getSlownessMs() const { return slownessMs; }
     void advance (std::int64_t now);
     void glitch() { model.glitch(); }
+    bool setSampleRate (std::uint32_t hz) { return model.setSampleRate (hz); }
+    bool setBufferSize (std::uint32_t samples) { return model.setBufferSize (samples); }
     void limitLog (std::uint32_t length) { model.fillEventLog (length); }
     void takeViews();
     void removeLink() { IoDeleteSymbolicLink (&link); }
@@ -97,7 +99,7 @@ private:
     const std::uint32_t slot;
     bool isGone = false;
     bool isAnnounced = false;
-    std::uint32_t numOpen = 0;
+    std::uint32_t numOpens = 0;
     UNICODE_STRING link {};
     HANDLE section = nullptr;
     void* block = nullptr; // in the driver's own process

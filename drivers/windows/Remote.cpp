@@ -11,17 +11,18 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <iomanip>
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
-/* Takes orders for the test bus and for the system around the program, one a line, on its standard input. Each is
-   answered by the lines it asked for, if any, and then by "ok" or "error" and why. Ends with its input.
+/* Takes orders for the test bus, one a line, on its standard input: those that the simulator takes, and some about what
+   only Windows has. Each is answered by one line, "ok ..." or "error: ...". Ends with its input.
 
    While it runs it keeps the Wine session alive, and is the notification bridge once it has been told to. */
 
@@ -90,29 +91,8 @@ Number read (std::istream& words, const char* what)
     return number;
 }
 
-std::uint32_t readSlot (std::istream& words)
-{
-    return read<std::uint32_t> (words, "slot");
-}
-
-TestBus::RequestKind readKind (std::istream& words)
-{
-    const auto name = read<std::string> (words, "kind of request");
-    const auto found = std::find (std::begin (requestNames), std::end (requestNames), name);
-
-    if (found == std::end (requestNames))
-        throw Failure ("no such kind of request: " + name);
-
-    return static_cast<TestBus::RequestKind> (found - std::begin (requestNames));
-}
-
-/** What is left of the line. */
-std::string readRest (std::istream& words)
-{
-    std::string rest;
-    std::getline (words >> std::ws, rest);
-    return rest;
-}
+/** Slots by the names of the devices that have been plugged in; each keeps its own. */
+std::map<std::string, std::uint32_t> slotsByName;
 
 State send (const Order& order)
 {
@@ -130,6 +110,46 @@ State send (Action action, std::uint32_t slot, std::int64_t value = 0)
     return send (order);
 }
 
+bool isPresent (std::uint32_t slot)
+{
+    return send (Action::look, slot).isPresent != 0;
+}
+
+/** The slots that a device's name, or "all", stands for. */
+std::vector<std::uint32_t> readSlots (std::istream& words)
+{
+    const auto wanted = read<std::string> (words, "device");
+    std::vector<std::uint32_t> slots;
+
+    for (const auto& [name, slot] : slotsByName)
+        if ((wanted == "all" || wanted == name) && isPresent (slot))
+            slots.push_back (slot);
+
+    if (slots.empty() && wanted != "all")
+        throw Failure ("no such device: " + wanted);
+
+    std::sort (slots.begin(), slots.end());
+    return slots;
+}
+
+TestBus::RequestKind findKind (const std::string& name)
+{
+    const auto found = std::find (std::begin (requestNames), std::end (requestNames), name);
+
+    if (found == std::end (requestNames))
+        throw Failure ("no such kind of request: " + name);
+
+    return static_cast<TestBus::RequestKind> (found - std::begin (requestNames));
+}
+
+/** What is left of the line. */
+std::string readRest (std::istream& words)
+{
+    std::string rest;
+    std::getline (words >> std::ws, rest);
+    return rest;
+}
+
 std::int64_t getFrequency()
 {
     LARGE_INTEGER frequency {};
@@ -144,101 +164,209 @@ std::string getPath (std::uint32_t slot)
 }
 
 //==============================================================================
-void plug (std::istream& words)
+/** Whether a program can open the interface. */
+bool isAnnounced (std::uint32_t slot)
 {
-    Order order {};
-    order.action = Action::plug;
-    order.slot = readSlot (words);
-    order.value = getFrequency();
-
-    const auto name = readRest (words);
-    std::memcpy (order.text, name.data(), std::min (name.size(), sizeof (order.text) - 1));
-    send (order);
+    try
+    {
+        OpenFile file (getPath (slot));
+        return true;
+    }
+    catch (const Failure&)
+    {
+        return false;
+    }
 }
 
-/** An action on the next requests of a kind. */
-void trouble (Action action, std::istream& words)
+/** The system starts and removes interfaces on a thread of its own. */
+void waitUntil (std::uint32_t slot, bool shouldBeThere)
+{
+    constexpr DWORD patienceMs = 20'000, intervalMs = 5;
+
+    for (DWORD waited = 0; isAnnounced (slot) != shouldBeThere; waited += intervalMs)
+    {
+        check (waited < patienceMs, getPath (slot) + (shouldBeThere ? " does not come" : " does not go"));
+        Sleep (intervalMs);
+    }
+}
+
+void plug (std::istream& words)
+{
+    const auto name = read<std::string> (words, "name");
+    const auto slot = slotsByName.emplace (name, slotsByName.size()).first->second;
+
+    Order order {};
+    order.action = Action::plug;
+    order.slot = slot;
+    order.value = getFrequency();
+    std::memcpy (order.text, name.data(), std::min (name.size(), sizeof (order.text) - 1));
+    send (order);
+    waitUntil (slot, true);
+}
+
+/** An action on every device that is named, with a number behind the name. */
+void applyToAll (Action action, std::istream& words, const char* number)
+{
+    const auto slots = readSlots (words);
+    const auto value = read<std::uint32_t> (words, number);
+
+    for (const auto slot : slots)
+        send (action, slot, value);
+}
+
+void applyToAll (Action action, std::istream& words)
+{
+    for (const auto slot : readSlots (words))
+        send (action, slot);
+}
+
+void trouble (Action action, std::uint32_t slot, TestBus::RequestKind kind, std::uint32_t count)
 {
     Order order {};
     order.action = action;
-    order.slot = readSlot (words);
-    order.kind = readKind (words);
-    order.value = read<std::uint32_t> (words, "number of requests");
+    order.slot = slot;
+    order.kind = kind;
+    order.value = count;
     send (order);
 }
 
-void look (std::istream& words)
+constexpr std::uint32_t always = 0xFFFFFFFF;
+
+/** How often; once if it is not said. */
+std::uint32_t readCount (std::istream& words)
 {
-    const auto state = send (Action::look, readSlot (words));
-    std::cout << "present " << state.isPresent << "\nopen " << state.numOpen << "\nviews " << state.numViews
-              << "\nwaiting " << state.numWaiting << "\nhighest-view " << state.highestView << '\n';
+    std::string count = "1";
+    words >> count;
 
-    for (std::size_t i = 0; i < std::size (requestNames); ++i)
-        std::cout << requestNames[i] << ' ' << state.received[i] << '\n';
+    if (count == "always" || count == "never")
+        return count == "always" ? always : 0;
 
-    std::cout << "statistics " << std::hex << std::setfill ('0');
-
-    for (const auto byte : state.statistics)
-        std::cout << std::setw (2) << unsigned { byte };
-
-    std::cout << std::dec << std::setfill (' ') << '\n';
+    std::istringstream number (count);
+    return read<std::uint32_t> (number, "how often");
 }
 
-/** A program of its own that reads from the interface, beside the one under test. */
-void readCounters (std::istream& words)
+/** Interfaces that nobody can open, nor hear of when they go: under Wine that takes the link away. */
+std::set<std::uint32_t> locked;
+
+void lock (std::uint32_t slot)
 {
-    using namespace DriverProtocol;
-
-    TransactionBlock block {};
-    block.length = fullLength;
-    block.code = AccessFirmwareCounters;
-    block.words[0] = ReadFirmwareCounters;
-    OpenFile (getPath (readSlot (words))).control (IOCTL_DEVICE_TRANSACTION, block, block);
-
-    std::cout << "overflows " << block.words[overflowsWord] << "\nunderruns " << block.words[underrunsWord] << "\nfifo "
-              << block.words[fifoLevelWord] << "\nsyncs " << block.words[syncCountWord] << '\n';
+    send (Action::removeLink, slot);
+    locked.insert (slot);
 }
 
-/** One line per entry: timestamp, frequency, type, parameter, auxiliary value. */
-void readEvents (std::istream& words)
+/** An action on the next requests of a kind. An interface cannot refuse to be opened: its link goes, for good. */
+void trouble (Action action, std::istream& words)
 {
-    using namespace DriverProtocol;
+    const auto slots = readSlots (words);
+    const auto name = read<std::string> (words, "kind of request");
+    const auto count = readCount (words);
 
-    constexpr std::uint32_t maximumEntries = 16384;
-    const OpenFile file (getPath (readSlot (words)));
-
-    for (std::uint32_t index = 0; index < maximumEntries; ++index)
+    for (const auto slot : slots)
     {
-        CommandEnvelope envelope {};
-        envelope.code = ReadEventEntry;
-        envelope.words[0] = index;
-        file.control (IOCTL_DEVICE_COMMAND, envelope, envelope);
-
-        EventLogEntry entry;
-        std::memcpy (&entry, envelope.words, sizeof (entry));
-
-        if (entry.type == noSuchEntry)
-            return;
-
-        std::cout << entry.timestamp << ' ' << entry.frequency << ' ' << entry.type << ' ' << entry.param << ' '
-                  << int { entry.auxValue } << '\n';
+        if (name == "open")
+            lock (slot);
+        else
+            trouble (action, slot, findKind (name), count);
     }
+}
+
+void stopAnswering (std::istream& words)
+{
+    for (const auto slot : readSlots (words))
+        for (std::uint32_t kind = 0; kind < DriverProtocol::numRequestKinds; ++kind)
+            trouble (Action::hang, slot, static_cast<TestBus::RequestKind> (kind), always);
+}
+
+void unplug (std::uint32_t slot)
+{
+    send (Action::unplug, slot);
+
+    if (locked.erase (slot) > 0)
+        Bridge::notifyProgram (DBT_DEVICEREMOVECOMPLETE, getPath (slot).c_str());
+
+    waitUntil (slot, false);
+}
+
+void unplug (std::istream& words)
+{
+    for (const auto slot : readSlots (words))
+        unplug (slot);
+}
+
+void kill (std::istream& words)
+{
+    for (const auto slot : readSlots (words))
+    {
+        send (Action::kill, slot);
+        unplug (slot);
+    }
+}
+
+/** What the answer says beside "ok". */
+std::ostringstream answer;
+
+/** What was asked of the devices so far, and what they hold. */
+void describeCounts (std::istream& words)
+{
+    for (const auto slot : readSlots (words))
+    {
+        const auto state = send (Action::look, slot);
+        answer << " open=" << state.numOpens << " views=" << state.numViews << " waiting=" << state.numWaiting
+               << " highest-view=" << state.highestView;
+
+        for (std::size_t i = 0; i < std::size (requestNames); ++i)
+            answer << ' ' << requestNames[i] << '=' << state.received[i];
+    }
+}
+
+/** Where the program keeps the place of its window, as texts. */
+constexpr char settingsKey[] = "Software\\Vendrel";
+constexpr const char* settingsNames[] { "x", "y" };
+
+void describeSettings (std::istream&)
+{
+    for (const auto* name : settingsNames)
+    {
+        char text[64] {};
+        DWORD size = sizeof (text) - 1;
+
+        if (RegGetValueA (HKEY_CURRENT_USER, settingsKey, name, RRF_RT_REG_SZ, nullptr, text, &size) == ERROR_SUCCESS)
+            answer << ' ' << name << '=' << text;
+    }
+}
+
+void store (std::istream& words)
+{
+    for (const auto* name : settingsNames)
+    {
+        const auto text = read<std::string> (words, name);
+        const auto size = static_cast<DWORD> (text.size() + 1);
+        const auto error = RegSetKeyValueA (HKEY_CURRENT_USER, settingsKey, name, REG_SZ, text.c_str(), size);
+        check (error == ERROR_SUCCESS, "not stored");
+    }
+}
+
+/** An empty bus without a past, and no settings. */
+void reset (std::istream&)
+{
+    std::istringstream all ("all");
+    unplug (all);
+    slotsByName.clear();
+    RegDeleteTreeA (HKEY_CURRENT_USER, settingsKey);
 }
 
 void notify (std::istream& words)
 {
-    const std::map<std::string, unsigned long> events { { "arrival", DBT_DEVICEARRIVAL },
-                                                        { "query-remove", DBT_DEVICEQUERYREMOVE },
-                                                        { "query-remove-failed", DBT_DEVICEQUERYREMOVEFAILED },
-                                                        { "remove-pending", DBT_DEVICEREMOVEPENDING },
-                                                        { "remove-complete", DBT_DEVICEREMOVECOMPLETE } };
+    const std::map<std::string, unsigned long> events { { "query-remove", DBT_DEVICEQUERYREMOVE },
+                                                        { "query-remove-failed", DBT_DEVICEQUERYREMOVEFAILED } };
 
     const auto event = events.find (read<std::string> (words, "event"));
 
     if (event == events.end())
         throw Failure ("no such event");
 
-    check (Bridge::notifyProgram (event->second, getPath (readSlot (words)).c_str()), "the program does not answer");
+    for (const auto slot : readSlots (words))
+        check (Bridge::notifyProgram (event->second, getPath (slot).c_str()), "the program does not answer");
 }
 
 /** Opens a file so that nobody else can, as scanners do for moments; without a name it lets go of it. */
@@ -268,53 +396,40 @@ const std::map<std::string, Command> commands {
     { "controller",
       [] (std::istream& words) { checkInstalled (Installer::installHostController (readRest (words))); } },
     { "bridge", [] (std::istream&) { check (Bridge::start(), "no bridge"); } },
-    { "forwarded", [] (std::istream&) { std::cout << Bridge::getNumForwarded() << '\n'; } },
     { "notify", notify },
-    { "frequency", [] (std::istream&) { std::cout << getFrequency() << '\n'; } },
+    { "reset", reset },
 
     { "plug", plug },
-    { "unplug", [] (std::istream& words) { send (Action::unplug, readSlot (words)); } },
-    { "kill", [] (std::istream& words) { send (Action::kill, readSlot (words)); } },
+    { "unplug", [] (std::istream& words) { unplug (words); } },
+    { "kill", kill },
+    { "rate", [] (std::istream& words) { applyToAll (Action::rate, words, "Hz"); } },
+    { "buffer", [] (std::istream& words) { applyToAll (Action::buffer, words, "samples"); } },
+    { "glitch", [] (std::istream& words) { applyToAll (Action::glitch, words); } },
     { "fail", [] (std::istream& words) { trouble (Action::fail, words); } },
     { "warn", [] (std::istream& words) { trouble (Action::warn, words); } },
     { "hang", [] (std::istream& words) { trouble (Action::hang, words); } },
     { "hold", [] (std::istream& words) { trouble (Action::hold, words); } },
-    { "release", [] (std::istream& words) { send (Action::release, readSlot (words)); } },
-    { "slow",
-      [] (std::istream& words)
-      {
-          const auto slot = readSlot (words);
-          send (Action::slow, slot, read<std::uint32_t> (words, "milliseconds"));
-      } },
+    { "release", [] (std::istream& words) { applyToAll (Action::release, words); } },
+    { "slow", [] (std::istream& words) { applyToAll (Action::slow, words, "milliseconds"); } },
+    { "stop", stopAnswering },
+    { "resume", [] (std::istream& words) { applyToAll (Action::release, words); } },
+    { "fill", [] (std::istream& words) { applyToAll (Action::limitLog, words, "number of entries"); } },
+    { "take-view", [] (std::istream& words) { applyToAll (Action::takeView, words); } },
     { "tick", [] (std::istream& words) { send (Action::tick, 0, read<std::uint32_t> (words, "milliseconds")); } },
-    { "glitch", [] (std::istream& words) { send (Action::glitch, readSlot (words)); } },
-    { "take-view", [] (std::istream& words) { send (Action::takeView, readSlot (words)); } },
-    { "remove-link", [] (std::istream& words) { send (Action::removeLink, readSlot (words)); } },
-    { "log",
-      [] (std::istream& words)
-      {
-          const auto slot = readSlot (words);
-          send (Action::limitLog, slot, read<std::uint32_t> (words, "number of entries"));
-      } },
-    { "look", look },
     { "hold-file", holdFile },
-    { "counters", readCounters },
-    { "events", readEvents },
-
-    { "windows", [] (std::istream&) { std::cout << Windows::list(); } },
-    { "move",
-      [] (std::istream& words)
-      {
-          const auto x = read<int> (words, "x");
-          const auto y = read<int> (words, "y");
-          check (Windows::moveTo (readRest (words), x, y), "no such window");
-      } },
+    { "counts", describeCounts },
+    { "stored", describeSettings },
+    { "store", store },
+    { "box-text", [] (std::istream& words) { answer << ' ' << Windows::getBoxText (readRest (words)); } },
+    { "keyboard", [] (std::istream&) { answer << ' ' << Windows::getKeyboardOwner(); } },
+    { "watch-keys", [] (std::istream&) { answer << (Windows::watchKeys() ? " 1" : " 0"); } },
+    { "keys-down", [] (std::istream&) { answer << ' ' << Windows::countKeysDown(); } },
     { "urgent-threads",
       [] (std::istream& words)
       {
           const auto number = Windows::countUrgentThreads (readRest (words));
           check (number >= 0, "no such window");
-          std::cout << number << '\n';
+          answer << ' ' << number;
       } },
 };
 
@@ -336,12 +451,13 @@ int main()
     {
         try
         {
+            answer.str ({});
             carryOut (line);
-            std::cout << "ok" << std::endl;
+            std::cout << "ok" << answer.str() << std::endl;
         }
         catch (const Failure& failure)
         {
-            std::cout << "error " << failure.what() << std::endl;
+            std::cout << "error: " << failure.what() << std::endl;
         }
     }
 }

@@ -20,6 +20,8 @@ enum class Action : std::uint32_t
     plug,       /**< A new interface in the slot: text is its name, value the counter's rate. */
     unplug,     /**< Takes the interface away and says so. */
     kill,       /**< The interface answers nothing any more, and nobody is told. */
+    rate,       /**< Another sample rate (value, Hz). */
+    buffer,     /**< Another buffer size (value, samples). */
     fail,       /**< So many (value) requests of the kind fail. */
     warn,       /**< So many (value) requests of the kind fail, with a warning and a made-up answer. */
     hang,       /**< So many (value) requests of the kind are not answered until they are cancelled or released. */
@@ -51,15 +53,14 @@ struct Order
 struct State
 {
     std::uint32_t isPresent;
-    std::uint32_t numOpen;     /**< Handles. */
+    std::uint32_t numOpens;    /**< So far. */
     std::uint32_t numViews;    /**< Processes' views of the statistics block. */
     std::uint32_t numWaiting;  /**< Requests that hang or are held. */
     std::uint64_t highestView; /**< Address that the views lie at or below; 0 when there are none. */
     std::uint32_t received[DriverProtocol::numRequestKinds]; /**< Requests so far, by kind, whatever became of them. */
-    std::uint8_t statistics[156];                            /**< The block, as processes see it. */
 };
 
 static_assert (sizeof (Order) == 88);
-static_assert (sizeof (State) == 216);
+static_assert (sizeof (State) == 56);
 
 } // namespace TestBus

@@ -4,104 +4,99 @@
 
 #include <tlhelp32.h>
 
-#include <sstream>
+#include <algorithm>
 
 namespace Windows
 {
 
 namespace
 {
-constexpr int maximumText = 512;
+constexpr char boxClass[] = "#32770";
 
-/** A window's title is the system's to tell, even when its program is busy; a control's text is the control's. */
-std::string getText (HWND window)
+/** The window whose keys are watched, and its thread. */
+HWND watched = nullptr;
+HANDLE watchedThread = nullptr;
+
+BOOL CALLBACK addText (HWND window, LPARAM context)
 {
+    constexpr int room = 512;
     constexpr UINT timeoutMs = 2000;
-    char text[maximumText] {};
-
-    if (GetAncestor (window, GA_PARENT) == GetDesktopWindow())
-        GetWindowTextA (window, text, maximumText);
-    else
-        SendMessageTimeoutA (window,
-                             WM_GETTEXT,
-                             maximumText,
-                             reinterpret_cast<LPARAM> (text),
-                             SMTO_ABORTIFHUNG,
-                             timeoutMs,
-                             nullptr);
-
-    std::string result (text);
-
-    for (auto& character : result)
-        if (character == '\n' || character == '\r' || character == '\t')
-            character = ' ';
-
-    return result;
-}
-
-std::string describe (HWND window)
-{
-    RECT area {};
-    GetClientRect (window, &area);
-    POINT origin {};
-    ClientToScreen (window, &origin);
-
-    char className[maximumText] {};
-    GetClassNameA (window, className, maximumText);
-
-    std::ostringstream line;
-    line << origin.x << '\t' << origin.y << '\t' << area.right << '\t' << area.bottom << '\t' << className << '\t'
-         << getText (window) << '\n';
-    return line.str();
-}
-
-BOOL CALLBACK addChild (HWND window, LPARAM context)
-{
-    if (IsWindowVisible (window))
-        *reinterpret_cast<std::string*> (context) += '\t' + describe (window);
-
-    return TRUE;
-}
-
-BOOL CALLBACK addWindow (HWND window, LPARAM context)
-{
-    if (IsWindowVisible (window))
-    {
-        *reinterpret_cast<std::string*> (context) += describe (window);
-        EnumChildWindows (window, addChild, context);
-    }
-
+    char text[room] {};
+    SendMessageTimeoutA (window,
+                         WM_GETTEXT,
+                         room,
+                         reinterpret_cast<LPARAM> (text),
+                         SMTO_ABORTIFHUNG,
+                         timeoutMs,
+                         nullptr);
+    reinterpret_cast<std::string*> (context)->append (text).append ("|");
     return TRUE;
 }
 } // namespace
 
-std::string list()
+std::string getBoxText (const std::string& title)
 {
-    std::string lines;
-    EnumWindows (addWindow, reinterpret_cast<LPARAM> (&lines));
-    return lines;
+    std::string text;
+
+    if (const auto box = FindWindowA (boxClass, title.c_str()); box != nullptr)
+        EnumChildWindows (box, addText, reinterpret_cast<LPARAM> (&text));
+
+    std::replace (text.begin(), text.end(), '\n', ' ');
+    return text;
 }
 
-bool moveTo (const std::string& title, int x, int y)
+std::string getKeyboardOwner()
 {
-    const auto window = FindWindowA (nullptr, title.c_str());
+    constexpr int room = 256;
+    char title[room] {}, className[room] {};
+    GUITHREADINFO info {};
+    info.cbSize = sizeof (info);
 
-    if (window == nullptr)
-        return false;
+    GetWindowTextA (GetForegroundWindow(), title, room);
 
-    RECT frame {};
-    GetWindowRect (window, &frame);
-    POINT origin {};
-    ClientToScreen (window, &origin);
+    if (GetGUIThreadInfo (0, &info) != FALSE)
+        GetClassNameA (info.hwndFocus, className, room);
 
-    return SetWindowPos (window,
-                         nullptr,
-                         x - (origin.x - frame.left),
-                         y - (origin.y - frame.top),
-                         0,
-                         0,
-                         SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE)
-           != FALSE;
+    return std::string (className) + " " + title;
+}
+
+bool watchKeys()
+{
+    if (watchedThread != nullptr)
+    {
+        AttachThreadInput (GetCurrentThreadId(), GetThreadId (watchedThread), FALSE);
+        CloseHandle (watchedThread);
+    }
+
+    watched = GetForegroundWindow();
+    const auto thread = GetWindowThreadProcessId (watched, nullptr);
+    watchedThread = OpenThread (SYNCHRONIZE | THREAD_QUERY_LIMITED_INFORMATION, FALSE, thread);
+
+    return watched != GetDesktopWindow() && AttachThreadInput (GetCurrentThreadId(), thread, TRUE) != FALSE;
+}
+
+int countKeysDown()
+{
+    constexpr BYTE isDown = 0x80;
+    constexpr UINT timeoutMs = 10'000;
+
+    // Behind the pointer's buttons; each key of the left or right hand is also one for both hands.
+    const auto isKey = [] (int code)
+    { return code >= VK_BACK && code != VK_SHIFT && code != VK_CONTROL && code != VK_MENU; };
+
+    if (WaitForSingleObject (watchedThread, 0) != WAIT_TIMEOUT)
+        return -1;
+
+    BYTE states[256] {};
+    GetKeyboardState (states);
+    int number = 0;
+
+    for (int code = 0; code < 256; ++code)
+        number += isKey (code) && (states[code] & isDown) != 0 ? 1 : 0;
+
+    // Taken out of the queue, but yet to be handled: this is answered afterwards.
+    SendMessageTimeoutA (watched, WM_NULL, 0, 0, SMTO_NORMAL, timeoutMs, nullptr);
+    return number;
 }
 
 int countUrgentThreads (const std::string& title)

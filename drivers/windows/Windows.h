@@ -2,22 +2,29 @@
 
 #include <string>
 
-/** The windows on the screen, as a user sees them. */
+/** The program's windows, as the system around them sees them. */
 namespace Windows
 {
-
-/** One line for each visible window, the uppermost first: x, y, width and height of its client area on the screen,
-    its class and its title, separated by tabs. Behind each, one line with a leading tab for each visible child:
-    the same of the child.
-*/
-std::string list();
-
-/** Moves the client area of the visible window of this title to a place on the screen; false when there is none. */
-bool moveTo (const std::string& title, int x, int y);
 
 /** How many threads of the program that has the visible window of this title run above normal priority; -1 when there
    is no such window.
 */
 int countUrgentThreads (const std::string& title);
+
+/** What the system's box of this title says, its lines and buttons separated by "|"; nothing when there is no such box.
+ */
+std::string getBoxText (const std::string& title);
+
+/** The class of the control that has the keyboard and, behind a blank, the title of its window. */
+std::string getKeyboardOwner();
+
+/** Has countKeysDown() look at the program whose window is in front. @returns false when no window is */
+bool watchKeys();
+
+/** How many keys the program has taken in as pressed and not yet as released; -1 when its thread has ended.
+
+    A program that looks at the keyboard's state finds a key up that was let go before this has counted it.
+*/
+int countKeysDown();
 
 } // namespace Windows

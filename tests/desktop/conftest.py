@@ -2,13 +2,14 @@ import pathlib
 
 import pytest
 from desk import Desk
-from worlds import ROOT, LinuxWorld
+from worlds import ROOT, LinuxWorld, WineSession, WineWorld
 
 WORLDS = 'bare', 'openbox', 'wine'
 
 
 def pytest_addoption(parser):
     parser.addoption('--build', type=pathlib.Path, default=ROOT / 'build/dev', help='where the Linux programs are')
+    parser.addoption('--windows-build', type=pathlib.Path, default=ROOT / 'build/windows', help='where the others are')
     parser.addoption('--worlds', default='bare,openbox', help=f'of {", ".join(WORLDS)}')
 
 
@@ -18,21 +19,42 @@ def pytest_configure(config):
 
 
 def pytest_generate_tests(metafunc):
-    if 'world' not in metafunc.fixturenames:
-        return
+    if 'world' in metafunc.fixturenames:
+        metafunc.parametrize('world', metafunc.config.getoption('--worlds').split(','), indirect=True)
 
-    mark = metafunc.definition.get_closest_marker('only_in')
-    possible = mark.args if mark else WORLDS
-    wanted = metafunc.config.getoption('--worlds').split(',')
-    metafunc.parametrize('world', [name for name in wanted if name in possible], indirect=True)
+
+def pytest_collection_modifyitems(config, items):
+    """Leaves out what does not run in a world, the parameters of a case included; what takes none is for Linux."""
+
+    def runs(item):
+        mark = item.get_closest_marker('only_in')
+        world = item.callspec.params['world'] if 'world' in item.fixturenames else None
+        return world in mark.args if mark else world or config.getoption('--worlds') != 'wine'
+
+    items[:] = filter(runs, items)
+
+
+@pytest.fixture(scope='session')
+def wine(request):
+    session = WineSession(request.config.getoption('--windows-build').resolve())
+
+    try:
+        WineWorld(session).install()
+        yield session
+    finally:
+        session.end()
 
 
 @pytest.fixture
 def world(request):
-    """A machine of the case's own: display, home and driver."""
-    display = request.node.get_closest_marker('display')
-    world = LinuxWorld(Desk(request.param == 'openbox', *([display.args] if display else [])),
-                       request.config.getoption('--build').resolve())
+    """A machine of the case's own, with nothing plugged in: display, home and driver. Under Wine it is one, and cleared."""
+    if request.param == 'wine':
+        world = WineWorld(request.getfixturevalue('wine'))
+    else:
+        display = request.node.get_closest_marker('display')
+        world = LinuxWorld(Desk(request.param == 'openbox', *([display.args] if display else [])),
+                           request.config.getoption('--build').resolve())
+
     yield world
     world.end()
 

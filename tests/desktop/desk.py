@@ -100,6 +100,9 @@ class Desk:
         self.display = Xlib.display.Display(self.environment['DISPLAY'])
         self.root = self.display.screen().root
 
+        # A key that is held until it has been seen must not come twice.
+        self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOff)
+
         if managed:
             self.start(['openbox'])
             manager = self.display.intern_atom('_NET_SUPPORTING_WM_CHECK')

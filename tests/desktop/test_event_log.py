@@ -2,6 +2,7 @@
 
 import pytest
 from desk import wait_until
+from worlds import SAVE_DIALOG
 
 LINUX = pytest.mark.only_in('bare', 'openbox', why='Windows has its own save dialog, frames and pointers')
 ROWS = 401, 58, 350, 400  # of the columns "Param" and "Event Name"
@@ -66,9 +67,9 @@ def test_every_part_has_its_key(world):
     # After the first dialog the button has the keyboard again.
     for _ in range(2):
         world.press('space')
-        world.desk.wait_for_window(world.SAVE_DIALOG)
+        world.wait_for_save_dialog()
         world.press('Escape')
-        world.desk.wait_until_gone(world.SAVE_DIALOG)
+        world.desk.wait_until_gone(SAVE_DIALOG)
         assert world.desk.wait_for_window('Event log') == events
         wait_until('the button has the keyboard',
                    lambda: world.desk.picture(events, SAVE_BUTTON).tobytes() == with_keyboard)
@@ -84,10 +85,10 @@ def test_closing_is_refused_behind_a_dialog(world):
     world.start()
     events = world.open_events()
     world.press('Tab', 'space')
-    world.desk.wait_for_window(world.SAVE_DIALOG)
+    world.wait_for_save_dialog()
     world.desk.ask_to_close(events)
     world.press('Escape')
-    world.desk.wait_until_gone(world.SAVE_DIALOG)
+    world.desk.wait_until_gone(SAVE_DIALOG)
     assert world.desk.wait_for_window('Event log') == events
     world.wait_for_looks('Alpha')
     assert world.desk.windows('Event log') == [events]

@@ -1,9 +1,10 @@
 """Both reports, byte for byte: the same files in every world."""
 
+import datetime
 import re
 
 from desk import wait_until
-from worlds import ROOT
+from worlds import ROOT, SAVE_DIALOG
 
 GOLD = ROOT / 'tests/gold'
 ROWS = 551, 58, 200, 400  # of the event window's "Event Name" column
@@ -27,11 +28,11 @@ def test_saves_the_statistics(world):
     world.start()
 
     def save():
-        """The message's picture."""
+        """What the message says."""
         world.click_button('Save')
-        picture = world.picture(window=world.wait_for_box())
+        said = world.read_box(world.wait_for_box())
         world.close('Quendel', 'Return')
-        return picture
+        return said
 
     # The second device has no DSP, the third no FPGA.
     saved = save()
@@ -39,7 +40,10 @@ def test_saves_the_statistics(world):
     world.order('tick 1234')
     world.wait_for_columns(3)
     world.wait_for_looks('Gamma')
+    before = datetime.datetime.utcnow().replace(microsecond=0)
     assert save() == saved
+    when = re.findall(rb'report\r\n(.*)\r', report.read_bytes())[-1].decode()
+    assert before <= datetime.datetime.strptime(when, '%d %b %Y %I:%M:%S%p') <= datetime.datetime.utcnow()
     expect_gold(without_date(report.read_bytes()), 'desktop-statistics.txt')
 
     # A file that cannot be written, of two kinds.
@@ -63,7 +67,7 @@ def test_saves_the_events(world):
 
     def open_dialog():
         world.desk.click(events, 400, 577)
-        return world.desk.wait_for_window(world.SAVE_DIALOG)
+        return world.wait_for_save_dialog()
 
     def wait_for_report(file):
         lines = 600 if file.name == 'all.txt' else 300
@@ -74,7 +78,7 @@ def test_saves_the_events(world):
     # Under the name that is proposed, in the order of time.
     open_dialog()
     world.press('Return')
-    world.desk.wait_until_gone(world.SAVE_DIALOG)
+    world.desk.wait_until_gone(SAVE_DIALOG)
     wait_until('a report', lambda: list(world.documents.iterdir()))
     [proposed] = world.documents.iterdir()
     assert re.fullmatch(r'Quendel event log [1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m\.txt', proposed.name)
@@ -85,14 +89,14 @@ def test_saves_the_events(world):
     mine = world.documents / 'mine.txt'
     mine.write_bytes(b'precious')
     world.name_file(open_dialog(), 'mine.txt')
-    world.desk.wait_for_window(world.QUESTION)
-    world.press('Escape')
-    world.desk.wait_for_window(world.SAVE_DIALOG)
+    world.wait_for_question()
+    world.answer(False)
+    world.wait_for_save_dialog()
     assert mine.read_bytes() == b'precious'
     world.press('Return')
-    world.desk.wait_for_window(world.QUESTION)
+    world.wait_for_question()
     assert mine.read_bytes() == b'precious'
-    world.press('Return')
+    world.answer(True)
     expect_gold(wait_for_report(mine), 'desktop-events-by-name.txt')
 
     # Both devices' events in one time line.

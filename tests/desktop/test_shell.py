@@ -30,6 +30,7 @@ def click_and_close(world, button):
 
 def test_return_resets_once_whatever_was_clicked(world):
     world.plug('Alpha', 'Beta')
+    world.order('fill all 50')
     world.start()
     resets = 0
 
@@ -50,6 +51,7 @@ def test_return_resets_once_whatever_was_clicked(world):
 
 def test_escape_quits_whatever_was_clicked(world):
     world.plug('Alpha', 'Beta')
+    world.order('fill all 50')
     world.launch()
     world.quit()
 
@@ -65,6 +67,7 @@ def test_escape_quits_whatever_was_clicked(world):
 
 def test_tab_and_space_reach_every_button(world):
     world.plug('Alpha', 'Beta')
+    world.order('fill all 50')
     world.start()
     world.press('Tab', 'space')
     world.wait_for_box()

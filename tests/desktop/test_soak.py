@@ -10,6 +10,7 @@ import time
 
 import pytest
 from desk import wait_until
+from worlds import SAVE_DIALOG
 
 
 @pytest.mark.only_in('bare', why='what makes the storm hard is the notifications, whatever shows the window')
@@ -106,9 +107,9 @@ class User:
         if saves:
             before = len(list(self.world.documents.iterdir()))
             self.world.desk.click(events, 400, 577)
-            self.world.desk.wait_for_window(self.world.SAVE_DIALOG)
+            self.world.wait_for_save_dialog()
             self.world.press('Return')
-            self.world.desk.wait_until_gone(self.world.SAVE_DIALOG)
+            self.world.desk.wait_until_gone(SAVE_DIALOG)
             wait_until('a report', lambda: len(list(self.world.documents.iterdir())) > before)
             self.world.desk.wait_for_window('Event log')
             self.done['event reports'] += 1

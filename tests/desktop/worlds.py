@@ -2,22 +2,29 @@
 with the test bus and its remote. Both take the same orders, and in both the driver's time moves by order only.
 """
 
+import os
 import pathlib
 import re
+import shutil
 import subprocess
 import tempfile
 
-from desk import wait_until
+from desk import Desk, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 CONTROLLERS = 'ROOT\\OHCI1394\\0000', 'ROOT\\OHCI1394\\0001'
 
 BUTTONS = {'Save': 1, 'Reset': 2, 'Events': 3}  # and the quarter of the view's width that each stands at
 BUTTONS_Y = 619
+SAVE_DIALOG = 'Save event report'
 
 
 def view_width(columns):
     return 150 * columns + 190
+
+
+def windows_path(path):
+    return 'Z:' + str(path).replace('/', '\\')
 
 
 class World:
@@ -29,6 +36,7 @@ class World:
 
     def __init__(self, desk, home):
         self.desk, self.home, self.documents = desk, home, home / 'Documents'
+        shutil.rmtree(self.documents, ignore_errors=True)
         self.documents.mkdir(parents=True)
         self.program = self.view = None
 
@@ -64,12 +72,12 @@ class World:
         self.program = self.run()
         self.view = self.desk.wait_for_window('Quendel')
 
-    def start(self):
-        """Also waits until the window is where it belongs, and the figures on it are the driver's."""
+    def start(self, device='all'):
+        """Also waits until the window is where it belongs, and the figures of a device on it are the driver's."""
         self.launch()
         place = self.stored() or (64, 51)
         wait_until(f'the view is at {place}', lambda: self.view.bounds[:2] == place)
-        self.wait_for_looks('all', 2)
+        self.wait_for_looks(device, 2)
 
     def wait_for_columns(self, columns):
         wait_until(f'a view of {columns} columns', lambda: self.view.bounds[2:] == (view_width(columns), 652))
@@ -103,6 +111,11 @@ class World:
         self.click_button('Events')
         return self.wait_until_still(self.desk.wait_for_window('Event log'))
 
+    def stored(self):
+        """The position that the program has stored, or None."""
+        found = self.settings()
+        return tuple(int(found[name]) if re.fullmatch(r'-?\d+', found[name]) else 0 for name in 'xy') if found else None
+
     def wait_until_still(self, window):
         """A new window is moved when its frame has come, and what is clicked before is somewhere else afterwards."""
         self.picture(window=window)
@@ -133,15 +146,13 @@ class World:
 
 
 class LinuxWorld(World):
-    SAVE_DIALOG, QUESTION = 'Save event report', 'File already exists'
-
     def __init__(self, desk, build):
         self.folder = tempfile.TemporaryDirectory(prefix='quendel-')
         folder = pathlib.Path(self.folder.name)
         (folder / 'runtime').mkdir()
         super().__init__(desk, folder / 'home')
         self.build = build
-        self.settings = self.home / '.config/Vendrel/Quendel.settings'
+        self.file = self.home / '.config/Vendrel/Quendel.settings'
         self.environment = {'HOME': str(self.home), 'XDG_RUNTIME_DIR': str(folder / 'runtime'), 'TZ': 'UTC',
                             'QUENDEL_MACHINE': str(folder / 'machine'),
                             'JUCE_FONT_PATH': '/usr/share/fonts/truetype/liberation'}
@@ -164,24 +175,147 @@ class LinuxWorld(World):
         """Without what the toolkit always says in builds for debugging."""
         return re.sub(r'(JUCE v|ERROR: X returned)[^\n]*\n|\n(?=ERROR: X)', '', program.read_errors())
 
-    def stored(self):
-        """The position that the program has stored, or None."""
-        if not self.settings.exists():
-            return None
-
-        found = dict(re.findall(r'name="([xy])" val="([^"]*)"', self.settings.read_text()))
-        return tuple(int(found[name]) if re.fullmatch(r'-?\d+', found[name]) else 0 for name in 'xy')
+    def settings(self):
+        return dict(re.findall(r'name="([xy])" val="([^"]*)"', self.file.read_text())) if self.file.exists() else {}
 
     def store(self, x, y):
-        self.settings.parent.mkdir(parents=True, exist_ok=True)
-        self.settings.write_text(f'<PROPERTIES><VALUE name="x" val="{x}"/><VALUE name="y" val="{y}"/></PROPERTIES>')
+        self.file.parent.mkdir(parents=True, exist_ok=True)
+        self.file.write_text(f'<PROPERTIES><VALUE name="x" val="{x}"/><VALUE name="y" val="{y}"/></PROPERTIES>')
 
-    def forget(self):
-        self.settings.unlink(missing_ok=True)
+    def read_box(self, box):
+        """What a message box says, to be compared with what another one says."""
+        return self.picture(window=box)
+
+    def wait_for_save_dialog(self):
+        return self.desk.wait_for_window(SAVE_DIALOG)
+
+    def wait_for_question(self):
+        """Whether a file is to be replaced."""
+        self.desk.wait_for_window('File already exists')
+
+    def answer(self, yes):
+        self.press('Return' if yes else 'Escape')
 
     def name_file(self, dialog, name):
         # A window manager holds a click back for a moment: keys that do not wait for its effect overtake it.
         self.wait_for_change(lambda: self.desk.click(dialog, 300, 437), 150, 425, 250, 24, window=dialog)
+        self.press('ctrl+a')
+        self.desk.type(name)
+        self.press('Return')
+
+
+class WineSession:
+    """A Wine prefix on a display of its own, with the test bus and its remote: one for all cases, as it takes a while."""
+
+    LOADER, SERVER = '/usr/lib/wine/wine64', '/usr/lib/wine/wineserver64'
+
+    def __init__(self, build):
+        self.folder = tempfile.TemporaryDirectory(prefix='quendel-wine-')
+        folder = pathlib.Path(self.folder.name)
+        self.desk, self.build, self.prefix = Desk(True), build, folder / 'prefix'
+
+        # Windows keeps text in the code page of the user's language.
+        for language in 'pl_PL', 'ja_JP':
+            subprocess.run(['localedef', '-i', language, '-f', 'UTF-8', folder / f'{language}.UTF-8'], check=True)
+
+        # What the program says of itself, and crashes; the rest is Wine's.
+        self.environment = {'LOCPATH': str(folder), 'HOME': str(folder), 'TZ': 'UTC', 'WINELOADER': self.LOADER,
+                            'WINEDLLOVERRIDES': 'mscoree,mshtml,winedbg.exe=', 'WINEDEBUG': '-all,warn+debugstr'}
+        self.home = self.make_prefix(build / 'prefix')
+        self.remote = self.run(build / 'QuendelTestRemote.exe', encoding='utf-8', stdin=subprocess.PIPE,
+                               stdout=subprocess.PIPE)
+
+    def make_prefix(self, template):
+        """A copy, as making one takes longer than many cases."""
+        if not template.exists():
+            self.environment['WINEPREFIX'] = f'{template}.new'
+            self.run('wineboot', '--init').wait_for_exit()
+            self.tell_server('-w')
+            pathlib.Path(f'{template}.new').rename(template)
+
+        subprocess.run(['cp', '-a', template, self.prefix], check=True)
+        self.environment['WINEPREFIX'] = str(self.prefix)
+
+        # The folders of the user, who had another home then.
+        [user] = self.prefix.glob('drive_c/users/[!P]*')
+
+        for folder in filter(pathlib.Path.is_symlink, list(user.iterdir())):
+            folder.unlink()
+            folder.mkdir()
+
+        return user
+
+    def run(self, *command, language='pl_PL', **options):
+        environment = {**self.environment, 'LC_CTYPE': language + '.UTF-8'}
+        return self.desk.start([self.LOADER, *command], environment, **options)
+
+    def tell_server(self, option):
+        subprocess.run([self.SERVER, option], env={**os.environ, **self.environment}, check=True)
+
+    def end(self):
+        self.tell_server('-k')
+        self.desk.close()
+        self.folder.cleanup()
+
+
+class WineWorld(World):
+    def __init__(self, session):
+        super().__init__(session.desk, session.home)
+        self.session, self.orders, self.build = session, session.remote, session.build
+        self.older = len(self.desk.programs)
+        self.order('reset')
+
+    def install(self):
+        self.order(f'install {windows_path(self.build / "QuendelTestBus.sys")}')
+
+        for controller in CONTROLLERS:
+            self.order(f'controller {controller}')
+
+        self.order('bridge')
+
+    def end(self):
+        for program in self.desk.programs[self.older:]:
+            program.kill()
+
+        wait_until('no window any more', lambda: not self.desk.windows())
+
+    def run(self):
+        return self.session.run(self.build / 'Quendel.exe')
+
+    @staticmethod
+    def errors(program):
+        return program.read_errors()
+
+    def press(self, *keys):
+        """The program looks at the keyboard's state and not only at what it is sent: a key is down until it has."""
+        for key in keys:
+            wait_until('a window in front', lambda: self.order('watch-keys') == '1')
+            handled = '-1', str(key.count('+') + 1)
+            self.desk.press(key, lambda: wait_until(f'{key} is handled', lambda: self.order('keys-down') in handled))
+
+    def settings(self):
+        return dict(pair.split('=') for pair in self.order('stored').split())
+
+    def store(self, x, y):
+        self.order(f'store {x} {y}')
+
+    def read_box(self, box):
+        return self.order(f'box-text {box.title}')
+
+    def wait_for_keyboard(self, control):
+        """In a box of the system's own, to which Wine gives the keyboard without a word to the display."""
+        wait_until(f'{control} with the keyboard', lambda: self.order('keyboard') == f'{control} {SAVE_DIALOG}')
+
+    def wait_for_save_dialog(self):
+        self.wait_for_keyboard('Edit')
+
+    def wait_for_question(self):
+        self.wait_for_keyboard('Button')
+
+    def answer(self, yes):
+        self.press(*['Return'] if yes else ['Right', 'Return'])
+
+    def name_file(self, _dialog, name):
         self.press('ctrl+a')
         self.desk.type(name)
         self.press('Return')

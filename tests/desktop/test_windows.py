@@ -1,0 +1,184 @@
+"""What only Windows has: its own boxes, files that others hold, drivers that keep requests, installers, and the unit
+tests there."""
+
+import re
+import shutil
+import struct
+import subprocess
+import xml.etree.ElementTree
+
+import pytest
+from desk import wait_until
+from worlds import ROOT, windows_path
+
+pytestmark = pytest.mark.only_in('wine', why='each is about what Windows alone has')
+
+# It closes so many windows that it takes more than a minute.
+UNSUITABLE = 'SaveReportTaskTests.cancelAtAnyMomentLeavesWholeLines'
+FIGURES = 170, 22, 300, 574
+
+
+def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_holds(world):
+    report = world.documents / 'Quendel report.txt'
+    report.write_bytes(b'held')
+    world.order(f'hold-file {windows_path(report)}')
+    world.program = world.run()
+    assert 'No compatible hardware detected.' in world.read_box(world.desk.wait_for_window('Quendel'))
+    world.press('Return')
+    world.expect_exit()
+    world.plug('Alpha')
+    world.start()
+
+    def save():
+        world.click_button('Save')
+        said = world.read_box(world.wait_for_box())
+        world.close('Quendel', 'Return')
+        return said
+
+    assert 'Unable to save report' in save()
+    assert report.read_bytes() == b'held'
+    world.order('hold-file')
+    assert 'Report saved to your documents folder.' in save()
+    assert report.read_bytes().startswith(b'held---')
+    world.quit()
+
+
+def test_names_are_read_in_full_and_drawn(world):
+    """With letters that neither the user's code page nor the usual typeface has."""
+    world.plug('Zażółć', '東京', '京都')
+    world.start()
+    names = [world.picture(170 + 150 * column, 92, 150, 18) for column in range(3)]
+    assert len(set(names)) == 3
+    world.click_button('Save')
+    world.wait_for_box()
+    world.close('Quendel', 'Return')
+    report = (world.documents / 'Quendel report.txt').read_text()
+    assert re.findall(r'^(\w+)\nARM', report, re.MULTILINE) == ['京都', '東京', 'Zażółć']
+    world.quit()
+
+
+def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    before = world.picture(*FIGURES)
+
+    for kind in 'read-counters', 'stream-status':
+        world.order(f'warn all {kind} always')
+
+    world.wait_for_looks('Beta')
+    assert world.picture(*FIGURES) == before
+
+    for kind in 'read-counters', 'stream-status':
+        world.order(f'warn all {kind} never')
+
+    world.order('slow Beta 200')
+    world.wait_for_change(lambda: world.order('tick 1000'), *FIGURES)
+    world.order('slow Beta 0')
+    world.quit()
+
+
+@pytest.mark.parametrize('mode', ['hang', 'hold'])
+def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
+    """Until they are cancelled, or for good."""
+    world.plug('Alpha', 'Beta')
+    world.start()
+    world.order(f'{mode} Beta read-counters always')
+    world.order(f'{mode} Beta stream-status always')
+    wait_until('a request waits', lambda: world.counts('Beta')['waiting'] > 0)
+    world.wait_for_looks('Alpha', 8)
+    world.click_button('Reset')
+    wait_until('a reset of the other', lambda: world.counts('Alpha')['reset-statistics'] == 1)
+    world.press('Escape')
+    world.expect_exit()
+    world.start('Alpha')
+    world.order('release Beta')
+    world.wait_for_looks('Beta')
+    wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
+    world.quit()
+
+
+def test_says_what_it_is(world):
+    """Manifest and load configuration, in the program itself."""
+    data = (world.build / 'Quendel.exe').read_bytes()
+    [manifest] = re.findall(rb'<assembly .*?</assembly>', data, re.DOTALL)
+    found = {}
+
+    for element in xml.etree.ElementTree.fromstring(manifest).iter():
+        found.setdefault(element.tag.split('}')[1], []).append(element)
+
+    texts = {name: found[name][0].text for name in ('dpiAwareness', 'longPathAware', 'activeCodePage')}
+    assert texts == {'dpiAwareness': 'PerMonitorV2', 'longPathAware': 'true', 'activeCodePage': 'UTF-8'}
+    assert found['requestedExecutionLevel'][0].attrib == {'level': 'asInvoker', 'uiAccess': 'false'}
+    assert {e.get('Id')[1:9] for e in found['supportedOS']} == {'8e0f7a12', '1f676c76', '4a2f28e3', '35138b9a'}
+    controls = found['assemblyIdentity'][1]
+    assert (controls.get('name'), controls.get('version')) == ('Microsoft.Windows.Common-Controls', '6.0.0.0')
+
+    for name in 'CompanyName', 'FileDescription', 'LegalCopyright':
+        said = (name + '\0').encode('utf-16le') + rb'(\0\0)?' + 'Quendel\0'.encode('utf-16le')
+        assert re.search(said, data), name
+
+    [header] = struct.unpack_from('<I', data, 0x3C)
+    sections, optional = (struct.unpack_from('<H', data, header + offset)[0] for offset in (6, 20))
+    [address] = struct.unpack_from('<I', data, header + 24 + 112 + 80)
+    table = [struct.unpack_from('<8sIIII', data, header + 24 + optional + 40 * i) for i in range(sections)]
+    [place] = [s[4] + address - s[2] for s in table if s[2] <= address < s[2] + s[3]]
+    assert struct.unpack_from('<H', data, place + 78)[0] == 0x800, 'libraries may come from elsewhere'
+
+
+def test_no_thread_is_urgent_and_no_address_is_cut(world):
+    world.plug('Alpha')
+    world.start()
+    assert world.order('urgent-threads Quendel') == '0'
+
+    # One block, where 32 bits reach.
+    counts = world.counts('Alpha')
+    assert counts['views'] == 1 and 0 < counts['highest-view'] < 1 << 31
+    world.quit()
+
+
+def expect_to_start(world, program):
+    world.program = world.session.run(program)
+    world.desk.wait_for_window('Quendel')
+    world.press('Return')
+    world.expect_exit()
+
+
+@pytest.mark.parametrize('scope, place', [('user', 'users/*/AppData/Local/Programs'), ('machine', 'Program Files')])
+def test_installs_upgrades_and_goes_without_a_trace(world, scope, place):
+    drive = world.session.prefix / 'drive_c'
+    names = ['Changes.txt', 'Licence.txt', 'Quendel.exe', 'Read me.txt', 'Third-party notices.txt']
+
+    def install(how, package):
+        assert world.session.run('msiexec', how, windows_path(package), '/qn').wait_for_exit() == 0
+
+    for folder in world.build / 'older', ROOT / 'build/packages':
+        [package] = folder.glob(f'Quendel-*-{scope}.msi')
+        install('/i', package)
+        [program] = drive.glob(f'{place}/Quendel/Quendel.exe')
+        assert sorted(file.name for file in program.parent.iterdir()) == names
+        assert len(list(drive.rglob('Quendel.lnk'))) == 1
+
+    expect_to_start(world, program)
+    install('/x', package)
+    assert not program.parent.exists() and not list(drive.rglob('Quendel.lnk'))
+
+
+def test_starts_where_it_is_unpacked(world):
+    [archive] = (ROOT / 'build/packages').glob('Quendel-*-windows.zip')
+    shutil.unpack_archive(archive, world.home / 'unpacked')
+    expect_to_start(world, world.home / 'unpacked/Quendel/Quendel.exe')
+
+
+# The guard with structured exceptions, and names in another code page, come on top.
+@pytest.mark.parametrize('program, tests, language, page',
+                         [('QuendelTests', '-' + UNSUITABLE, 'pl_PL', 'code page 1250'),
+                          ('QuendelTests', 'SystemTextTests.*', 'ja_JP', 'code page 932'),
+                          ('QuendelStructuredTests', '*', 'pl_PL', '')])
+def test_the_unit_tests_pass(world, program, tests, language, page):
+    world.plug('Tamrix-1', 'Zażółć')
+    world.order('fill Tamrix-1 100')
+    world.order('fill Zażółć 300')
+    tests = world.session.run(world.build / f'{program}.exe', '--gtest_brief=1', f'--gtest_filter={tests}',
+                              language=language, stdout=subprocess.PIPE)
+    said = tests.process.communicate()[0].decode(errors='replace')
+    assert tests.wait_for_exit() == 0 and 'PASSED' in said and page in said, said[-4000:]
