@@ -313,6 +313,10 @@ NTSTATUS carryOut (const TestBus::Order& order, Interface& interface)
             answerWaiting (slots[order.slot]);
             return STATUS_SUCCESS;
 
+        case Action::exclusive:
+            interface.makeExclusive();
+            return STATUS_SUCCESS;
+
         case Action::slow:
             interface.slowDown (count);
             return STATUS_SUCCESS;
@@ -394,7 +398,7 @@ NTSTATUS NTAPI handleCreate (DEVICE_OBJECT* device, IRP* irp)
     const Lock lock;
 
     if (auto* interface = extensionOf (device).interface; interface != nullptr)
-        interface->opened();
+        interface->opened (IoGetCurrentIrpStackLocation (irp)->FileObject);
 
     return complete (irp, STATUS_SUCCESS);
 }

@@ -247,6 +247,9 @@ void Interface::takeViews()
 
 void Interface::closed (FILE_OBJECT* file)
 {
+    if (owner == file)
+        owner = nullptr;
+
     for (auto& view : views)
         if (view.file == file)
             take (view);
@@ -287,6 +290,9 @@ NTSTATUS Interface::handle (FILE_OBJECT* file,
 
     if (isGone)
         return STATUS_DEVICE_NOT_CONNECTED;
+
+    if (isExclusive && file != owner)
+        return STATUS_SHARING_VIOLATION;
 
     auto& trouble = troubleWith (DriverProtocol::identifyRequest (controlCode, buffer, inputSize));
 

@@ -26,7 +26,12 @@ public:
     std::uint32_t getSlot() const { return slot; }
 
     //==============================================================================
-    void opened() { ++numOpens; }
+    /** The first open file is the one that an exclusive interface answers: under Wine no open can be refused. */
+    void opened (FILE_OBJECT* file)
+    {
+        ++numOpens;
+        owner = owner == nullptr ? file : owner;
+    }
 
     /** Takes the block out of the process that had opened this file. */
     void closed (FILE_OBJECT* file);
@@ -66,6 +71,7 @@ public:
 
     Trouble& troubleWith (TestBus::RequestKind kind) { return troubles[static_cast<std::uint32_t> (kind)]; }
     void endHanging();
+    void makeExclusive() { isExclusive = true; }
     void slowDown (std::uint32_t milliseconds) { slownessMs = milliseconds; }
     std::uint32_t getSlownessMs() const { return slownessMs; }
     void advance (std::int64_t now);
@@ -99,6 +105,8 @@ private:
     const std::uint32_t slot;
     bool isGone = false;
     bool isAnnounced = false;
+    bool isExclusive = false;
+    FILE_OBJECT* owner = nullptr;
     std::uint32_t numOpens = 0;
     UNICODE_STRING link {};
     HANDLE section = nullptr;

@@ -410,6 +410,7 @@ const std::map<std::string, Command> commands {
     { "hang", [] (std::istream& words) { trouble (Action::hang, words); } },
     { "hold", [] (std::istream& words) { trouble (Action::hold, words); } },
     { "release", [] (std::istream& words) { applyToAll (Action::release, words); } },
+    { "exclusive", [] (std::istream& words) { applyToAll (Action::exclusive, words); } },
     { "slow", [] (std::istream& words) { applyToAll (Action::slow, words, "milliseconds"); } },
     { "stop", stopAnswering },
     { "resume", [] (std::istream& words) { applyToAll (Action::release, words); } },

@@ -27,6 +27,7 @@ enum class Action : std::uint32_t
     hang,       /**< So many (value) requests of the kind are not answered until they are cancelled or released. */
     hold,       /**< As hang, but they cannot be cancelled. */
     release,    /**< Answers the requests that hang or are held, and lets the next ones pass. */
+    exclusive,  /**< Only the first of the files that are open gets answers, now and from now on. */
     slow,       /**< Each request is answered only so many (value) milliseconds after it came. */
     tick,       /**< Lets so many (value) milliseconds pass in every interface; nothing else does. */
     glitch,     /**< The host is late for the next buffer. */

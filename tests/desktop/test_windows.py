@@ -77,6 +77,19 @@ def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
     world.quit()
 
 
+def test_opens_again_what_can_be_open_only_once(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    world.order('exclusive all')
+
+    # The change closes and opens all.
+    world.plug('Gamma')
+    world.wait_for_columns(3)
+    world.wait_for_looks('Alpha')
+    assert [world.counts(device)['views'] for device in ('Alpha', 'Beta')] == [1, 1]
+    world.quit()
+
+
 @pytest.mark.parametrize('mode', ['hang', 'hold'])
 def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     """Until they are cancelled, or for good."""
