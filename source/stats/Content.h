@@ -11,10 +11,7 @@
     It polls the devices four times a second, follows arrivals and removals, sizes itself to the number of devices,
     and ends the application on Escape or when the last device has gone. Message thread.
 */
-class Content : public juce::Component,
-                private juce::Timer,
-                private juce::Button::Listener,
-                public juce::MessageListener
+class Content : public juce::Component, public juce::Timer, private juce::Button::Listener, public juce::MessageListener
 {
 public:
     /** Becomes the list's listener.

@@ -40,6 +40,13 @@ def test_saves_the_statistics(world):
     world.order('tick 1234')
     world.wait_for_columns(3)
     world.wait_for_looks('Gamma')
+
+    def reads_beside_ticks():
+        """How often the newest device's firmware was asked when no tick did; a tick that is halfway is one more."""
+        counts = world.counts('Gamma')
+        return counts['read-counters'] - counts['stream-status']
+
+    reads_before = reads_beside_ticks()
     before = datetime.datetime.utcnow().replace(microsecond=0)
     assert save() == saved
     when = re.findall(rb'report\r\n(.*)\r', report.read_bytes())[-1].decode()
@@ -56,6 +63,7 @@ def test_saves_the_statistics(world):
     world.documents.rmdir()
     assert save() == failed
     assert not world.documents.exists()
+    assert reads_beside_ticks() - reads_before in (2, 3, 4)
     world.quit()
 
 

@@ -148,9 +148,10 @@ TEST_F (ContentTests, paintsFrameStatusAndBoxes)
     EXPECT_FALSE (isInked ({ 2, 2, 55, 85 }));
 }
 
-TEST_F (ContentTests, aTickAsksForNoMoreThanItNeeds)
+TEST_F (ContentTests, aTickComesFourTimesASecondAndAsksForNoMoreThanItNeeds)
 {
     makeContent (3);
+    EXPECT_EQ (content->getTimerInterval(), 250);
 
     for (auto& driver : drivers)
         driver->forgetRecords();
