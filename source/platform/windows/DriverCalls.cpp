@@ -97,6 +97,7 @@ public:
         auto* self = new std::shared_ptr<Worker> (shared_from_this());
         const Locked locked (lock);
         stage = Stage::asked;
+        isBegun = true;
 
         // Not a std::thread, which throws where there are no more threads to be had.
         const auto started =
@@ -138,6 +139,7 @@ public:
         question.assign (inputBytes, inputBytes + inputSize);
         answer.assign (outputBytes, outputBytes + outputSize);
         stage = Stage::asked;
+        isBegun = false;
         WakeAllConditionVariable (&changed);
 
         const bool answeredWell = awaitAnswer (start);
@@ -230,9 +232,15 @@ private:
         if (stage == Stage::asked)
         {
             patience.spend (GetTickCount64() - start);
-            stage = Stage::givenUp;
-            isLate = true;
-            cancelWhenDue();
+
+            // One that the thread has yet to begin with is withdrawn: it would never be, nor end.
+            stage = isBegun ? Stage::givenUp : Stage::idle;
+            isLate = isBegun;
+            WakeAllConditionVariable (&changed);
+
+            if (isBegun)
+                cancelWhenDue();
+
             return fail (ERROR_SEM_TIMEOUT);
         }
 
@@ -346,6 +354,7 @@ private:
         while (stage != Stage::asked && ! isClosing)
             SleepConditionVariableSRW (&changed, &lock, INFINITE, 0);
 
+        isBegun = true;
         return ! isClosing && file != INVALID_HANDLE_VALUE;
     }
 
@@ -370,7 +379,8 @@ private:
     bool isOpen = false; // or being opened or closed
     bool isClosing = false;
     bool isEnding = false;
-    bool isLate = false; // it did not answer in time, and has not since
+    bool isBegun = false; // the thread has what was asked
+    bool isLate = false;  // it did not answer in time, and has not since
     std::uint64_t asked = 0;
     DWORD error = ERROR_SUCCESS;
 
