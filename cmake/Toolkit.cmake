@@ -28,12 +28,16 @@ function (quendel_add_toolkit target folder)
         JUCE_GLOBAL_MODULE_SETTINGS_INCLUDED=1
         JUCE_STANDALONE_APPLICATION=1
         JUCE_MODAL_LOOPS_PERMITTED=1            # event window, message boxes and save dialog are modal
-        JUCE_DISPLAY_SPLASH_SCREEN=0            # the GPL lets us leave it out
         JUCE_WEB_BROWSER=0
         JUCE_USE_CURL=0
         JUCE_STRICT_REFCOUNTEDPOINTER=1
         $<$<CONFIG:Debug>:DEBUG=1 _DEBUG=1>
         $<$<NOT:$<CONFIG:Debug>>:NDEBUG=1 _NDEBUG=1>)
+
+    if (NOT JUCE_VERSION VERSION_GREATER_EQUAL 8)
+        # The GPL lets us leave it out. Later toolkits have none, and warn of being asked.
+        target_compile_definitions (${target} PUBLIC JUCE_DISPLAY_SPLASH_SCREEN=0)
+    endif()
 
     if (NOT WIN32)
         # The desktop's helper programs (zenity and the like) are not modal for us and outlive a quit.
