@@ -409,7 +409,6 @@ const std::map<std::string, Command> commands {
     { "warn", [] (std::istream& words) { trouble (Action::warn, words); } },
     { "hang", [] (std::istream& words) { trouble (Action::hang, words); } },
     { "hold", [] (std::istream& words) { trouble (Action::hold, words); } },
-    { "release", [] (std::istream& words) { applyToAll (Action::release, words); } },
     { "exclusive", [] (std::istream& words) { applyToAll (Action::exclusive, words); } },
     { "slow", [] (std::istream& words) { applyToAll (Action::slow, words, "milliseconds"); } },
     { "stop", stopAnswering },

@@ -27,15 +27,8 @@ def test_saves_the_statistics(world):
     world.order('tick 1000')
     world.start()
 
-    def save():
-        """What the message says."""
-        world.click_button('Save')
-        said = world.read_box(world.wait_for_box())
-        world.close('Quendel', 'Return')
-        return said
-
     # The second device has no DSP, the third no FPGA.
-    saved = save()
+    saved = world.save_statistics()
     world.plug('Gamma')
     world.order('tick 1234')
     world.wait_for_columns(3)
@@ -48,7 +41,7 @@ def test_saves_the_statistics(world):
 
     reads_before = reads_beside_ticks()
     before = datetime.datetime.utcnow().replace(microsecond=0)
-    assert save() == saved
+    assert world.save_statistics() == saved
     when = re.findall(rb'report\r\n(.*)\r', report.read_bytes())[-1].decode()
     assert before <= datetime.datetime.strptime(when, '%d %b %Y %I:%M:%S%p') <= datetime.datetime.utcnow()
     expect_gold(without_date(report.read_bytes()), 'desktop-statistics.txt')
@@ -56,12 +49,12 @@ def test_saves_the_statistics(world):
     # A file that cannot be written, of two kinds.
     report.unlink()
     report.mkdir()
-    failed = save()
+    failed = world.save_statistics()
     assert failed != saved
     assert not list(report.iterdir())
     report.rmdir()
     world.documents.rmdir()
-    assert save() == failed
+    assert world.save_statistics() == failed
     assert not world.documents.exists()
     assert reads_beside_ticks() - reads_before in (2, 3, 4)
     world.quit()

@@ -29,16 +29,10 @@ def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_hol
     world.plug('Alpha')
     world.start()
 
-    def save():
-        world.click_button('Save')
-        said = world.read_box(world.wait_for_box())
-        world.close('Quendel', 'Return')
-        return said
-
-    assert 'Unable to save report' in save()
+    assert 'Unable to save report' in world.save_statistics()
     assert report.read_bytes() == b'held'
     world.order('hold-file')
-    assert 'Report saved to your documents folder.' in save()
+    assert 'Report saved to your documents folder.' in world.save_statistics()
     assert report.read_bytes().startswith(b'held---')
     world.quit()
 
@@ -104,7 +98,7 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     world.press('Escape')
     world.expect_exit()
     world.start('Alpha')
-    world.order('release Beta')
+    world.order('resume Beta')
     world.wait_for_looks('Beta')
     wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
     world.quit()

@@ -101,6 +101,13 @@ class World:
         """The message box before the view."""
         return self.desk.wait_for_window('Quendel', [self.view])
 
+    def save_statistics(self):
+        """What the message about it says."""
+        self.click_button('Save')
+        said = self.read_box(self.wait_for_box())
+        self.close('Quendel', 'Return')
+        return said
+
     def close(self, title, key):
         """Closes what is open before the view with a key; afterwards the view has the keyboard again."""
         self.press(key)
