@@ -3,9 +3,7 @@ tests there."""
 
 import re
 import shutil
-import struct
 import subprocess
-import xml.etree.ElementTree
 
 import pytest
 from desk import wait_until
@@ -102,34 +100,6 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     world.wait_for_looks('Beta')
     wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
     world.quit()
-
-
-def test_says_what_it_is(world):
-    """Manifest and load configuration, in the program itself."""
-    data = (world.build / 'Quendel.exe').read_bytes()
-    [manifest] = re.findall(rb'<assembly .*?</assembly>', data, re.DOTALL)
-    found = {}
-
-    for element in xml.etree.ElementTree.fromstring(manifest).iter():
-        found.setdefault(element.tag.split('}')[1], []).append(element)
-
-    texts = {name: found[name][0].text for name in ('dpiAwareness', 'longPathAware', 'activeCodePage')}
-    assert texts == {'dpiAwareness': 'PerMonitorV2', 'longPathAware': 'true', 'activeCodePage': 'UTF-8'}
-    assert found['requestedExecutionLevel'][0].attrib == {'level': 'asInvoker', 'uiAccess': 'false'}
-    assert {e.get('Id')[1:9] for e in found['supportedOS']} == {'8e0f7a12', '1f676c76', '4a2f28e3', '35138b9a'}
-    controls = found['assemblyIdentity'][1]
-    assert (controls.get('name'), controls.get('version')) == ('Microsoft.Windows.Common-Controls', '6.0.0.0')
-
-    for name in 'CompanyName', 'FileDescription', 'LegalCopyright':
-        said = (name + '\0').encode('utf-16le') + rb'(\0\0)?' + 'Quendel\0'.encode('utf-16le')
-        assert re.search(said, data), name
-
-    [header] = struct.unpack_from('<I', data, 0x3C)
-    sections, optional = (struct.unpack_from('<H', data, header + offset)[0] for offset in (6, 20))
-    [address] = struct.unpack_from('<I', data, header + 24 + 112 + 80)
-    table = [struct.unpack_from('<8sIIII', data, header + 24 + optional + 40 * i) for i in range(sections)]
-    [place] = [s[4] + address - s[2] for s in table if s[2] <= address < s[2] + s[3]]
-    assert struct.unpack_from('<H', data, place + 78)[0] == 0x800, 'libraries may come from elsewhere'
 
 
 def test_no_thread_is_urgent_and_no_address_is_cut(world):
