@@ -156,12 +156,21 @@ void Column::paintBox (juce::Graphics& g, juce::Rectangle<int> box, const juce::
     g.fillRect (box);
 
     const int textInset = getWidth() / 16;
+
+    // Not by drawFittedText, which keeps the layouts of the last texts: a figure is seldom the same again.
+    const auto area = box.toFloat().withX (textInset).withWidth (getWidth() - 2 * textInset);
+    juce::GlyphArrangement layout;
+    layout.addFittedText (g.getCurrentFont(),
+                          text,
+                          area.getX(),
+                          area.getY(),
+                          area.getWidth(),
+                          area.getHeight(),
+                          juce::Justification::centredLeft,
+                          maximumLines,
+                          minimumScale);
     g.setColour (juce::Colours::white);
-    g.drawFittedText (text,
-                      box.withX (textInset).withWidth (getWidth() - 2 * textInset),
-                      juce::Justification::centredLeft,
-                      maximumLines,
-                      minimumScale);
+    layout.draw (g);
 }
 
 int Column::getRowHeight() const

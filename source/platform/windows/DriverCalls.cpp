@@ -170,17 +170,18 @@ public:
         WakeAllConditionVariable (&changed);
 
         if (stage == Stage::givenUp)
-        {
-            count (1);
             CancelSynchronousIo (thread);
-        }
 
         while (isOpen && sleep (start, allowed))
         {
         }
 
         if (isOpen)
+        {
             patience.spend (GetTickCount64() - start);
+            isKept = true;
+            count (1);
+        }
     }
 
     void end()
@@ -334,9 +335,6 @@ private:
         {
             stage = Stage::idle;
             isLate = reason == ERROR_OPERATION_ABORTED;
-
-            if (isClosing)
-                count (-1);
         }
         else
         {
@@ -365,6 +363,9 @@ private:
         isOpen = false;
         WakeAllConditionVariable (&changed);
 
+        if (isKept)
+            count (-1);
+
         while (! isEnding)
             SleepConditionVariableSRW (&changed, &lock, INFINITE, 0);
     }
@@ -381,6 +382,7 @@ private:
     bool isEnding = false;
     bool isBegun = false; // the thread has what was asked
     bool isLate = false;  // it did not answer in time, and has not since
+    bool isKept = false;  // by the driver, in a request or in the closing itself, when nobody waited any longer
     std::uint64_t asked = 0;
     DWORD error = ERROR_SUCCESS;
 
