@@ -56,15 +56,22 @@ def world(request):
                            request.config.getoption('--build').resolve())
 
     yield world
-    world.end()
+
+    # What a case leaves running ends as its user would end it.
+    try:
+        if request.node.has_passed and world.program and world.program.is_running():
+            world.quit()
+    finally:
+        world.end()
 
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     """A picture of the screen, and what the program said, tell more than a message."""
     report = (yield).get_result()
+    item.has_passed = report.passed
 
-    if report.failed and 'world' in getattr(item, 'funcargs', {}):
+    if report.failed and report.when == 'call' and 'world' in getattr(item, 'funcargs', {}):
         world = item.funcargs['world']
         picture = ROOT / 'build' / f'{item.name}.png'
         world.desk.picture().save(picture)

@@ -59,7 +59,6 @@ def test_columns_are_in_the_order_of_arrival_whatever_the_systems_order(world):
     world.quit()
     world.start()
     assert names() == (beta, alpha)
-    world.quit()
 
 
 @pytest.mark.parametrize('opened', ['message', 'events', 'dialog'])
@@ -112,7 +111,6 @@ def test_a_device_that_cannot_be_opened_has_its_column(world):
     assert world.looks('Locked') == 0
     world.order('unplug Locked')
     world.wait_for_columns(3)
-    world.quit()
 
 
 @pytest.mark.only_in('wine', why='only Windows asks before it takes a device away')
@@ -127,4 +125,3 @@ def test_a_query_for_removal_takes_only_a_device_that_is_dead(world):
     world.wait_for_columns(2)
     world.order('notify query-remove Beta')
     world.wait_for_columns(1)
-    world.quit()

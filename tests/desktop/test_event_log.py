@@ -33,7 +33,6 @@ def test_headers_sort_and_tabs_show_another_table(world):
     world.close('Event log', 'Escape')
     assert world.picture(*ROWS, window=world.open_events()) != by_time
     world.close('Event log', 'Escape')
-    world.quit()
 
 
 def test_reads_each_log_to_its_end_and_no_further(world):
@@ -48,7 +47,6 @@ def test_reads_each_log_to_its_end_and_no_further(world):
     assert world.counts('Alpha')['event-entry'] == 2 * 8
     assert world.counts('Beta')['event-entry'] == 2 * 16384
     world.close('Event log', 'Escape')
-    world.quit()
 
 
 @LINUX
@@ -76,7 +74,6 @@ def test_every_part_has_its_key(world):
 
     world.close('Event log', 'Escape')
     assert list(world.documents.iterdir()) == []
-    world.quit()
 
 
 @pytest.mark.only_in('openbox', why='without a window manager nobody asks a window to close, and Windows asks none')
@@ -94,7 +91,6 @@ def test_closing_is_refused_behind_a_dialog(world):
     assert world.desk.windows('Event log') == [events]
     world.desk.ask_to_close(events)
     world.desk.wait_until_gone('Event log')
-    world.quit()
 
 
 @LINUX
@@ -118,4 +114,3 @@ def test_pointer_tells_of_the_reading_and_the_window_is_in_the_middle(world):
     world.close('Event log', 'Escape')
     world.desk.move_pointer(world.view, 301, 300)
     wait_until('the usual pointer', lambda: world.desk.pointer() == usual)
-    world.quit()

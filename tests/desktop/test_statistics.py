@@ -21,7 +21,6 @@ def test_figures_move_when_the_drivers_do(world):
     world.order('tick 1000')
     second = figures(world)
     assert first[0] != second[0] and first[1] != second[1]
-    world.quit()
 
 
 def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
@@ -43,7 +42,6 @@ def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
     assert abs(beta.pop('stream-status') - beta.pop('read-counters')) <= 1
     assert not any({**alpha, **beta}.values()), (alpha, beta)
     assert not any(alpha.values()), alpha
-    world.quit()
 
 
 def test_a_block_that_is_taken_away_leaves_the_rest_alone(world):
@@ -60,4 +58,3 @@ def test_a_block_that_is_taken_away_leaves_the_rest_alone(world):
     world.wait_for_columns(3)
     world.wait_for_looks('Gamma')
     world.wait_for_change(lambda: world.order('tick 1000'), *COLUMNS[1])
-    world.quit()

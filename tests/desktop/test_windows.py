@@ -32,7 +32,6 @@ def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_hol
     world.order('hold-file')
     assert 'Report saved to your documents folder.' in world.save_statistics()
     assert report.read_bytes().startswith(b'held---')
-    world.quit()
 
 
 def test_names_are_read_in_full_and_drawn(world):
@@ -41,12 +40,9 @@ def test_names_are_read_in_full_and_drawn(world):
     world.start()
     names = [world.picture(170 + 150 * column, 92, 150, 18) for column in range(3)]
     assert len(set(names)) == 3
-    world.click_button('Save')
-    world.wait_for_box()
-    world.close('Quendel', 'Return')
+    world.save_statistics()
     report = (world.documents / 'Quendel report.txt').read_text()
     assert re.findall(r'^(\w+)\nARM', report, re.MULTILINE) == ['京都', '東京', 'Zażółć']
-    world.quit()
 
 
 def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
@@ -66,7 +62,6 @@ def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
     world.order('slow Beta 200')
     world.wait_for_change(lambda: world.order('tick 1000'), *FIGURES)
     world.order('slow Beta 0')
-    world.quit()
 
 
 def test_opens_again_what_can_be_open_only_once(world):
@@ -79,7 +74,6 @@ def test_opens_again_what_can_be_open_only_once(world):
     world.wait_for_columns(3)
     world.wait_for_looks('Alpha')
     assert [world.counts(device)['views'] for device in ('Alpha', 'Beta')] == [1, 1]
-    world.quit()
 
 
 @pytest.mark.parametrize('mode', ['hang', 'hold'])
@@ -99,7 +93,6 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     world.order('resume Beta')
     world.wait_for_looks('Beta')
     wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
-    world.quit()
 
 
 def test_no_thread_is_urgent_and_no_address_is_cut(world):
@@ -110,7 +103,6 @@ def test_no_thread_is_urgent_and_no_address_is_cut(world):
     # One block, where 32 bits reach.
     counts = world.counts('Alpha')
     assert counts['views'] == 1 and 0 < counts['highest-view'] < 1 << 31
-    world.quit()
 
 
 def expect_to_start(world, program):

@@ -118,6 +118,13 @@ class World:
         self.click_button('Events')
         return self.wait_until_still(self.desk.wait_for_window('Event log'))
 
+    def wait_until_saved(self, device, events):
+        """Once a report is complete. The box that tells of the saving is still there, or yet to come: it goes when it next
+        looks whether all is done, which is more often than the view asks a device.
+        """
+        self.wait_for_looks(device)
+        assert self.desk.wait_for_window('Event log') == events
+
     def stored(self):
         """The position that the program has stored, or None."""
         found = self.settings()
