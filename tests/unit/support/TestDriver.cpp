@@ -56,95 +56,32 @@ TestDriver::TestDriver (const TestMachine& machine, const Setup& setup)
 
 TestDriver::~TestDriver()
 {
-    {
-        const std::scoped_lock locked (lock);
-        finished = true;
-    }
-
+    withLock ([&] { finished = true; });
     thread.join();
 }
 
 void TestDriver::run()
 {
     constexpr int pollIntervalMs = 2;
+    pollfd source { server.getDescriptor(), POLLIN, 0 };
 
-    for (;;)
+    while (withLock ([&] { return ! finished; }))
     {
-        {
-            const std::scoped_lock locked (lock);
-
-            if (finished)
-                return;
-
-            server.serve (0);
-        }
-
-        pollfd source { server.getDescriptor(), POLLIN, 0 };
+        withLock ([&] { server.serve (0); });
         ::poll (&source, 1, pollIntervalMs);
     }
 }
 
 //==============================================================================
-void TestDriver::setStatistics (const StatisticsBlock& statistics)
+void TestDriver::answerWith (Kind kind, const Reply& reply)
 {
-    const std::scoped_lock locked (lock);
-    server.getSection().write (&statistics, sizeof (statistics));
-}
-
-void TestDriver::setOverride (Override newOverride)
-{
-    const std::scoped_lock locked (lock);
-    override = std::move (newOverride);
-}
-
-void TestDriver::fail (Kind failing, std::uint32_t error)
-{
-    setOverride (
-        [=] (Kind kind, int) -> std::optional<Reply>
-        {
-            if (kind != failing)
-                return {};
-
-            return Reply::failure (error);
-        });
+    setOverride ([=] (Kind asked, int) { return asked == kind ? std::optional (reply) : std::nullopt; });
 }
 
 void TestDriver::plugIn()
 {
-    const std::scoped_lock locked (lock);
-
-    if (const auto error = server.plugIn(); ! error.empty())
+    if (const auto error = withLock ([&] { return server.plugIn(); }); ! error.empty())
         throw std::runtime_error (error);
-}
-
-void TestDriver::unplug()
-{
-    const std::scoped_lock locked (lock);
-    server.unplug();
-}
-
-void TestDriver::kill()
-{
-    const std::scoped_lock locked (lock);
-    server.kill();
-}
-
-void TestDriver::cutSection()
-{
-    const std::scoped_lock locked (lock);
-    server.getSection().cut();
-}
-
-int TestDriver::count (Kind kind)
-{
-    const std::scoped_lock locked (lock);
-    return counts[kind];
-}
-
-std::vector<TestDriver::Record> TestDriver::getRecords()
-{
-    const std::scoped_lock locked (lock);
-    return records;
 }
 
 void TestDriver::forgetRecords()
@@ -155,20 +92,6 @@ void TestDriver::forgetRecords()
 }
 
 //==============================================================================
-template <typename Struct>
-static Struct readStruct (std::span<const std::uint8_t> bytes)
-{
-    Struct result {};
-    std::memcpy (&result, bytes.data(), std::min (bytes.size(), sizeof (result)));
-    return result;
-}
-
-template <typename Struct>
-static TestDriver::Reply replyWith (const Struct& output)
-{
-    return TestDriver::Reply::success ({ reinterpret_cast<const std::uint8_t*> (&output), sizeof (output) });
-}
-
 /** Called with the lock held, from serve(). */
 TestDriver::Reply TestDriver::handle (const Machine::Request& request)
 {
@@ -183,53 +106,34 @@ TestDriver::Reply TestDriver::handle (const Machine::Request& request)
     return answer (kind, request);
 }
 
-TestDriver::Reply TestDriver::answer (Kind kind, const Machine::Request& request)
+/** The request itself, with the result in its words. */
+TestDriver::Reply TestDriver::answer (Kind kind, const Machine::Request& request) const
 {
-    auto envelope = readStruct<CommandEnvelope> (request.input);
-    auto block = readStruct<TransactionBlock> (request.input);
+    constexpr auto commandWords = offsetof (CommandEnvelope, words), transactionWords = TransactionBlock::headerSize;
+    Machine::Bytes bytes (request.input.begin(), request.input.end());
+    bytes.resize (request.outputSize);
+    const auto put = [&bytes] (std::size_t offset, const auto& result)
+    { std::memcpy (bytes.data() + offset, &result, sizeof (result)); };
 
-    switch (kind)
+    if (kind == streamStatus)
+        put (commandWords, streamStatusWords);
+    else if (kind == readCounters)
+        put (transactionWords, counterWords);
+    else if (kind == probe)
+        std::fill (bytes.begin(), bytes.end(), std::uint8_t { 0 });
+
+    if (kind == eventEntry)
     {
-        case streamStatus:
-            std::copy (streamStatusWords.begin(), streamStatusWords.end(), envelope.words);
-            return replyWith (envelope);
-
-        case eventEntry:
-        {
-            EventLogEntry entry {};
-            entry.type = noSuchEntry;
-
-            if (envelope.words[0] < events.size())
-                entry = events[envelope.words[0]];
-
-            std::memcpy (envelope.words, &entry, sizeof (entry));
-            return replyWith (envelope);
-        }
-
-        case mapStatistics:
-        {
-            auto reply = replyWith (envelope);
-            reply.handsOutSection = true;
-            return reply;
-        }
-
-        case readCounters:
-            std::copy (counterWords.begin(), counterWords.end(), block.words);
-            return replyWith (block);
-
-        case probe:
-        {
-            const Machine::Bytes present (request.outputSize);
-            return Reply::success (present);
-        }
-
-        case resetStatistics:
-        case clearCounters:
-        case Kind::other:
-            break;
+        std::uint32_t index = 0;
+        std::memcpy (&index, bytes.data() + commandWords, sizeof (index));
+        EventLogEntry none {};
+        none.type = noSuchEntry;
+        put (commandWords, index < events.size() ? events[index] : none);
     }
 
-    return Reply::success (request.input);
+    auto reply = Reply::success (bytes);
+    reply.handsOutSection = kind == mapStatistics;
+    return reply;
 }
 
 //==============================================================================

@@ -50,7 +50,7 @@ public:
         std::string name = "device";
         bool hasRegistryKey = true;
         std::optional<Machine::Bytes> capabilities = Machine::Bytes (260);
-        std::optional<std::string> uniqueName = std::string ("Deck") + '\0';
+        std::optional<std::string> uniqueName = name + '\0';
         std::size_t sectionSize = sizeof (StatisticsBlock);
         bool present = true;
     };
@@ -73,28 +73,62 @@ public:
     std::array<std::uint32_t, DriverProtocol::TransactionBlock::numWords> counterWords {};
     std::vector<DriverProtocol::EventLogEntry> events;
 
-    void setStatistics (const StatisticsBlock& statistics);
+    void setStatistics (const StatisticsBlock& block)
+    {
+        withLock ([&] { server.getSection().write (&block, sizeof (block)); });
+    }
 
     //==============================================================================
-    void setOverride (Override override);
+    void setOverride (Override newOverride)
+    {
+        withLock ([&] { override = std::move (newOverride); });
+    }
 
-    /** Fails every request of a kind with a Windows error. */
-    void fail (Kind kind, std::uint32_t error = 31);
+    /** Answers all requests of a kind alike. */
+    void answerWith (Kind kind, const Reply& reply);
+
+    void fail (Kind kind) { answerWith (kind, Reply::failure (31)); }
 
     void plugIn();
-    void unplug();
-    void kill();
+
+    void unplug()
+    {
+        withLock ([&] { server.unplug(); });
+    }
+
+    void kill()
+    {
+        withLock ([&] { server.kill(); });
+    }
 
     /** Takes the statistics away, as a device that goes does. */
-    void cutSection();
+    void cutSection()
+    {
+        withLock ([&] { server.getSection().cut(); });
+    }
 
-    int count (Kind kind);
-    std::vector<Record> getRecords();
+    int count (Kind kind)
+    {
+        return withLock ([&] { return counts[kind]; });
+    }
+
+    std::vector<Record> getRecords()
+    {
+        return withLock ([&] { return records; });
+    }
+
     void forgetRecords();
 
 private:
+    template <typename Action>
+    std::invoke_result_t<Action> withLock (const Action& action)
+    {
+        const std::scoped_lock locked (lock);
+        return action();
+    }
+
     Reply handle (const Machine::Request&) override;
-    Reply answer (Kind kind, const Machine::Request&);
+    Reply answer (Kind kind, const Machine::Request&) const;
     void run();
 
     std::mutex lock;
