@@ -1,8 +1,6 @@
 #include "device/DeviceList.h"
 #include "platform/AccessGuard.h"
 #include "platform/InstanceLock.h"
-#include "platform/UserSettings.h"
-#include "platform/Win32.h"
 #include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/Patience.h"
 #include "stats/Column.h"
@@ -21,85 +19,34 @@ using Reply = TestDriver::Reply;
 namespace
 {
 
-//==============================================================================
-HANDLE openInterface (const std::string& name)
+/** The only interface of a machine, and its driver. */
+struct OneDevice
 {
-    return CreateFileA (TestMachine::getInterfacePath (name).toRawUTF8(),
-                        GENERIC_READ | GENERIC_WRITE,
-                        FILE_SHARE_READ | FILE_SHARE_WRITE,
-                        nullptr,
-                        OPEN_EXISTING,
-                        0,
-                        nullptr);
-}
+    explicit OneDevice (const TestDriver::Setup& setup = {}) : driver (machine, setup) {}
 
-/** One MapStatistics; the block's address, or 0 when it failed. */
-std::uint32_t mapStatistics (HANDLE handle)
-{
-    DriverProtocol::CommandEnvelope envelope {};
-    envelope.code = DriverProtocol::MapStatistics;
-    DWORD returned = 0;
+    const StatisticsBlock* getBlock() const
+    {
+        return reinterpret_cast<const StatisticsBlock*> (std::uintptr_t { device->getStatisticsAddress() });
+    }
 
-    return DeviceIoControl (handle,
-                            DriverProtocol::IOCTL_DEVICE_COMMAND,
-                            &envelope,
-                            sizeof (envelope),
-                            &envelope,
-                            sizeof (envelope),
-                            &returned,
-                            nullptr)
-                   == FALSE
-               ? 0
-               : envelope.words[0];
-}
-
-const StatisticsBlock* blockAt (std::uint32_t address)
-{
-    return reinterpret_cast<const StatisticsBlock*> (static_cast<std::uintptr_t> (address));
-}
-
-//==============================================================================
-TEST (PlatformTests, openingNeedsAPresentInterfaceThatListens)
-{
     const TestMachine machine;
-    const TestDriver driver (machine);
+    TestDriver driver;
+    const DeviceList devices;
+    const HwDevice::Ptr device = devices.getDevice (0);
+};
 
-    EXPECT_EQ (openInterface ("nothing"), INVALID_HANDLE_VALUE);
-    EXPECT_EQ (GetLastError(), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ (openInterface ("../interfaces/device"), INVALID_HANDLE_VALUE);
-    EXPECT_EQ (CreateFileA ("device", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
-
-    const auto handle = openInterface ("device");
-    ASSERT_NE (handle, INVALID_HANDLE_VALUE);
-    EXPECT_NE (CloseHandle (handle), FALSE);
-    EXPECT_EQ (CloseHandle (INVALID_HANDLE_VALUE), FALSE);
-    EXPECT_EQ (GetLastError(), ERROR_INVALID_HANDLE);
-}
-
-TEST (PlatformTests, requestsCopyOutWhatTheDriverSentAndKeepTheRest)
+/** Whether a block can be read after something has happened in the midst of the reading. */
+bool canRead (
+    const StatisticsBlock* block,
+    const std::function<void()>& happening = [] {})
 {
-    const TestMachine machine;
-    TestDriver driver (machine);
-    const auto handle = openInterface ("device");
-
-    driver.setOverride (
-        [] (TestDriver::Kind, int number) {
-            return number == 0 ? Reply::success (std::array<std::uint8_t, 2> { 1, 2 }) : Reply::failure (55);
-        });
-
-    std::uint8_t input = 0, output[] { 9, 9, 9 };
-    DWORD returned = 99;
-    EXPECT_NE (DeviceIoControl (handle, 1, &input, 1, output, 3, &returned, nullptr), FALSE);
-    EXPECT_EQ (returned, 2u);
-    EXPECT_EQ (std::memcmp (output, "\1\2\11", 3), 0);
-
-    EXPECT_EQ (DeviceIoControl (handle, 1, &input, 1, output, 3, &returned, nullptr), FALSE);
-    EXPECT_EQ (GetLastError(), 55u);
-    EXPECT_EQ (std::memcmp (output, "\1\2\11", 3), 0);
-
-    EXPECT_EQ (DeviceIoControl (INVALID_HANDLE_VALUE, 1, &input, 1, output, 3, &returned, nullptr), FALSE);
-    EXPECT_EQ (GetLastError(), ERROR_INVALID_HANDLE);
-    CloseHandle (handle);
+    volatile std::int32_t value = 0; // a read whose result nobody wants is none once it is optimised
+    return AccessGuard::readBlock (block,
+                                   [&] (const auto& reader)
+                                   {
+                                       happening();
+                                       value = reader.template read<std::int32_t> (0);
+                                   });
 }
 
 /** The rest of what was read of one watch says nothing about the next. */
@@ -130,59 +77,15 @@ TEST (InterfaceWatcherTests, interfacesThatAreReplacedAreFollowedAsBefore)
     watcher.removeListener();
 }
 
-/** A driver that hangs costs one time-out, not one per request, and nothing is mixed up once it answers again. */
-TEST (PlatformTests, lateAnswersAreDroppedAndNothingIsMixedUp)
-{
-    const TestMachine machine;
-    TestDriver driver (machine);
-    const auto handle = openInterface ("device");
-    const auto request = [&] (std::uint8_t tag)
-    {
-        std::uint8_t buffer[] { tag };
-        DWORD returned = 0;
-        const bool succeeded = DeviceIoControl (handle, 0, buffer, 1, buffer, 1, &returned, nullptr) != FALSE;
-        return succeeded ? buffer[0] : std::uint8_t {};
-    };
-
-    std::mutex hanging;
-    std::atomic<bool> answered { false };
-    driver.setOverride (
-        [&] (TestDriver::Kind, int number)
-        {
-            const std::scoped_lock waiting (hanging);
-            answered = true;
-            return Reply::success (std::array<std::uint8_t, 1> { static_cast<std::uint8_t> (number + 1) });
-        });
-
-    {
-        const std::scoped_lock hang (hanging);
-        EXPECT_EQ (request (1), 0);
-        EXPECT_EQ (GetLastError(), ERROR_SEM_TIMEOUT);
-        EXPECT_EQ (request (2), 0);
-        EXPECT_EQ (GetLastError(), ERROR_SEM_TIMEOUT);
-    }
-
-    while (! answered)
-        std::this_thread::yield();
-
-    std::uint8_t tag = 0;
-
-    while (tag == 0)
-        tag = request (3);
-
-    EXPECT_EQ (tag, 2) << "the request in between was never sent, the late answer never delivered";
-    CloseHandle (handle);
-}
-
-/** Keeps a driver from answering requests of some kinds until it ends. */
+/** Keeps a driver from answering requests of a kind until it ends. */
 struct Silence
 {
-    Silence (TestDriver& driver, const std::vector<TestDriver::Kind>& kinds)
+    Silence (TestDriver& driver, TestDriver::Kind kind)
     {
         driver.setOverride (
-            [ended = ending.get_future().share(), kinds] (TestDriver::Kind kind, int) -> std::optional<Reply>
+            [ended = ending.get_future().share(), kind] (TestDriver::Kind asked, int) -> std::optional<Reply>
             {
-                if (std::find (kinds.begin(), kinds.end(), kind) != kinds.end())
+                if (asked == kind)
                     ended.wait();
 
                 return {};
@@ -194,11 +97,25 @@ struct Silence
     std::promise<void> ending;
 };
 
-bool canRead (std::uint32_t address)
+TEST (PlatformTests, lateAnswersAreDroppedAndNothingIsMixedUp)
 {
-    volatile std::int32_t value = 0; // a read whose result nobody wants is none once it is optimised
-    return AccessGuard::readBlock (blockAt (address),
-                                   [&value] (const auto& reader) { value = reader.template read<std::int32_t> (0); });
+    OneDevice one;
+    DriverProtocol::EventLogEntry entry {};
+
+    for (entry.timestamp = 0; entry.timestamp < 3; ++entry.timestamp)
+        one.driver.events.push_back (entry);
+
+    Silence silence (one.driver, TestDriver::eventEntry);
+    one.device->open();
+    EXPECT_EQ (one.device->readEventEntry (0, entry), 1);
+    EXPECT_EQ (one.device->readEventEntry (1, entry), 1);
+    silence.end();
+
+    EXPECT_TRUE (waitFor ([&] { return one.device->readEventEntry (2, entry) == 0; }));
+    EXPECT_EQ (entry.timestamp, 2);
+
+    for (const auto& record : one.driver.getRecords())
+        EXPECT_NE (record.input[offsetof (DriverProtocol::CommandEnvelope, words)], 1) << "it was given up at once";
 }
 
 /** A driver that hangs is not waited for anew by each handle, and shows its statistics when it answers at last. */
@@ -208,32 +125,29 @@ TEST (PlatformTests, silenceIsKnownToTheNextHandleAndLateStatisticsAreShown)
 
     for (const auto first : { TestDriver::mapStatistics, TestDriver::streamStatus })
     {
-        const TestMachine machine;
-        TestDriver driver (machine);
-        Silence silence (driver, { first });
-        const DeviceList devices;
-        const auto device = devices.getDevice (0);
+        OneDevice one;
+        Silence silence (one.driver, first);
         const auto numDescriptors = countOfProcess ("fd");
-        device->open();
-        device->readStreamStatus();
+        one.device->open();
+        one.device->readStreamStatus();
 
         for (int i = 0; i < manyRebuilds; ++i)
-            device->reopen();
+            one.device->reopen();
 
-        EXPECT_EQ (device->readStreamStatus(), 1);
+        EXPECT_EQ (one.device->readStreamStatus(), 1);
         EXPECT_LE (countOfProcess ("fd"), numDescriptors + 5);
 
-        const auto address = device->getStatisticsAddress();
-        ASSERT_NE (address, 0u);
-        EXPECT_FALSE (canRead (address));
+        const auto* block = one.getBlock();
+        ASSERT_NE (block, nullptr);
+        EXPECT_FALSE (canRead (block));
 
         silence.end();
-        EXPECT_TRUE (waitFor ([&] { return device->readStreamStatus() == 0; }));
-        EXPECT_TRUE (canRead (address)) << "at the address that was promised";
-        EXPECT_EQ (driver.count (TestDriver::mapStatistics), first == TestDriver::mapStatistics ? 1 : 2);
+        EXPECT_TRUE (waitFor ([&] { return one.device->readStreamStatus() == 0; }));
+        EXPECT_TRUE (canRead (block)) << "at the address that was promised";
+        EXPECT_EQ (one.driver.count (TestDriver::mapStatistics), first == TestDriver::mapStatistics ? 1 : 2);
 
-        device->close();
-        EXPECT_FALSE (canRead (address));
+        one.device->close();
+        EXPECT_FALSE (canRead (block));
     }
 }
 
@@ -305,175 +219,91 @@ TEST (InstanceLockTests, thereIsOneForEachUser)
     EXPECT_EQ (enters (12345, 1, enters), 1) << "somebody's first, and their second";
 }
 
-TEST (PlatformTests, sectionsLieBelow4GiBAndGoWithTheHandle)
+/** A driver that hands out a section with every reply uses up neither the address space nor the descriptors. */
+TEST (PlatformTests, sectionsThatNobodyAskedForAreNotHoarded)
 {
-    const TestMachine machine;
-    TestDriver driver (machine);
-    StatisticsBlock written {};
-    written.playbackAverage = 4711;
-    driver.setStatistics (written);
+    OneDevice one;
+    one.device->open();
+    const auto numDescriptors = countOfProcess ("fd");
 
-    const auto handle = openInterface ("device");
-    const auto address = mapStatistics (handle);
-    ASSERT_NE (address, 0u);
-    EXPECT_EQ (blockAt (address)->playbackAverage, 4711);
+    for (auto reply : { Reply::failure (1), Reply::success (Machine::Bytes (64)) })
+    {
+        reply.handsOutSection = true;
+        one.driver.answerWith (TestDriver::streamStatus, reply);
 
-    // A driver that hands one out with every reply does not use up the address space.
-    int mapped = 1;
+        for (int i = 0; i < 200; ++i)
+            one.device->readStreamStatus();
 
-    while (mapStatistics (handle) != 0 && mapped < 1000)
-        ++mapped;
-
-    EXPECT_LT (mapped, 100);
-    CloseHandle (handle);
-
-    std::int64_t value = 1;
-    EXPECT_FALSE (AccessGuard::readBlock (blockAt (address),
-                                          [&] (const auto& reader)
-                                          { value = reader.template read<std::int64_t> (0); }));
-    EXPECT_EQ (value, 1);
-}
-
-TEST (PlatformTests, descriptorsOfRefusedRepliesAreNotKept)
-{
-    const TestMachine machine;
-    TestDriver driver (machine);
-    driver.setOverride (
-        [] (TestDriver::Kind, int)
-        {
-            auto reply = Reply::failure (1);
-            reply.handsOutSection = true;
-            return reply;
-        });
-
-    const auto handle = openInterface ("device");
-    mapStatistics (handle);
-    const auto before = countOfProcess ("fd");
-
-    for (int i = 0; i < 50; ++i)
-        EXPECT_EQ (mapStatistics (handle), 0u);
-
-    EXPECT_EQ (countOfProcess ("fd"), before);
-    CloseHandle (handle);
+        EXPECT_LE (countOfProcess ("fd"), numDescriptors + 16);
+    }
 }
 
 //==============================================================================
 /** Rows before the end of the section are new, the rest stay. */
 TEST (AccessGuardTests, shortSectionsYieldTheFiguresTheyHold)
 {
-    struct Case
+    // Playback count, host average, offset average.
+    for (const auto& [size, expected] : { std::pair { 0u, "0|0.000 msec|0.000 msec" },
+                                          std::pair { 0x7fu, "0|0.000 msec|0.000 msec" },
+                                          std::pair { 0x83u, "7|0.000 msec|0.000 msec" },
+                                          std::pair { 155u, "7|2.000 msec|0.000 msec" },
+                                          std::pair { 156u, "7|2.000 msec|3.000 msec" },
+                                          std::pair { 5000u, "7|2.000 msec|3.000 msec" } })
     {
-        std::size_t size;
-        const char* expected; // playback count, host average, offset average
-    };
-
-    for (const auto& c : { Case { 0, "0|0.000 msec|0.000 msec" },
-                           Case { 40, "0|0.000 msec|0.000 msec" },
-                           Case { 0x7f, "0|0.000 msec|0.000 msec" },
-                           Case { 0x83, "7|0.000 msec|0.000 msec" },
-                           Case { 155, "7|2.000 msec|0.000 msec" },
-                           Case { 156, "7|2.000 msec|3.000 msec" },
-                           Case { 5000, "7|2.000 msec|3.000 msec" } })
-    {
-        const TestMachine machine;
-        TestDriver::Setup setup;
-        setup.sectionSize = c.size;
-        TestDriver driver (machine, setup);
-
+        OneDevice one ({ .sectionSize = size });
         StatisticsBlock written {};
         written.recordAverage = 100000;
         written.playbackBufferCount = 7;
         written.hostAverage = 2000;
         written.offsetAverage = 3000;
-        driver.setStatistics (written);
-
-        const auto handle = openInterface ("device");
-        const auto address = mapStatistics (handle);
-        ASSERT_NE (address, 0u);
+        one.driver.setStatistics (written);
+        one.device->open();
 
         Column column ("Deck");
-        column.update (blockAt (address), 1000.0 / 1000000);
-        EXPECT_EQ (column.getText (1) + "|" + column.getText (16) + "|" + column.getText (21), c.expected) << c.size;
-        CloseHandle (handle);
+        column.update (one.getBlock(), 1000.0 / 1000000);
+        EXPECT_EQ (column.getText (1) + "|" + column.getText (16) + "|" + column.getText (21), expected) << size;
     }
 }
 
-/** On several threads at once, again and again, while the section goes away under the readers. */
+/** On several threads at once, on one of them again and again, while the section goes away under the readers. */
 TEST (AccessGuardTests, vanishingSectionsEndReadingsOnAnyThread)
 {
-    constexpr int rounds = 20, readers = 3;
+    constexpr int rounds = 20, numOthers = 3;
 
     for (int round = 0; round < rounds; ++round)
     {
-        const TestMachine machine;
-        TestDriver driver (machine);
-        const auto handle = openInterface ("device");
-        const auto* block = blockAt (mapStatistics (handle));
-        ASSERT_NE (block, nullptr);
+        OneDevice one;
+        one.device->open();
+        const auto* block = one.getBlock();
+        ASSERT_TRUE (canRead (block));
 
-        std::atomic<int> reading { 0 }, ended { 0 };
-        std::vector<std::thread> threads;
+        std::atomic<int> numReading { 0 };
+        std::atomic<bool> isCut { false };
+        std::vector<std::future<bool>> others;
 
-        for (int i = 0; i < readers; ++i)
-            threads.emplace_back (
-                [&]
-                {
-                    ++reading;
-                    const auto readOnce = [&]
-                    {
-                        return AccessGuard::readBlock (block,
-                                                       [] (const auto& reader)
-                                                       {
-                                                           for (std::size_t offset = 0; offset < 156; offset += 4)
-                                                               (void) reader.template read<std::int32_t> (offset);
-                                                       });
-                    };
+        for (int i = 0; i < numOthers; ++i)
+            others.push_back (std::async (std::launch::async,
+                                          canRead,
+                                          block,
+                                          [&]
+                                          {
+                                              ++numReading;
+                                              waitFor ([&] { return isCut.load(); });
+                                          }));
 
-                    while (readOnce())
-                    {
-                    }
+        EXPECT_FALSE (canRead (block,
+                               [&]
+                               {
+                                   waitFor ([&] { return numReading == numOthers; });
+                                   one.driver.cutSection();
+                                   isCut = true;
+                               }));
 
-                    // And once more, now that the handler has run.
-                    ended += readOnce() ? 0 : 1;
-                });
+        for (auto& other : others)
+            EXPECT_FALSE (other.get());
 
-        while (reading < readers)
-            std::this_thread::yield();
-
-        driver.cutSection();
-
-        for (auto& thread : threads)
-            thread.join();
-
-        EXPECT_EQ (ended, readers);
-        CloseHandle (handle);
+        EXPECT_FALSE (canRead (block));
     }
-}
-
-//==============================================================================
-TEST (UserSettingsTests, keepTextsAndSurviveWhatTheFileHolds)
-{
-    const juce::String key ("HKEY_CURRENT_USER\\Software\\Vendrel");
-    const auto home = juce::File::createTempFile ("home");
-    home.createDirectory();
-    const juce::String oldHome (std::getenv ("HOME"));
-    ::setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
-    const auto file = home.getChildFile (".config/Vendrel/Quendel.settings");
-
-    EXPECT_EQ (UserSettings::getValue (key, "x", "12"), "12");
-    EXPECT_FALSE (file.exists());
-
-    UserSettings::setValue (key, "x", "-7");
-    UserSettings::setValue (key, "y", "abc");
-    EXPECT_TRUE (file.existsAsFile());
-    EXPECT_EQ (UserSettings::getValue (key, "x", "12"), "-7");
-    EXPECT_EQ (UserSettings::getValue (key, "y", "12"), "abc");
-
-    file.replaceWithText ("<PROPERTIES><VALUE name=");
-    EXPECT_EQ (UserSettings::getValue (key, "x", "12"), "12");
-
-    ::setenv ("HOME", oldHome.toRawUTF8(), 1);
-    home.deleteRecursively();
 }
 
 } // namespace
