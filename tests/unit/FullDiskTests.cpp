@@ -15,29 +15,23 @@ const juce::StringArray names { "Deck" };
 
 juce::Array<EventRecord> makeRows (int count)
 {
-    EventRecord record;
-    record.frequency = 10000000;
     juce::Array<EventRecord> rows;
-    rows.insertMultiple (0, record, count);
+    rows.insertMultiple (0, EventRecord(), count);
     return rows;
 }
 
-struct FullDiskTests : public testing::Test
+/** A report of so many rows. */
+juce::String makeReport (int count)
 {
-    const juce::TemporaryFile temporary { "report.txt" };
-    const juce::File file = temporary.getFile();
-
-    juce::String write (const juce::Array<EventRecord>& rows) const
-    {
-        EventReport::write (file, rows, names, [] (double) { return true; });
-        return file.loadFileAsString();
-    }
-};
+    const juce::TemporaryFile temporary ("report.txt");
+    EventReport::write (temporary.getFile(), makeRows (count), names, [] (double) { return true; });
+    return temporary.getFile().loadFileAsString();
+}
 
 /** This name of a file can be opened and not deleted, whoever tries. */
-TEST_F (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
+TEST (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
 {
-    const auto whole = write (makeRows (2));
+    const auto whole = makeReport (2);
     const Machine::FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
     const juce::File undeletable ("/proc/self/fd/" + juce::String (memory.get()));
     undeletable.appendText ("an earlier report that was longer, " + whole);
@@ -46,17 +40,17 @@ TEST_F (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
 }
 
 /** What is in the file is the report's beginning, also when there is room again after a while. */
-TEST_F (FullDiskTests, nothingFollowsLinesThatAreMissing)
+TEST (FullDiskTests, nothingFollowsLinesThatAreMissing)
 {
-    const auto rows = makeRows (700);
-    const auto whole = write (rows);
+    const juce::TemporaryFile temporary ("report.txt");
+    const auto file = temporary.getFile();
     const auto oldHandler = std::signal (SIGXFSZ, SIG_IGN);
     rlimit sizeLimit {};
     ::getrlimit (RLIMIT_FSIZE, &sizeLimit);
     int row = 0;
 
     EventReport::write (file,
-                        rows,
+                        makeRows (700),
                         names,
                         [&] (double)
                         {
@@ -69,7 +63,7 @@ TEST_F (FullDiskTests, nothingFollowsLinesThatAreMissing)
 
     ::setrlimit (RLIMIT_FSIZE, &sizeLimit);
     std::signal (SIGXFSZ, oldHandler);
-    EXPECT_EQ (file.loadFileAsString(), whole.upToFirstOccurrenceOf ("\n", true, false));
+    EXPECT_EQ (file.loadFileAsString(), makeReport (1));
 }
 
 } // namespace
