@@ -4,6 +4,7 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace
@@ -26,53 +27,29 @@ private:
     void* bytes;
 };
 
-/** Reads the first and the second number, with something in between; what was not read stays -1. */
-struct Reading
+/** Whether both numbers could be read, with something in between, and what they were; what was not read is -1. */
+template <typename Between>
+std::tuple<bool, int, int> readNumbers (Page& page, Between&& between)
 {
     int first = -1, second = -1;
-    bool isComplete = false;
-
-    template <typename Between>
-    explicit Reading (const void* block, Between&& between)
-    {
-        isComplete = AccessGuard::readBlock (block,
-                                             [&] (const AccessGuard::BlockReader& reader)
-                                             {
-                                                 first = reader.read<int> (0);
-                                                 between();
-                                                 second = reader.read<int> (sizeof (int));
-                                             });
-    }
-};
-
-TEST (AccessGuardTests, whatIsThereIsRead)
-{
-    Page page;
-    page.getNumbers()[0] = 11;
-    page.getNumbers()[1] = 22;
-    const Reading reading (page.getNumbers(), [] {});
-    EXPECT_TRUE (reading.isComplete);
-    EXPECT_EQ (reading.first, 11);
-    EXPECT_EQ (reading.second, 22);
+    const bool isComplete = AccessGuard::readBlock (page.getNumbers(),
+                                                    [&] (const AccessGuard::BlockReader& reader)
+                                                    {
+                                                        first = reader.read<int> (0);
+                                                        between();
+                                                        second = reader.read<int> (sizeof (int));
+                                                    });
+    return { isComplete, first, second };
 }
 
 TEST (AccessGuardTests, whatWasReadBeforeTheFaultStays)
 {
     Page page;
     page.getNumbers()[0] = 11;
-    const Reading reading (page.getNumbers(), [&] { page.takeAway(); });
-    EXPECT_FALSE (reading.isComplete);
-    EXPECT_EQ (reading.first, 11);
-    EXPECT_EQ (reading.second, -1);
-}
-
-TEST (AccessGuardTests, faultEndsTheReadingAsAnAccessFaultWould)
-{
-    Page page;
-    const Reading reading (page.getNumbers(), [] { AccessGuard::fault(); });
-    EXPECT_FALSE (reading.isComplete);
-    EXPECT_EQ (reading.first, 0);
-    EXPECT_EQ (reading.second, -1);
+    page.getNumbers()[1] = 22;
+    EXPECT_EQ (readNumbers (page, [] {}), std::tuple (true, 11, 22));
+    EXPECT_EQ (readNumbers (page, [] { AccessGuard::fault(); }), std::tuple (false, 11, -1));
+    EXPECT_EQ (readNumbers (page, [&] { page.takeAway(); }), std::tuple (false, 11, -1));
 }
 
 TEST (AccessGuardTests, anyThreadCanFaultManyTimes)
@@ -88,8 +65,8 @@ TEST (AccessGuardTests, anyThreadCanFaultManyTimes)
 
         for (int i = 0; i < numReadings; ++i)
         {
-            numFaults += Reading (absent.getNumbers(), [] {}).isComplete ? 0 : 1;
-            numComplete += Reading (present.getNumbers(), [] {}).isComplete ? 1 : 0;
+            numFaults += readNumbers (absent, [] {}) == std::tuple (false, -1, -1) ? 1 : 0;
+            numComplete += readNumbers (present, [] {}) == std::tuple (true, 0, 0) ? 1 : 0;
         }
     };
 
@@ -120,8 +97,7 @@ TEST (AccessGuardTests, faultsOutsideOfAReadingAreOthersBusiness)
     constexpr ULONG afterAllOthers = 0;
 
     Page page;
-    Reading (page.getNumbers(), [] {});
-    Reading (page.getNumbers(), [] { AccessGuard::fault(); });
+    readNumbers (page, [] { AccessGuard::fault(); });
     page.takeAway();
 
     auto* handler = AddVectoredExceptionHandler (afterAllOthers, repairFault);
