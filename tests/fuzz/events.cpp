@@ -7,14 +7,6 @@
 namespace
 {
 
-template <auto field>
-bool isSorted (const juce::Array<EventRecord>& events)
-{
-    return std::is_sorted (events.begin(),
-                           events.end(),
-                           [] (const EventRecord& a, const EventRecord& b) { return a.*field < b.*field; });
-}
-
 /** Independent of the order. */
 std::uint64_t sumOf (const juce::Array<EventRecord>& events)
 {
@@ -27,14 +19,10 @@ std::uint64_t sumOf (const juce::Array<EventRecord>& events)
     return sum;
 }
 
-int countOf (juce::juce_wchar character, const juce::String& text)
+std::ptrdiff_t countOf (char character, const juce::String& text)
 {
-    int count = 0;
-
-    for (auto position = text.getCharPointer(); ! position.isEmpty();)
-        count += position.getAndAdvance() == character ? 1 : 0;
-
-    return count;
+    const auto bytes = text.toStdString();
+    return std::count (bytes.begin(), bytes.end(), character);
 }
 
 void requireWholeLine (const juce::String& line, const EventRecord& event, const juce::StringArray& names)
@@ -75,7 +63,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 
     const auto sum = sumOf (events);
     EventList::orderByTime (events);
-    require (isSorted<&EventRecord::timestamp> (events), "the time line goes forwards");
+    require (std::ranges::is_sorted (events, {}, &EventRecord::timestamp), "the time line goes forwards");
 
     EventList list (events, names);
 
@@ -83,20 +71,17 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     {
         list.sortOrderChanged (columnId, (sum & 1) != 0);
         const auto& shown = list.getEvents();
-        require (columnId == EventList::nameColumn    ? isSorted<&EventRecord::type> (shown)
-                 : columnId == EventList::deltaColumn ? isSorted<&EventRecord::timeDelta> (shown)
-                                                      : isSorted<&EventRecord::timestamp> (shown),
+        require (columnId == EventList::nameColumn    ? std::ranges::is_sorted (shown, {}, &EventRecord::type)
+                 : columnId == EventList::deltaColumn ? std::ranges::is_sorted (shown, {}, &EventRecord::timeDelta)
+                                                      : std::ranges::is_sorted (shown, {}, &EventRecord::timestamp),
                  "a click on a header sorts by its column");
         require (shown.size() == events.size() && sumOf (shown) == sum, "sorting loses nothing");
 
         for (int row = 0; row < shown.size(); ++row)
         {
-            for (const int cell : { EventList::indexColumn,
-                                    EventList::timeColumn,
-                                    EventList::deltaColumn,
-                                    EventList::paramColumn,
-                                    EventList::nameColumn })
-                require (list.getCellText (row, cell).isNotEmpty(), "every cell says something");
+            for (int cell = EventList::indexColumn; cell <= EventList::nameColumn; ++cell)
+                require (cell == EventList::lastSimilarDeltaColumn || list.getCellText (row, cell).isNotEmpty(),
+                         "every cell says something");
 
             requireWholeLine (EventReport::formatLine (row, shown[row], shown[0], names), shown[row], names);
         }

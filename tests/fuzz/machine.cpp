@@ -51,23 +51,17 @@ void fill (const fs::path& root, FuzzedDataProvider& input)
         if (fs::symlink_status (path, ignored).type() != fs::file_type::not_found)
             continue;
 
-        switch (kind % 5)
+        if (kind % 5 < 2)
         {
-            case 0:
-            case 1:
-                fs::create_directories (path, ignored);
-                folders.push_back (path);
-                break;
-            case 2:
-                writeFile (path, input.ConsumeBytes<std::uint8_t> (input.ConsumeIntegral<std::uint16_t>()));
-                break;
-            case 3:
-                fs::create_symlink (folders[input.ConsumeIntegral<std::uint8_t>() % folders.size()], path, ignored);
-                break;
-            default:
-                ::mkfifo (path.c_str(), 0600);
-                break;
+            fs::create_directories (path, ignored);
+            folders.push_back (path);
         }
+        else if (kind % 5 == 2)
+            writeFile (path, input.ConsumeBytes<std::uint8_t> (input.ConsumeIntegral<std::uint16_t>()));
+        else if (kind % 5 == 3)
+            fs::create_symlink (folders[input.ConsumeIntegral<std::uint8_t>() % folders.size()], path, ignored);
+        else
+            ::mkfifo (path.c_str(), 0600);
     }
 }
 

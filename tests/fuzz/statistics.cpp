@@ -1,10 +1,30 @@
 // A driver's section of any size and content, which may go while it is mapped.
 
 #include "platform/linux/Section.h"
+#include "stats/Column.h"
 #include "stats/StatisticsBlock.h"
-#include "tests/fuzz/FuzzTexts.h"
+#include "tests/fuzz/Fuzz.h"
 
+#include <cmath>
+#include <fcntl.h>
 #include <sys/mman.h>
+
+namespace
+{
+
+/** What a column shows must be numbers, whatever the driver says. */
+void requireNumbers (const Column& column)
+{
+    for (std::size_t row = 0; row < StatisticsLayout::numRows; ++row)
+    {
+        const auto text = column.getText (row);
+        const bool isNumber = text.containsAnyOf ("0123456789") && std::isfinite (text.getDoubleValue());
+        require (StatisticsLayout::rows[row].isItem() ? isNumber : text.isEmpty(),
+                 "rows of figures show finite numbers, the others nothing");
+    }
+}
+
+} // namespace
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
@@ -17,6 +37,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     const std::size_t options = input.ConsumeIntegral<std::uint8_t>();
     const auto content = input.ConsumeRemainingBytes<std::uint8_t>();
 
+    require (Section::make (FileDescriptor (::open ("/dev/zero", O_RDONLY))) == nullptr, "only files are mapped");
     FileDescriptor memory (::memfd_create ("section", MFD_CLOEXEC));
     require (::write (memory.get(), content.data(), content.size()) >= 0, "there is memory for a section");
     const FileDescriptor driversOwn (::dup (memory.get()));
