@@ -1,5 +1,6 @@
 """A PipeWire of its own, without hardware or a desktop: null devices, a player, and quendel-pipewire that measures them."""
 
+import itertools
 import os
 import pathlib
 import shutil
@@ -61,17 +62,9 @@ class Interface:
 
     def events(self):
         """The log: time in seconds, type and parameter of each."""
-        found = []
-
-        while len(found) < 16384:
-            time, rate, kind, parameter = struct.unpack_from('<2q2I', self._command(19, len(found))[0], 12)
-
-            if kind == NO_ENTRY:
-                break
-
-            found.append((time / rate, kind, parameter))
-
-        return found
+        entries = (struct.unpack_from('<2q2I', self._command(19, index)[0], 12) for index in range(16384))
+        return [(time / rate, kind, parameter)
+                for time, rate, kind, parameter in itertools.takewhile(lambda entry: entry[2] != NO_ENTRY, entries)]
 
 
 class Studio:
@@ -134,13 +127,11 @@ class Studio:
         wait_until('quendel-pipewire serves', (self.machine / 'interfaces').exists)
 
     # ------------------------------------------------------------------------------------------------------------
-    def names(self):
-        """Of the devices that are served."""
-        folder = self.machine / 'interfaces'
-        return sorted(entry.name.split('#')[1] for entry in folder.iterdir() if entry.name[0] != '.')
-
     def wait_for_names(self, *names):
-        wait_until(f'the devices are {names}', lambda: self.names() == sorted(names))
+        """Until these devices are served, and no others."""
+        folders = (self.machine / 'interfaces').iterdir
+        wait_until(f'the devices are {names}', lambda: sorted(names) == sorted(
+            folder.name.split('#')[1] for folder in folders() if folder.name[0] != '.'))
 
     def open(self, name):
         return Interface(next((self.machine / 'interfaces').glob(f'pipewire#{name}#*')))
