@@ -158,7 +158,7 @@ def test_the_program_shows_and_reports_it(playing):
             desk.picture(view).save(f'{pictures}/pipewire-window.png')
 
         desk.click(view, BUTTONS['Events'] * view.bounds[2] // 4, BUTTONS_Y)
-        events = desk.wait_for_window('Event log')
+        desk.wait_for_window('Event log')
         desk.press('Tab')
         desk.press('space')
         desk.wait_for_window('Save event report')
@@ -166,10 +166,9 @@ def test_the_program_shows_and_reports_it(playing):
         desk.wait_until_gone('Save event report')
         [report] = wait_until('a report', lambda: list(documents.glob('Quendel event log*.txt')))
         wait_until('all xruns in it', lambda: report.read_text().count('Debug counts') >= underruns)
-        assert desk.wait_for_window('Event log') == events
-        desk.press('Escape')
-        desk.wait_until_gone('Event log')
-        desk.press('Escape')
+
+        # The box that tells of the saving may still be there: the program ends with its last device all the same.
+        playing.driver.interrupt()
         assert program.wait_for_exit() == 0
     finally:
         desk.close()
