@@ -14,7 +14,6 @@ using namespace Simulation;
 using namespace DriverProtocol;
 
 constexpr std::int64_t second = 10'000'000;
-constexpr std::int64_t start = 100 * second;
 
 /** A model, and the requests that a program sends to it.
 
@@ -23,7 +22,7 @@ constexpr std::int64_t start = 100 * second;
 class SimulatorModel : public testing::Test
 {
 protected:
-    SimulatorModel() { model->reset ({}, start); }
+    SimulatorModel() { model->reset ({}, now); }
 
     CommandEnvelope command (CommandCode code, std::uint32_t parameter = 0)
     {
@@ -62,14 +61,14 @@ protected:
         return entries;
     }
 
-    std::int64_t now = start;
+    std::int64_t now = 100 * second;
     std::unique_ptr<DeviceModel> model = std::make_unique<DeviceModel>();
 };
 
 TEST_F (SimulatorModel, ResetEmptiesTheStatisticsAndClearTheCounters)
 {
     model->glitch();
-    model->advance (start + second);
+    model->advance (now + second);
     command (ResetStatistics);
     const auto empty = model->getStatistics();
     EXPECT_EQ (+empty.recordBufferCount, 0);
