@@ -178,12 +178,16 @@ TEST_F (ContentTests, changesOfAStormLeaveRoomForInput)
     EXPECT_EQ (newest().count (TestDriver::mapStatistics), 2);
 }
 
-/** The figures of a device that dies stay as they were, and those of the others are new. */
-TEST_F (ContentTests, deadDriversLeaveTheirFigures)
+/** The figures of a device that fails or dies stay as they were, and those of the others are new. */
+TEST_F (ContentTests, failingAndDeadDriversLeaveTheirFigures)
 {
     makeContent (2);
     drivers[0]->counterWords = { 5, 6, 0, 0, 512, 0, 7 };
     content->timerCallback();
+    drivers[0]->fail (TestDriver::readCounters);
+    content->timerCallback();
+    EXPECT_EQ (figures (StatisticsLayout::overflowRow), "0|5");
+
     drivers[0]->kill();
     newest().counterWords = { 8 };
     content->timerCallback();

@@ -158,14 +158,21 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
     EXPECT_EQ (devices.getNumDevices(), 1) << "it still answers, and is there already";
 
     a->fail (TestDriver::probe);
+    const auto dead = devices.getDevice (0);
+    tell (notify, DBT_DEVICEARRIVAL, path);
+    EXPECT_NE (devices.getDevice (0), dead) << "its removal went unnoticed";
+    EXPECT_EQ (devices.getNumDevices(), 1);
     tell (notify, DBT_DEVICEQUERYREMOVE, path.toUpperCase());
     EXPECT_EQ (devices.getNumDevices(), 0);
     tell (notify, DBT_DEVICEARRIVAL, path);
     EXPECT_EQ (devices.getNumDevices(), 1);
 
-    ASSERT_TRUE (hasHeard (2));
-    EXPECT_EQ (listener.changes, (std::vector<int> { DeviceRemovedMessage, DeviceArrivedMessage }));
+    ASSERT_TRUE (hasHeard (3));
+    EXPECT_EQ (listener.changes,
+               (std::vector<int> { DeviceArrivedMessage, DeviceRemovedMessage, DeviceArrivedMessage }));
     notify.setListener (nullptr);
+    tell (notify, DBT_DEVICEREMOVECOMPLETE, path);
+    EXPECT_EQ (devices.getNumDevices(), 1) << "nobody listens any more";
 }
 
 /** A driver's update is asked for with a query, which an open handle forbids. */

@@ -242,25 +242,30 @@ TEST (PlatformTests, sectionsThatNobodyAskedForAreNotHoarded)
 /** Rows before the end of the section are new, the rest stay. */
 TEST (AccessGuardTests, shortSectionsYieldTheFiguresTheyHold)
 {
+    constexpr double msPerTick = 1000.0 / 1000000;
+
     // Playback count, host average, offset average.
-    for (const auto& [size, expected] : { std::pair { 0u, "0|0.000 msec|0.000 msec" },
-                                          std::pair { 0x7fu, "0|0.000 msec|0.000 msec" },
-                                          std::pair { 0x83u, "7|0.000 msec|0.000 msec" },
-                                          std::pair { 155u, "7|2.000 msec|0.000 msec" },
+    for (const auto& [size, expected] : { std::pair { 0u, "1|1.000 msec|1.000 msec" },
+                                          std::pair { 0x7fu, "1|1.000 msec|1.000 msec" },
+                                          std::pair { 0x83u, "7|1.000 msec|1.000 msec" },
+                                          std::pair { 155u, "7|2.000 msec|1.000 msec" },
                                           std::pair { 156u, "7|2.000 msec|3.000 msec" },
                                           std::pair { 5000u, "7|2.000 msec|3.000 msec" } })
     {
-        OneDevice one ({ .sectionSize = size });
-        StatisticsBlock written {};
-        written.recordAverage = 100000;
-        written.playbackBufferCount = 7;
-        written.hostAverage = 2000;
-        written.offsetAverage = 3000;
-        one.driver.setStatistics (written);
-        one.device->open();
-
+        StatisticsBlock block {};
+        block.recordAverage = 100000;
+        block.playbackBufferCount = 1;
+        block.hostAverage = block.offsetAverage = 1000;
         Column column ("Deck");
-        column.update (one.getBlock(), 1000.0 / 1000000);
+        column.update (&block, msPerTick);
+
+        OneDevice one ({ .sectionSize = size });
+        block.playbackBufferCount = 7;
+        block.hostAverage = 2000;
+        block.offsetAverage = 3000;
+        one.driver.setStatistics (block);
+        one.device->open();
+        column.update (one.getBlock(), msPerTick);
         EXPECT_EQ (column.getText (1) + "|" + column.getText (16) + "|" + column.getText (21), expected) << size;
     }
 }
