@@ -158,7 +158,7 @@ void Column::paintBox (juce::Graphics& g, juce::Rectangle<int> box, const juce::
     const int textInset = getWidth() / 16;
 
     // Not by drawFittedText, which keeps the layouts of the last texts: a figure is seldom the same again.
-    const auto area = box.toFloat().withX (textInset).withWidth (getWidth() - 2 * textInset);
+    const auto area = box.withX (textInset).withWidth (getWidth() - 2 * textInset).toFloat();
     juce::GlyphArrangement layout;
     layout.addFittedText (g.getCurrentFont(),
                           text,

@@ -81,7 +81,7 @@ TEST (DeviceListTests, namesComeFromTheRegistryAsFarAsTheyCan)
 
     for (const auto& [stored, expected] :
          { std::pair { std::optional<std::string>(), utf8 ("Tamrix") },
-           std::pair { std::optional ("De" + z + "ck" + z), utf8 ("De") },
+           std::pair { std::optional (std::string ("De\0ck\0", 6)), utf8 ("De") },
            std::pair { std::optional (z), utf8 ("") },
            std::pair { std::optional (std::string (64, 'n')), juce::String::repeatedString ("n", 63) },
            std::pair { std::optional (std::string (64, 'n') + z), utf8 ("Tamrix") },

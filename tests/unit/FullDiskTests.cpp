@@ -43,7 +43,7 @@ TEST (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
 TEST (FullDiskTests, nothingFollowsLinesThatAreMissing)
 {
     const juce::TemporaryFile temporary ("report.txt");
-    const auto file = temporary.getFile();
+    const auto& file = temporary.getFile();
     const auto oldHandler = std::signal (SIGXFSZ, SIG_IGN);
     rlimit sizeLimit {};
     ::getrlimit (RLIMIT_FSIZE, &sizeLimit);
