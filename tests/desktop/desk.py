@@ -105,8 +105,15 @@ class Desk:
 
         if managed:
             self.start(['openbox'])
-            manager = self.display.intern_atom('_NET_SUPPORTING_WM_CHECK')
-            wait_until('openbox manages the windows', lambda: self.root.get_full_property(manager, X.AnyPropertyType))
+            wait_until('openbox manages the windows', self._has_one_desktop)
+
+    def _has_one_desktop(self):
+        """Asks for it, and says whether that was done. What reaches openbox while it starts stays unread until more comes."""
+        desktops = self.display.intern_atom('_NET_NUMBER_OF_DESKTOPS')
+        self.root.send_event(event.ClientMessage(window=self.root, client_type=desktops, data=(32, [1, 0, 0, 0, 0])),
+                             X.SubstructureRedirectMask | X.SubstructureNotifyMask)
+        number = self.root.get_full_property(desktops, X.AnyPropertyType)
+        return number and list(number.value) == [1]
 
     def close(self):
         self.display.close()
