@@ -4,6 +4,7 @@ import time
 
 # What the driver measures, without what the firmware does.
 COLUMNS = (170, 110, 150, 400), (320, 110, 150, 400)
+FIRMWARE = 170, 530, 150, 70
 
 
 def figures(world):
@@ -13,14 +14,20 @@ def figures(world):
     return [world.picture(*column) for column in COLUMNS]
 
 
-def test_figures_move_when_the_drivers_do(world):
+def test_figures_move_when_the_drivers_do_and_are_reset(world):
     world.plug('Alpha', 'Beta')
     world.start()
     first = figures(world)
     assert figures(world) == first
+    world.order('glitch Beta')
     world.order('tick 1000')
     second = figures(world)
     assert first[0] != second[0] and first[1] != second[1]
+
+    # A reset empties the firmware's counters, too.
+    counters = world.picture(*FIRMWARE)
+    world.wait_for_change(lambda: world.press('Return'), *COLUMNS[0])
+    assert world.picture(*FIRMWARE) != counters
 
 
 def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
