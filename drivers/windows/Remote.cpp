@@ -274,7 +274,7 @@ void stopAnswering (std::istream& words)
 {
     for (const auto slot : readSlots (words))
         for (std::uint32_t kind = 0; kind < DriverProtocol::numRequestKinds; ++kind)
-            trouble (Action::hang, slot, static_cast<TestBus::RequestKind> (kind), always);
+            trouble (Action::hold, slot, static_cast<TestBus::RequestKind> (kind), always);
 }
 
 void unplug (std::uint32_t slot)

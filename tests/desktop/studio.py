@@ -12,7 +12,7 @@ import wave
 
 from desk import PATIENCE, Program, wait_until
 
-NEEDED = 'pipewire', 'wireplumber', 'dbus-run-session', 'pw-cli', 'pw-cat', 'pw-metadata', 'pw-profiler', 'pw-top'
+NEEDED = 'pipewire', 'wireplumber', 'dbus-daemon', 'pw-cli', 'pw-cat', 'pw-metadata', 'pw-profiler', 'pw-top'
 TICKS = 10_000_000  # a second
 
 TALK_COMPLETE, DEBUG_COUNTS = 9, 23
@@ -80,6 +80,11 @@ class Studio:
         (root / 'home/Documents').mkdir(parents=True)
         self.build, self.home, self.programs = build, root / 'home', []
 
+        # For the session manager; dbus-run-session would leave it behind when it is killed.
+        self.bus = self.runtime / 'bus'
+        self.start('dbus-daemon', '--session', '--nofork', f'--address=unix:path={self.bus}')
+        wait_until('the message bus listens', self.bus.exists)
+
         with wave.open(str(root / 'silence.wav'), 'wb') as file:
             file.setparams((2, 2, 48000, 0, 'NONE', ''))
             file.writeframes(bytes(4 * 48000 * 600))
@@ -104,7 +109,7 @@ class Studio:
     def start_pipewire(self):
         self.server = self.start('pipewire')
         wait_until('PipeWire listens', (self.runtime / 'pipewire-0').exists)
-        self.manager = self.start('dbus-run-session', '--', 'wireplumber')
+        self.manager = self.start('env', f'DBUS_SESSION_BUS_ADDRESS=unix:path={self.bus}', 'wireplumber')
 
     def stop_pipewire(self):
         for program in self.manager, self.server:
