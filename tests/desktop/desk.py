@@ -88,7 +88,7 @@ class Window:
 class Desk:
     def __init__(self, managed, size=(1280, 1024)):
         """An empty screen, with a window manager or without."""
-        self.programs = []
+        self.programs, self.probe = [], None
         reading, writing = os.pipe()
         self.server = self.start(['Xvfb', '-displayfd', writing, '-screen', 0, f'{size[0]}x{size[1]}x24', '-nolisten',
                                   'tcp', '-noreset'], pass_fds=[writing])
@@ -105,15 +105,25 @@ class Desk:
 
         if managed:
             self.start(['openbox'])
-            wait_until('openbox manages the windows', self._has_one_desktop)
+            self.probe = self.root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
 
-    def _has_one_desktop(self):
-        """Asks for it, and says whether that was done. What reaches openbox while it starts stays unread until more comes."""
-        desktops = self.display.intern_atom('_NET_NUMBER_OF_DESKTOPS')
-        self.root.send_event(event.ClientMessage(window=self.root, client_type=desktops, data=(32, [1, 0, 0, 0, 0])),
+            # What reaches it while it starts stays unread until more comes.
+            wait_until('openbox manages the windows', lambda: self._ask_manager() or self._has_manager_answered())
+
+    def _ask_manager(self):
+        request = self.display.intern_atom('_NET_REQUEST_FRAME_EXTENTS')
+        self.root.send_event(event.ClientMessage(window=self.probe, client_type=request, data=(32, [0] * 5)),
                              X.SubstructureRedirectMask | X.SubstructureNotifyMask)
-        number = self.root.get_full_property(desktops, X.AnyPropertyType)
-        return number and list(number.value) == [1]
+
+    def _has_manager_answered(self):
+        return self.probe.get_full_property(self.display.intern_atom('_NET_FRAME_EXTENTS'), X.AnyPropertyType)
+
+    def wait_for_manager(self):
+        """Until the window manager, if there is one, has dealt with all that came before, as it does in turn."""
+        if self.probe:
+            self.probe.delete_property(self.display.intern_atom('_NET_FRAME_EXTENTS'))
+            self._ask_manager()
+            wait_until('the window manager answers', self._has_manager_answered)
 
     def close(self):
         self.display.close()
@@ -173,7 +183,11 @@ class Desk:
         def find():
             return [w for w in self.windows(title) if w not in but and self.has_keyboard(w)]
 
-        return wait_until(f'a window "{title}" with the keyboard', find)[0]
+        found = wait_until(f'a window "{title}" with the keyboard', find)[0]
+
+        # A click that comes while a window manager still sees to a window that has gone is lost.
+        self.wait_for_manager()
+        return found
 
     def wait_until_gone(self, title, but=()):
         def is_gone():
