@@ -46,7 +46,6 @@ def test_return_resets_once_whatever_was_clicked(world):
         expect_reset(world, resets)
 
 
-
 def test_escape_quits_whatever_was_clicked(world):
     world.plug('Alpha', 'Beta')
     world.order('fill all 50')
