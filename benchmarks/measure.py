@@ -16,6 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / 'tests/desktop'))
 
 from desk import Desk, wait_until  # noqa: E402
+from worlds import click_button, view_width  # noqa: E402
 
 BUILD = ROOT / 'build/release'
 BACKGROUND = 15, 15, 15  # of our windows
@@ -105,7 +106,7 @@ def measure_start(desk, programs):
 
 def compare(desk, environment, devices, seconds, peers):
     simulator = start_simulator(desk, environment, '--interfaces', devices)
-    width = 150 * devices + 190
+    width = view_width(devices)
     starters = {'Quendel': lambda: desk.start([BUILD / 'source/quendel'], environment),
                 'Bare window': lambda: desk.start([BUILD / 'benchmarks/quendel-bare-window', width], environment)}
     starts = measure_start(desk, starters)
@@ -143,13 +144,13 @@ def measure_changes(desk, environment):
     took = {'plug': [], 'unplug': []}
 
     for _ in range(7):
-        for change, width in (('plug', 640), ('unplug', 490)):
+        for change, width in (('plug', view_width(3)), ('unplug', view_width(2))):
             took[change].append(milliseconds_until(
                 lambda: wait_for_window(desk, 'Quendel', lambda it: it.bounds[2] == width),
                 lambda: order(simulator, f'{change} Three')))
             time.sleep(0.3)  # one change at a time
 
-    opened = milliseconds_until(lambda: wait_for_window(desk, 'Event log'), lambda: desk.click(window, 367, 619))
+    opened = milliseconds_until(lambda: wait_for_window(desk, 'Event log'), lambda: click_button(desk, window, 'Events'))
     arrival, removal = (statistics.median(took[change]) for change in took)
     print(f'\nfrom the order to the column on screen:      {arrival:.0f} ms, {arrival * LOOKS / 1000:.2f} ticks of the view\n'
           f'from the order to the column gone:           {removal:.0f} ms, {removal * LOOKS / 1000:.2f} ticks of the view\n'

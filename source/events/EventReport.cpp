@@ -60,14 +60,6 @@ void appendLine (juce::OutputStream& text,
 }
 } // namespace
 
-juce::String
-    formatLine (int row, const EventRecord& event, const EventRecord& first, const juce::StringArray& deviceNames)
-{
-    juce::MemoryOutputStream line;
-    appendLine (line, row, event, first, deviceNames);
-    return line.toString();
-}
-
 juce::String getFileName (const juce::Time& time)
 {
     const auto name = "Quendel event log " + time.toString (true, true, true, false) + ".txt";

@@ -4,18 +4,12 @@
 #include <functional>
 #include <juce_core/juce_core.h>
 
-/** The event report: one comma-separated line per event, UTF-8 without a byte-order mark, CR LF line ends. */
+/** The event report: one line per event, UTF-8 without a byte-order mark, CR LF line ends. In a line are the row
+   counted from 0, milliseconds since the first row, microseconds since the previous event in time, device:parameter,
+   and the name.
+*/
 namespace EventReport
 {
-
-/** "row,milliseconds since the first row,microseconds since the previous event in time,device:parameter,name",
-    with its line end.
-
-    @param row    counted from 0
-    @param first  the event in row 0
-*/
-juce::String
-    formatLine (int row, const EventRecord& event, const EventRecord& first, const juce::StringArray& deviceNames);
 
 /** The name that is proposed for a report saved at that local time. */
 juce::String getFileName (const juce::Time& time);

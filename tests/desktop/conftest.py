@@ -24,7 +24,7 @@ def pytest_generate_tests(metafunc):
 
 
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what does not run in a world, the parameters of a case included; what takes none is for Linux."""
+    """Leaves out what does not run in a world; what takes none is for Linux."""
 
     def runs(item):
         mark = item.get_closest_marker('only_in')
@@ -61,22 +61,30 @@ def world(request):
     try:
         if request.node.has_passed and world.program and world.program.is_running():
             world.quit()
+    except AssertionError:
+        print(describe(world, request.node.name))
+        raise
     finally:
         world.end()
 
 
+def describe(world, case):
+    """A picture of the screen, and what the program said, tell more than a message."""
+    picture = ROOT / 'build' / f'{case}.png'
+    world.desk.picture().save(picture)
+    said = f'{picture}\n{world.desk.windows()}'
+
+    if world.program:
+        state = 'running' if world.program.is_running() else f'exit code {world.program.process.returncode}'
+        said += f'\nThe program: {state}\n{world.errors(world.program)}'
+
+    return said
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
-    """A picture of the screen, and what the program said, tell more than a message."""
     report = (yield).get_result()
     item.has_passed = report.passed
 
     if report.failed and report.when == 'call' and 'world' in getattr(item, 'funcargs', {}):
-        world = item.funcargs['world']
-        picture = ROOT / 'build' / f'{item.name}.png'
-        world.desk.picture().save(picture)
-        report.sections.append(('the desk', f'{picture}\n{world.desk.windows()}'))
-
-        if world.program:
-            state = 'running' if world.program.is_running() else f'exit code {world.program.process.returncode}'
-            report.sections.append(('the program', f'{state}\n{world.errors(world.program)}'))
+        report.sections.append(('the desk', describe(item.funcargs['world'], item.name)))

@@ -46,9 +46,9 @@ class Program:
     def is_running(self):
         return self.process.poll() is None
 
-    def wait_for_exit(self):
+    def wait_for_exit(self, patience=PATIENCE):
         """Its exit code; below 0, the signal that ended it."""
-        wait_until(f'{self.process.args[3]} ends', lambda: not self.is_running())
+        wait_until(f'{self.process.args[3]} ends', lambda: not self.is_running(), patience)
         return self.process.returncode
 
     def interrupt(self):
@@ -88,7 +88,7 @@ class Window:
 class Desk:
     def __init__(self, managed, size=(1280, 1024)):
         """An empty screen, with a window manager or without."""
-        self.programs, self.probe = [], None
+        self.programs, self.probe, self.size = [], None, size
         reading, writing = os.pipe()
         self.server = self.start(['Xvfb', '-displayfd', writing, '-screen', 0, f'{size[0]}x{size[1]}x24', '-nolisten',
                                   'tcp', '-noreset'], pass_fds=[writing])
@@ -104,7 +104,7 @@ class Desk:
         self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOff)
 
         if managed:
-            self.start(['openbox'])
+            self.start(['openbox', '--config-file', '/etc/xdg/openbox/rc.xml'])  # not what the user has made of it
             self.probe = self.root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
 
             # What reaches it while it starts stays unread until more comes.
@@ -197,17 +197,13 @@ class Desk:
 
     def picture(self, window=None, area=None):
         """What is on the screen where the window is, or in an area (x, y, width, height) of the window."""
-        x, y, width, height = window.bounds if window else (0, 0, *self._size())
+        x, y, width, height = window.bounds if window else (0, 0, *self.size)
 
         if area:
             x, y, width, height = x + area[0], y + area[1], area[2], area[3]
 
         image = self.root.get_image(x, y, width, height, X.ZPixmap, 0xFFFFFFFF)
         return Image.frombytes('RGB', (width, height), image.data, 'raw', 'BGRX')
-
-    def _size(self):
-        screen = self.display.screen()
-        return screen.width_in_pixels, screen.height_in_pixels
 
     def frame(self, window):
         """Left, right, upper and lower width of what a window manager has put around a window."""

@@ -9,7 +9,8 @@ def main():
 
     def take(name, window):
         picture = ROOT / f'docs/images/{name}.png'
-        world.desk.picture(world.wait_until_still(window)).save(picture)
+        world.picture(window=window)
+        world.desk.picture(window).save(picture)
         print(picture)
 
     world.plug('Studio', 'Stage')

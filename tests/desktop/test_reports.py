@@ -19,6 +19,24 @@ def without_date(report):
     return re.sub(rb'\n[1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?:\d\d:\d\d[ap]m\r\n', b'\nDATE\r\n', report)
 
 
+def now():
+    return datetime.datetime.now(datetime.timezone.utc).replace(microsecond=0)
+
+
+def expect_time(text, start):
+    """Between the start and now."""
+    time = datetime.datetime.strptime(text.replace('_', ':') + ' +0000', '%d %b %Y %I:%M:%S%p %z')
+    assert start <= time <= now()
+
+
+def lines_in(file):
+    """Of a report that is being replaced, perhaps."""
+    try:
+        return file.read_bytes().count(b'\n')
+    except FileNotFoundError:
+        return 0
+
+
 def test_saves_the_statistics(world):
     report = world.documents / 'Quendel report.txt'
     world.plug('Alpha', 'Zwölf')
@@ -40,11 +58,9 @@ def test_saves_the_statistics(world):
         return counts['read-counters'] - counts['stream-status']
 
     reads_before = reads_beside_ticks()
-    before = datetime.datetime.now(datetime.timezone.utc).replace(microsecond=0)
+    start = now()
     assert world.save_statistics() == saved
-    when = re.findall(rb'report\r\n(.*)\r', report.read_bytes())[-1].decode()
-    saved_at = datetime.datetime.strptime(when + ' +0000', '%d %b %Y %I:%M:%S%p %z')
-    assert before <= saved_at <= datetime.datetime.now(datetime.timezone.utc)
+    expect_time(re.findall(rb'report\r\n(.*)\r', report.read_bytes())[-1].decode(), start)
     expect_gold(without_date(report.read_bytes()), 'desktop-statistics.txt')
 
     # A file that cannot be written, of two kinds.
@@ -66,30 +82,27 @@ def test_saves_the_events(world):
     world.start()
     events = world.open_events()
 
-    def open_dialog():
-        world.desk.click(events, 400, 577)
-        return world.wait_for_save_dialog()
-
     def wait_for_report(file):
         lines = 600 if file.name == 'all.txt' else 300
-        wait_until('a whole report', lambda: file.exists() and file.read_bytes().count(b'\n') == lines)
+        wait_until('a whole report', lambda: lines_in(file) == lines)
         world.wait_until_saved('Alpha', events)
         return file.read_bytes()
 
     # Under the name that is proposed, in the order of time.
-    open_dialog()
+    start = now()
+    world.open_save_dialog(events)
     world.press('Return')
     world.desk.wait_until_gone(SAVE_DIALOG)
     wait_until('a report', lambda: list(world.documents.iterdir()))
     [proposed] = world.documents.iterdir()
-    assert re.fullmatch(r'Quendel event log [1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m\.txt', proposed.name)
+    expect_time(re.fullmatch(r'Quendel event log ([1-9].* [1-9]\d?_\d\d_\d\d[ap]m)\.txt', proposed.name)[1], start)
     expect_gold(wait_for_report(proposed), 'desktop-events.txt')
 
     # A click on a header sorts what is saved, too; an existing file is asked about.
     world.wait_for_change(lambda: world.desk.click(events, 651, 44), *ROWS, window=events)
     mine = world.documents / 'mine.txt'
     mine.write_bytes(b'precious')
-    world.name_file(open_dialog(), 'mine.txt')
+    world.name_file(world.open_save_dialog(events), 'mine.txt')
     world.wait_for_question()
     world.answer(False)
     world.wait_for_save_dialog()
@@ -102,6 +115,6 @@ def test_saves_the_events(world):
 
     # Both devices' events in one time line.
     world.wait_for_change(lambda: world.desk.click(events, 158, 15), *ROWS, window=events)
-    world.name_file(open_dialog(), 'all.txt')
+    world.name_file(world.open_save_dialog(events), 'all.txt')
     expect_gold(wait_for_report(world.documents / 'all.txt'), 'desktop-events-aggregate.txt')
     world.close('Event log', 'Escape')

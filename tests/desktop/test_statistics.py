@@ -19,6 +19,12 @@ def test_figures_move_when_the_drivers_do_and_are_reset(world):
     world.start()
     first = figures(world)
     assert figures(world) == first
+
+    # White labels, green buttons.
+    picture = world.desk.picture(world.view)
+    assert min(brightest for _, brightest in picture.crop((40, 110, 150, 128)).getextrema()) > 200
+    assert picture.getpixel((105, 610)) == (20, 200, 20)
+
     world.order('glitch Beta')
     world.order('tick 1000')
     second = figures(world)

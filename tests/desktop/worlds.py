@@ -14,6 +14,8 @@ from desk import Desk, wait_until
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 CONTROLLERS = 'ROOT\\OHCI1394\\0000', 'ROOT\\OHCI1394\\0001'
 
+FIRST_PLACE = 64, 51  # of the view, a twentieth into the display
+VIEW_HEIGHT = 652
 BUTTONS = {'Save': 1, 'Reset': 2, 'Events': 3}  # and the quarter of the view's width that each stands at
 BUTTONS_Y = 619
 SAVE_DIALOG = 'Save event report'
@@ -21,6 +23,12 @@ SAVE_DIALOG = 'Save event report'
 
 def view_width(columns):
     return 150 * columns + 190
+
+
+def click_button(desk, view, name):
+    """Whatever size the view is shown in."""
+    *_, width, height = view.bounds
+    desk.click(view, BUTTONS[name] * width // 4, BUTTONS_Y * height // VIEW_HEIGHT)
 
 
 def windows_path(path):
@@ -54,12 +62,11 @@ class World:
 
     def counts(self, device):
         """How often a device was asked for what."""
-        pairs = (word.split('=') for word in self.order(f'counts {device}').split() if '=' in word)
-        return {name: int(count) for name, count in pairs}
+        return {name: int(count) for name, count in re.findall(r'(\S+)=(\d+)', self.order(f'counts {device}'))}
 
     def looks(self, device):
-        """How often the view has asked a device for its figures."""
-        return self.counts(device)['read-counters']
+        """How often the view has asked a device, or each of all of them, for its figures."""
+        return min(map(int, re.findall(r'read-counters=(\d+)', self.order(f'counts {device}'))))
 
     def wait_for_looks(self, device, number=3):
         """Until the view has asked anew so often: what is on show then is what the driver has."""
@@ -73,20 +80,25 @@ class World:
         self.view = self.desk.wait_for_window('Quendel')
 
     def start(self, device='all'):
-        """Also waits until the window is where it belongs, and the figures of a device on it are the driver's."""
+        """Also waits until the window is where it was left, and the figures of a device on it are the driver's."""
         self.launch()
-        place = self.stored() or (64, 51)
-        wait_until(f'the view is at {place}', lambda: self.view.bounds[:2] == place)
+        self.wait_for_place(self.stored() or FIRST_PLACE)
         self.wait_for_looks(device, 2)
 
+    def wait_for_place(self, place):
+        """For a third of a second after its frame has come the view is beside its place at moments."""
+        wait_until(f'the view is at {place}', lambda: self.view.bounds[:2] == place)
+
     def wait_for_columns(self, columns):
-        wait_until(f'a view of {columns} columns', lambda: self.view.bounds[2:] == (view_width(columns), 652))
+        size = view_width(columns), VIEW_HEIGHT
+        wait_until(f'a view of {columns} columns', lambda: self.view.bounds[2:] == size)
 
     def expect_exit(self):
         assert self.program.wait_for_exit() == 0
         assert self.errors(self.program) == ''
 
     def quit(self):
+        wait_until('the view has the keyboard', lambda: self.desk.has_keyboard(self.view))
         self.press('Escape')
         self.expect_exit()
 
@@ -95,7 +107,7 @@ class World:
             self.desk.press(key)
 
     def click_button(self, name):
-        self.desk.click(self.view, BUTTONS[name] * self.view.bounds[2] // 4, BUTTONS_Y)
+        click_button(self.desk, self.view, name)
 
     def wait_for_box(self):
         """The message box before the view."""
@@ -116,7 +128,17 @@ class World:
 
     def open_events(self):
         self.click_button('Events')
-        return self.wait_until_still(self.desk.wait_for_window('Event log'))
+        return self.wait_for_events()
+
+    def wait_for_events(self):
+        """The event window, once it is where it stays."""
+        events = self.desk.wait_for_window('Event log')
+        self.wait_until_placed(events)
+        return events
+
+    def open_save_dialog(self, events):
+        self.desk.click(events, 400, 577)
+        return self.wait_for_save_dialog()
 
     def wait_until_saved(self, device, events):
         """Once a report is complete. The box that tells of the saving is still there, or yet to come: it goes when it next
@@ -130,25 +152,22 @@ class World:
         found = self.settings()
         return tuple(int(found[name]) if re.fullmatch(r'-?\d+', found[name]) else 0 for name in 'xy') if found else None
 
-    def wait_until_still(self, window):
-        """A new window is moved when its frame has come, and what is clicked before is somewhere else afterwards."""
-        self.picture(window=window)
-        return window
-
     def picture(self, *area, window=None):
         """What is to be seen there once it stands still."""
-        def look():
-            return self.desk.picture(window or self.view, area or None).tobytes()
+        window = window or self.view
 
-        picture = look()
+        def look():
+            return window.bounds, self.desk.picture(window, area or None).tobytes()
+
+        seen = look()
 
         while True:
             self.wait_for_looks('all', 1)
 
-            if (later := look()) == picture:
-                return picture
+            if (later := look()) == seen:
+                return seen[1]
 
-            picture = later
+            seen = later
 
     def wait_for_change(self, action, *area, window=None):
         """The picture that an action makes of another one."""
@@ -203,6 +222,18 @@ class LinuxWorld(World):
         *_, width, height = box.bounds
         return self.picture(0, 0, width, height // 2, window=box)
 
+    def wait_until_placed(self, window):
+        """In the middle of the display, with the frame that comes later; a click before that can miss. On a low display
+        pixels are rounded.
+        """
+        def is_in_the_middle():
+            (x, y, width, height), (left, right, above, below) = window.bounds, self.desk.frame(window)
+            all_width, all_height = self.desk.size
+            return (abs((x - left) - (all_width - x - width - right)) <= 3
+                    and abs((y - above) - (all_height - y - height - below)) <= 3)
+
+        wait_until(f'{window} is in the middle', is_in_the_middle)
+
     def wait_for_save_dialog(self):
         return self.desk.wait_for_window(SAVE_DIALOG)
 
@@ -246,7 +277,8 @@ class WineSession:
         """A copy, as making one takes longer than many cases."""
         if not template.exists():
             self.environment['WINEPREFIX'] = f'{template}.new'
-            self.run('wineboot', '--init').wait_for_exit()
+            shutil.rmtree(f'{template}.new', ignore_errors=True)
+            assert self.run('wineboot', '--init').wait_for_exit(patience=300) == 0
             self.tell_server('-w')
             pathlib.Path(f'{template}.new').rename(template)
 
@@ -318,6 +350,9 @@ class WineWorld(World):
 
     def read_box(self, box):
         return self.order(f'box-text {box.title}')
+
+    def wait_until_placed(self, window):
+        self.picture(window=window)
 
     def wait_for_keyboard(self, control):
         """In a box of the system's own, to which Wine gives the keyboard without a word to the display."""

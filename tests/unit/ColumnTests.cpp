@@ -113,9 +113,15 @@ TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
 {
     Column column ("");
     column.setSize (150, 504);
-    juce::Image image (juce::Image::ARGB, 150, 504, true);
-    juce::Graphics g (image);
-    column.paint (g);
+    const auto paint = [&column]
+    {
+        juce::Image image (juce::Image::ARGB, 150, 504, true);
+        juce::Graphics g (image);
+        column.paint (g);
+        return image;
+    };
+
+    const auto image = paint();
 
     for (std::size_t row = 0; row < numRows; ++row)
     {
@@ -126,6 +132,23 @@ TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
         EXPECT_EQ (image.getPixelAt (3, y + 1), juce::Colour()) << row;
         EXPECT_EQ (image.getPixelAt (146, y + 16), juce::Colour()) << row;
     }
+
+    // A new figure is in its own box.
+    auto block = makeBlock();
+    update (column, &block, {});
+    const auto before = paint();
+    block.hostAverage = 5555;
+    update (column, &block, {});
+    const auto after = paint();
+    juce::Rectangle<int> changed;
+
+    for (int y = 0; y < 504; ++y)
+        for (int x = 0; x < 150; ++x)
+            if (before.getPixelAt (x, y) != after.getPixelAt (x, y))
+                changed = changed.getUnion ({ x, y, 1, 1 });
+
+    EXPECT_FALSE (changed.isEmpty());
+    EXPECT_TRUE (column.getBox (16).contains (changed)) << changed.toString();
 }
 
 } // namespace

@@ -89,6 +89,13 @@ TEST_F (ContentTests, everyFigureHasItsLabelBesideIt)
                "Buffer offset|Maximum time|Minimum time|Average time|"
                "Firmware|FIFO level|Overflow|Underrun|Sync count");
 
+    juce::StringArray buttons;
+
+    for (const auto* button : find<juce::TextButton>())
+        buttons.add (button->getButtonText());
+
+    EXPECT_EQ (buttons.joinIntoString ("|"), "Save|Reset|Events");
+
     const auto* newestColumn = find<Column>().at (0);
     const auto lastLabel = find<juce::Label>().at (25)->getBounds();
     const auto lastBox = newestColumn->getBox (StatisticsLayout::syncCountRow) + newestColumn->getPosition();
@@ -112,8 +119,12 @@ TEST_F (ContentTests, paintsItsFrameAndCaptions)
     };
 
     // The captions end where the status begins.
-    for (const int y : { 22, 40, 58 })
+    for (int i = 0; i < 3; ++i)
+    {
+        const int y = 22 + 18 * i;
         EXPECT_TRUE (isInked ({ 58, y, 112, 14 })) << y;
+        EXPECT_EQ (find<juce::Label>().at (static_cast<std::size_t> (i))->getY(), y);
+    }
 
     EXPECT_FALSE (isInked ({ 1, 1, 56, 86 }));
     EXPECT_TRUE (isInked ({ 0, 0, 1, 1 }));

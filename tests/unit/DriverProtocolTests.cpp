@@ -104,6 +104,10 @@ TEST_F (DriverProtocolTests, failuresLeaveTheFigures)
     EXPECT_EQ (counters.fifoLevel, 7u);
     EXPECT_EQ (device->readEventEntry (0, entry), 1);
     EXPECT_EQ (device->probe(), 1);
+
+    // Whatever the driver says, the firmware has counters of its own.
+    device->resetStatistics();
+    EXPECT_EQ (driver.count (TestDriver::clearCounters), 1);
 }
 
 /** A reply overwrites the request, and what it leaves out stays as it was asked. */

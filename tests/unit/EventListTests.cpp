@@ -129,6 +129,25 @@ TEST_F (EventListTests, cellsShowTheirRecord)
     EXPECT_EQ (EventNames::get (-1), "Unknown event -1");
 }
 
+TEST_F (EventListTests, everyCellWithATextIsPainted)
+{
+    deck.events = { makeEntry (10000, 2, 3) };
+    EventList events (devices, deckIndex);
+
+    for (int column = EventList::indexColumn; column <= EventList::nameColumn; ++column)
+    {
+        juce::Image image (juce::Image::ARGB, 100, 20, true);
+        juce::Graphics g (image);
+        events.paintCell (g, 0, column, 100, 20, false);
+        bool isPainted = false;
+
+        for (int i = 0; i < 2000; ++i)
+            isPainted = isPainted || image.getPixelAt (i % 100, i / 100).getAlpha() > 128;
+
+        EXPECT_EQ (isPainted, events.getCellText (0, column).isNotEmpty()) << column;
+    }
+}
+
 TEST_F (EventListTests, headersSortByTheirKeyAndAlwaysUpwards)
 {
     deck.events = { makeEntry (0, 5), makeEntry (100, 1), makeEntry (110, 9), makeEntry (300, 3) };

@@ -59,19 +59,21 @@ TEST_F (EventReportTests, linesHoldTheirFiveFields)
     timeless.frequency = 0;
     elsewhere.deviceOrdinal = 200;
 
+    const auto secondLine = [&] (const EventRecord& event, const juce::StringArray& names) {
+        return juce::StringArray::fromLines (write ({ first, event }, names))[1];
+    };
+
     for (const auto& [event, expected] :
-         { std::pair { makeRecord (1010000, 2500, 17, 7), "000012,1.000,250,Deck:7,Clock adjust" },
-           std::pair { makeRecord (1010000, 2500, 17, 0xFFFFFFFF), "000012,1.000,250,,Clock adjust" },
-           std::pair { makeRecord (0, 0, 24, 0x80000000), "000012,-100.000,0,Deck:-2147483648,Unknown event 24" },
-           std::pair { timeless, "000012,?,?,Deck:0,Listen attach" },
-           std::pair { elsewhere, "000012,0.000,0,:0,Listen attach" },
+         { std::pair { makeRecord (1010000, 2500, 17, 7), "000001,1.000,250,Deck:7,Clock adjust" },
+           std::pair { makeRecord (1010000, 2500, 17, 0xFFFFFFFF), "000001,1.000,250,,Clock adjust" },
+           std::pair { makeRecord (0, 0, 24, 0x80000000), "000001,-100.000,0,Deck:-2147483648,Unknown event 24" },
+           std::pair { timeless, "000001,?,?,Deck:0,Listen attach" },
+           std::pair { elsewhere, "000001,0.000,0,:0,Listen attach" },
 
            // Halfway between two, a number is rounded to the even one, with every C library.
-           std::pair { makeRecord (1012345, 12345, 2, 1), "000012,1.234,1234,Deck:1,Listen complete" },
-           std::pair { makeRecord (999999, -5, 2, 1), "000012,-0.000,-0,Deck:1,Listen complete" } })
-        EXPECT_EQ (EventReport::formatLine (12, event, first, deck), juce::String (expected) + "\r\n");
-
-    EXPECT_EQ (EventReport::formatLine (1234567, first, first, deck), "1234567,0.000,0,Deck:0,Listen attach\r\n");
+           std::pair { makeRecord (1012345, 12345, 2, 1), "000001,1.234,1234,Deck:1,Listen complete" },
+           std::pair { makeRecord (999999, -5, 2, 1), "000001,-0.000,-0,Deck:1,Listen complete" } })
+        EXPECT_EQ (secondLine (event, deck), expected);
 
     // The report takes the ordinal as unsigned where the table takes it as signed.
     juce::StringArray many;
@@ -79,10 +81,10 @@ TEST_F (EventReportTests, linesHoldTheirFiveFields)
     for (int i = 0; i <= 200; ++i)
         many.add ("d" + juce::String (i));
 
-    EXPECT_EQ (EventReport::formatLine (12, elsewhere, first, many), "000012,0.000,0,d200:0,Listen attach\r\n");
+    EXPECT_EQ (secondLine (elsewhere, many), "000001,0.000,0,d200:0,Listen attach");
 
-    const auto extreme = EventReport::formatLine (0, makeRecord (INT64_MIN, INT64_MIN, INT32_MIN, 0), first, deck);
-    EXPECT_TRUE (extreme.endsWith (",Deck:0,Unknown event -2147483648\r\n")) << extreme;
+    const auto extreme = secondLine (makeRecord (INT64_MIN, INT64_MIN, INT32_MIN, 0), deck);
+    EXPECT_TRUE (extreme.endsWith (",Deck:0,Unknown event -2147483648")) << extreme;
 }
 
 TEST_F (EventReportTests, filesEqualTheirGold)
