@@ -4,6 +4,7 @@
 #include "drivers/machine/InterfaceServer.h"
 #include "drivers/machine/MachineFolder.h"
 #include "events/EventList.h"
+#include "events/EventReport.h"
 #include "stats/Column.h"
 #include "tests/fuzz/Fuzz.h"
 
@@ -17,6 +18,13 @@ using namespace DriverProtocol;
 
 namespace
 {
+
+/** Stays, as the driver does, until the process ends. */
+const FuzzFolder& getFolder()
+{
+    static const auto& folder = *new FuzzFolder;
+    return folder;
+}
 
 /** One scripted answer. */
 struct Answer
@@ -47,7 +55,7 @@ class ScriptedDriver final : private Machine::RequestHandler
 public:
     ScriptedDriver()
     {
-        require (machine.create (folder.getMachine(), {}).empty() && server.plugIn().empty(), "the driver serves");
+        require (machine.create (getFolder().getMachine(), {}).empty() && server.plugIn().empty(), "the driver serves");
         std::thread ([this] { run(); }).detach();
     }
 
@@ -64,7 +72,10 @@ public:
         return server.getNumConnections() > 0;
     }
 
-    std::filesystem::path getRegistry() const { return folder.getMachine() / "interfaces" / "device" / "registry"; }
+    std::filesystem::path getRegistry() const
+    {
+        return getFolder().getMachine() / "interfaces" / "device" / "registry";
+    }
 
 private:
     void run()
@@ -99,13 +110,47 @@ private:
         return { std::move (answer.packet), answer.hasSection() };
     }
 
-    FuzzFolder folder;
     Machine::MachineFolder machine;
-    Machine::InterfaceServer server { { .machineFolder = folder.getMachine(), .name = "device" }, *this };
+    Machine::InterfaceServer server { { .machineFolder = getFolder().getMachine(), .name = "device" }, *this };
     std::mutex lock;
     std::deque<Answer> answers;
     bool sectionGoes = false; // with the next request
 };
+
+/** In the table, by each header that sorts, and in the report. */
+void requireWholeLog (EventList& list)
+{
+    const auto& events = list.getEvents();
+    const auto numEvents = events.size();
+
+    for (const int columnId : { EventList::nameColumn, EventList::deltaColumn, EventList::timeColumn })
+    {
+        list.sortOrderChanged (columnId, true);
+        require (columnId == EventList::nameColumn    ? std::ranges::is_sorted (events, {}, &EventRecord::type)
+                 : columnId == EventList::deltaColumn ? std::ranges::is_sorted (events, {}, &EventRecord::timeDelta)
+                                                      : std::ranges::is_sorted (events, {}, &EventRecord::timestamp),
+                 "a click on a header sorts by its column");
+        require (events.size() == numEvents, "sorting loses nothing");
+    }
+
+    for (int row = 0; row < numEvents; ++row)
+        for (int cell = EventList::indexColumn; cell <= EventList::nameColumn; ++cell)
+            require (cell == EventList::lastSimilarDeltaColumn || list.getCellText (row, cell).isNotEmpty(),
+                     "every cell says something");
+
+    const juce::File file ((getFolder().getRoot() / "report.txt").string());
+    EventReport::write (file, events, list.getDeviceNames(), [] (double) { return true; });
+    const auto report = file.loadFileAsString();
+    auto lines = juce::StringArray::fromLines (report);
+    lines.removeEmptyStrings();
+    require (numEvents == 0 || (report.endsWith ("\r\n") && lines.size() == numEvents), "each event has a line");
+
+    for (const auto& line : lines)
+        require (juce::StringArray::fromTokens (line, ",", "").size() == 5, "a line has five fields");
+
+    require (! report.contains (",nan,") && ! report.contains (",-nan,") && ! report.contains ("inf,"),
+             "times are numbers or a question mark");
+}
 
 /** What the program does with a device, and what must be true of it whatever the answer was. */
 constexpr void (*operations[]) (HwDevice&) {
@@ -138,8 +183,9 @@ constexpr void (*operations[]) (HwDevice&) {
     },
     [] (HwDevice& device)
     {
-        const EventList events ({ HwDevice::Ptr (&device) }, 0);
+        EventList events ({ HwDevice::Ptr (&device) }, 0);
         require (events.getDeviceNames().size() == 1, "every log has its device's name");
+        requireWholeLog (events);
     }
 };
 
@@ -179,6 +225,9 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 
             const auto address = static_cast<std::uintptr_t> (device->getStatisticsAddress());
             column.update (reinterpret_cast<const StatisticsBlock*> (address), 0.0001);
+
+            for (const auto row : StatisticsLayout::valueRows)
+                require (! column.getText (row).containsAnyOf ("naif"), "a figure is neither nan nor inf");
         }
     }
 

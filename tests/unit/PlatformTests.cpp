@@ -3,14 +3,17 @@
 #include "platform/InstanceLock.h"
 #include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/Patience.h"
+#include "platform/linux/Section.h"
 #include "stats/Column.h"
 #include "stats/StatisticsBlock.h"
 #include "tests/unit/support/TestDriver.h"
 
 #include <atomic>
 #include <cstring>
+#include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -236,6 +239,12 @@ TEST (PlatformTests, sectionsThatNobodyAskedForAreNotHoarded)
 
         EXPECT_LE (countOfProcess ("fd"), numDescriptors + 16);
     }
+}
+
+TEST (PlatformTests, onlyMemoryFilesAreSections)
+{
+    EXPECT_EQ (Section::make (FileDescriptor (::open ("/dev/zero", O_RDONLY | O_CLOEXEC))), nullptr);
+    EXPECT_NE (Section::make (FileDescriptor (::memfd_create ("section", MFD_CLOEXEC))), nullptr);
 }
 
 //==============================================================================
