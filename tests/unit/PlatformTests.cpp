@@ -77,6 +77,14 @@ TEST (InterfaceWatcherTests, interfacesThatAreReplacedAreFollowedAsBefore)
     EXPECT_EQ (follow(), 1u);
     a.deleteRecursively();
     EXPECT_EQ (follow(), 0u);
+
+    // What nobody has fetched is not for the next listener.
+    a.createDirectory();
+    a.deleteRecursively();
+    watcher.removeListener();
+    a.createDirectory();
+    watcher.addListener();
+    EXPECT_TRUE (watcher.fetchChanges().empty());
     watcher.removeListener();
 }
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 #include <sys/inotify.h>
+#include <utility>
 
 static constexpr char interfacesFolder[] = "interfaces";
 
@@ -22,21 +23,33 @@ static int addWatch (const FileDescriptor& events, const FileDescriptor& folder,
     return ::inotify_add_watch (events.get(), path.c_str(), mask | IN_ONLYDIR);
 }
 
-/** Watches machine/interfaces, and the machine folder in case interfaces/ itself comes or goes. */
+/** Watches machine/interfaces, and the machine folder in case interfaces/ itself comes or goes. The descriptor stays
+   open as long as the process: whoever closes one, or was waiting for it then, has to wait until the kernel has tidied
+   up behind all watches that have ended anywhere, and that takes seconds on a busy machine.
+*/
 void InterfaceWatcher::startWatching()
 {
-    events = FileDescriptor (::inotify_init1 (IN_NONBLOCK | IN_CLOEXEC));
-    interfacesWatch = -1;
+    stopWatching();
+
+    if (! events)
+        events = FileDescriptor (::inotify_init1 (IN_NONBLOCK | IN_CLOEXEC));
 
     const auto machine = MachineFolder::open();
 
     if (! events || ! machine)
         return;
 
-    addWatch (events, machine, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
+    machineWatch = addWatch (events, machine, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
 
     if (const auto interfaces = MachineFolder::openFolder (machine.get(), interfacesFolder); interfaces)
         interfacesWatch = addWatch (events, interfaces, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
+}
+
+void InterfaceWatcher::stopWatching()
+{
+    for (auto* watch : { &machineWatch, &interfacesWatch })
+        if (const int ended = std::exchange (*watch, -1); ended >= 0)
+            ::inotify_rm_watch (events.get(), ended);
 }
 
 void InterfaceWatcher::note (bool arrived, const std::string& name, std::vector<InterfaceChange>& changes)
@@ -75,13 +88,13 @@ std::vector<InterfaceChange> InterfaceWatcher::fetchChanges()
         const std::string name (text, event.len > 0 ? ::strnlen (text, event.len) : 0);
         offset += sizeof (event) + event.len;
 
-        const bool isOfInterface = event.wd == interfacesWatch;
+        // What is neither is about a watch that was.
+        const bool isOfInterface = event.wd == interfacesWatch, isOfMachine = event.wd == machineWatch;
 
-        // What is left in the buffer is about the watch that was.
-        if ((event.mask & IN_Q_OVERFLOW) != 0 || (! isOfInterface && name == interfacesFolder))
+        if ((event.mask & IN_Q_OVERFLOW) != 0 || (isOfMachine && name == interfacesFolder))
         {
             startOver (changes);
-            break;
+            continue;
         }
 
         if (isOfInterface && (event.mask & IN_ISDIR) != 0 && MachineFolder::isPresentName (name))
@@ -110,7 +123,7 @@ void InterfaceWatcher::removeListener()
     const std::scoped_lock locked (lock);
 
     if (--listeners == 0)
-        events = {};
+        stopWatching();
 }
 
 int InterfaceWatcher::getDescriptor()

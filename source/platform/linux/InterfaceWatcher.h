@@ -36,11 +36,13 @@ public:
 
 private:
     void startWatching();
+    void stopWatching();
     void note (bool arrived, const std::string& name, std::vector<InterfaceChange>& changes);
     void startOver (std::vector<InterfaceChange>& changes);
 
     std::mutex lock;
     FileDescriptor events;
+    int machineWatch = -1;
     int interfacesWatch = -1;
     int listeners = 0;
     std::set<std::string> known;
