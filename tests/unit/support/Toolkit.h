@@ -14,7 +14,4 @@ inline void restartToolkit()
 
     toolkit.reset();
     toolkit = std::make_unique<juce::ScopedJuceInitialiser_GUI>();
-
-    // Where it asks for the desktop's colours it closes a descriptor twice: now, while no other thread opens one.
-    juce::Desktop::getInstance();
 }
