@@ -71,7 +71,11 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     static FuzzFolder folder;
     FuzzedDataProvider input (data, size);
-    fs::remove_all (folder.getMachine());
+
+    // Whatever an earlier input made, beside the machine folder as well.
+    for (const auto& entry : fs::directory_iterator (folder.getRoot()))
+        fs::remove_all (entry.path());
+
     fill (folder.getRoot(), input);
 
     const auto numDescriptors = countDescriptors();
@@ -105,10 +109,5 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     }
 
     require (countDescriptors() == numDescriptors, "no descriptor stays behind");
-
-    // Whatever was made beside the machine folder must not be there for the next input.
-    for (const auto& entry : fs::directory_iterator (folder.getRoot()))
-        fs::remove_all (entry.path());
-
     return 0;
 }

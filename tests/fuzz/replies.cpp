@@ -120,18 +120,16 @@ private:
 /** In the table, by each header that sorts, and in the report. */
 void requireWholeLog (EventList& list)
 {
-    const auto& events = list.getEvents();
-    const auto numEvents = events.size();
-
-    for (const int columnId : { EventList::nameColumn, EventList::deltaColumn, EventList::timeColumn })
+    const auto requireOrder = [&list] (int columnId, auto field)
     {
         list.sortOrderChanged (columnId, true);
-        require (columnId == EventList::nameColumn    ? std::ranges::is_sorted (events, {}, &EventRecord::type)
-                 : columnId == EventList::deltaColumn ? std::ranges::is_sorted (events, {}, &EventRecord::timeDelta)
-                                                      : std::ranges::is_sorted (events, {}, &EventRecord::timestamp),
-                 "a click on a header sorts by its column");
-        require (events.size() == numEvents, "sorting loses nothing");
-    }
+        require (std::ranges::is_sorted (list.getEvents(), {}, field), "a click on a header sorts by its column");
+    };
+
+    const auto numEvents = list.getNumRows();
+    requireOrder (EventList::nameColumn, &EventRecord::type);
+    requireOrder (EventList::deltaColumn, &EventRecord::timeDelta);
+    requireOrder (EventList::timeColumn, &EventRecord::timestamp);
 
     for (int row = 0; row < numEvents; ++row)
         for (int cell = EventList::indexColumn; cell <= EventList::nameColumn; ++cell)
@@ -139,17 +137,17 @@ void requireWholeLog (EventList& list)
                      "every cell says something");
 
     const juce::File file ((getFolder().getRoot() / "report.txt").string());
-    EventReport::write (file, events, list.getDeviceNames(), [] (double) { return true; });
-    const auto report = file.loadFileAsString();
-    auto lines = juce::StringArray::fromLines (report);
+    EventReport::write (file, list.getEvents(), list.getDeviceNames(), [] (double) { return true; });
+    auto lines = juce::StringArray::fromLines (file.loadFileAsString());
     lines.removeEmptyStrings();
-    require (numEvents == 0 || (report.endsWith ("\r\n") && lines.size() == numEvents), "each event has a line");
+    require (lines.size() == numEvents, "each event has a line");
 
     for (const auto& line : lines)
-        require (juce::StringArray::fromTokens (line, ",", "").size() == 5, "a line has five fields");
-
-    require (! report.contains (",nan,") && ! report.contains (",-nan,") && ! report.contains ("inf,"),
-             "times are numbers or a question mark");
+    {
+        const auto fields = juce::StringArray::fromTokens (line, ",", "");
+        require (fields.size() == 5, "a line has five fields");
+        require (! (fields[1] + fields[2]).containsAnyOf ("naif"), "times are numbers or a question mark");
+    }
 }
 
 /** What the program does with a device, and what must be true of it whatever the answer was. */
