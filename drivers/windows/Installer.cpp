@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <memory>
 #include <setupapi.h>
 
 namespace Installer
@@ -10,6 +11,11 @@ namespace Installer
 namespace
 {
 constexpr char serviceName[] = "QuendelTestBus";
+
+std::string describe (const char* failure)
+{
+    return failure + (" (" + std::to_string (GetLastError())) + ")";
+}
 
 constexpr GUID systemClass { 0x4d36e97d, 0xe325, 0x11ce, { 0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18 } };
 constexpr GUID hostControllerClass { 0x6bdd1fc1, 0x810f, 0x11d0, { 0xbe, 0xc7, 0x08, 0x00, 0x2b, 0xe2, 0x09, 0x2f } };
@@ -66,47 +72,52 @@ bool startService (SC_HANDLE service)
     return false;
 }
 
-bool createAndStartService (const std::string& driverFile)
-{
-    const auto manager = OpenSCManagerA (nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-    const auto service = CreateServiceA (manager,
-                                         serviceName,
-                                         serviceName,
-                                         SERVICE_ALL_ACCESS,
-                                         SERVICE_KERNEL_DRIVER,
-                                         SERVICE_DEMAND_START,
-                                         SERVICE_ERROR_NORMAL,
-                                         driverFile.c_str(),
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr);
+using ServiceHandle = std::unique_ptr<SC_HANDLE__, decltype (&CloseServiceHandle)>;
 
-    const bool started = service != nullptr && startService (service);
-    const auto error = GetLastError();
-    CloseServiceHandle (service);
-    CloseServiceHandle (manager);
-    SetLastError (error);
-    return started;
+std::string createAndStartService (const std::string& driverFile)
+{
+    const ServiceHandle manager (OpenSCManagerA (nullptr, nullptr, SC_MANAGER_ALL_ACCESS), CloseServiceHandle);
+
+    if (manager == nullptr)
+        return describe ("no service manager");
+
+    const ServiceHandle service (CreateServiceA (manager.get(),
+                                                 serviceName,
+                                                 serviceName,
+                                                 SERVICE_ALL_ACCESS,
+                                                 SERVICE_KERNEL_DRIVER,
+                                                 SERVICE_DEMAND_START,
+                                                 SERVICE_ERROR_NORMAL,
+                                                 driverFile.c_str(),
+                                                 nullptr,
+                                                 nullptr,
+                                                 nullptr,
+                                                 nullptr,
+                                                 nullptr),
+                                 CloseServiceHandle);
+
+    if (service == nullptr)
+        return describe ("no service");
+
+    return startService (service.get()) ? std::string() : describe ("not started");
 }
 } // namespace
 
-unsigned long installTestBus (const std::string& driverFile)
+std::string installTestBus (const std::string& driverFile)
 {
     NewDevice bus (systemClass, "ROOT\\QUENDELTESTBUS\\0000");
 
-    const bool done = bus.setProperty (SPDRP_HARDWAREID, "root\\quendeltestbus")
-                      && bus.setProperty (SPDRP_SERVICE, serviceName) && bus.registerIt()
-                      && createAndStartService (driverFile);
+    if (! bus.setProperty (SPDRP_HARDWAREID, "root\\quendeltestbus") || ! bus.setProperty (SPDRP_SERVICE, serviceName)
+        || ! bus.registerIt())
+        return describe ("no device");
 
-    return done ? ERROR_SUCCESS : GetLastError();
+    return createAndStartService (driverFile);
 }
 
-unsigned long installHostController (const std::string& instanceId)
+std::string installHostController (const std::string& instanceId)
 {
     NewDevice controller (hostControllerClass, instanceId);
-    return controller.registerIt() ? ERROR_SUCCESS : GetLastError();
+    return controller.registerIt() ? std::string() : describe ("no device");
 }
 
 } // namespace Installer

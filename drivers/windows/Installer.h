@@ -2,7 +2,7 @@
 
 #include <string>
 
-/** Puts devices and drivers into the system. Each returns 0 or a Windows error code. */
+/** Puts devices and drivers into the system. Each returns nothing, or what failed and the system's error code. */
 namespace Installer
 {
 
@@ -10,12 +10,12 @@ namespace Installer
 
     @param driverFile  Windows path of QuendelTestBus.sys
 */
-unsigned long installTestBus (const std::string& driverFile);
+std::string installTestBus (const std::string& driverFile);
 
 /** Makes the record of an IEEE 1394 host controller.
 
     @param instanceId  of three parts, the last one four digits, for instance "ROOT\\OHCI\\0000"
 */
-unsigned long installHostController (const std::string& instanceId);
+std::string installHostController (const std::string& instanceId);
 
 } // namespace Installer

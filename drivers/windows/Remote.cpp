@@ -382,10 +382,10 @@ void holdFile (std::istream& words)
     }
 }
 
-void checkInstalled (unsigned long error)
+void checkInstalled (const std::string& failure)
 {
-    SetLastError (error);
-    check (error == ERROR_SUCCESS, "not installed");
+    if (! failure.empty())
+        throw Failure (failure);
 }
 
 //==============================================================================
