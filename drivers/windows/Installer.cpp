@@ -74,9 +74,27 @@ bool startService (SC_HANDLE service)
 
 using ServiceHandle = std::unique_ptr<SC_HANDLE__, decltype (&CloseServiceHandle)>;
 
+/** The service manager, once it answers: the first program of a session can be earlier. */
+ServiceHandle openManager()
+{
+    constexpr int attempts = 100;
+    constexpr DWORD intervalMs = 50;
+    SC_HANDLE manager = nullptr;
+
+    for (int i = 0; manager == nullptr && i < attempts; ++i)
+    {
+        if (i > 0)
+            Sleep (intervalMs);
+
+        manager = OpenSCManagerA (nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    }
+
+    return { manager, CloseServiceHandle };
+}
+
 std::string createAndStartService (const std::string& driverFile)
 {
-    const ServiceHandle manager (OpenSCManagerA (nullptr, nullptr, SC_MANAGER_ALL_ACCESS), CloseServiceHandle);
+    const auto manager = openManager();
 
     if (manager == nullptr)
         return describe ("no service manager");
