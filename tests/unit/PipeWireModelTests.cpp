@@ -375,13 +375,16 @@ TEST (PipeWireInterfaceTests, requestsAreAnsweredAsTheProtocolHasThem)
     EXPECT_EQ (ask ('c', IOCTL_DEVICE_COMMAND, 64)[0], Machine::invalidParameter);
 
     const auto transact = [&] (TransactionCode code, std::uint32_t length, std::uint32_t access, std::uint32_t size) {
-        return ask (TransactionBlock { 0, length, {}, 0, code, 0, { access } }, IOCTL_DEVICE_TRANSACTION, size);
+        return ask (TransactionBlock { 7, length, {}, 0, code, 7, { access } }, IOCTL_DEVICE_TRANSACTION, size);
     };
 
     EXPECT_EQ (transact (ProbeDevice, headerLength, 0, 28).size(), 4u + 28);
     EXPECT_EQ (transact (ProbeDevice, headerLength, 0, 4000).size(), 4u + 64);
     EXPECT_EQ (transact (AccessFirmwareCounters, headerLength, 0, 92)[0], Machine::invalidParameter);
-    EXPECT_EQ (transact (AccessFirmwareCounters, fullLength, 0, 92).size(), 4u + 92);
+    const auto counters = transact (AccessFirmwareCounters, fullLength, 0, 92);
+    ASSERT_EQ (counters.size(), 4u + 92);
+    EXPECT_EQ (counters[4 + offsetof (TransactionBlock, status)], 0) << "what the last reply said does not come back";
+    EXPECT_EQ (counters[4 + offsetof (TransactionBlock, deviceStatus)], 0);
     EXPECT_EQ (transact (AccessFirmwareCounters, fullLength, 1, 92)[0], Machine::invalidParameter);
 }
 
