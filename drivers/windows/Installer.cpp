@@ -1,6 +1,6 @@
 #include "drivers/windows/Installer.h"
 
-#include <windows.h>
+#include "drivers/windows/Failure.h"
 
 #include <memory>
 #include <setupapi.h>
@@ -11,11 +11,6 @@ namespace Installer
 namespace
 {
 constexpr char serviceName[] = "QuendelTestBus";
-
-std::string describe (const char* failure)
-{
-    return failure + (" (" + std::to_string (GetLastError())) + ")";
-}
 
 constexpr GUID systemClass { 0x4d36e97d, 0xe325, 0x11ce, { 0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18 } };
 constexpr GUID hostControllerClass { 0x6bdd1fc1, 0x810f, 0x11d0, { 0xbe, 0xc7, 0x08, 0x00, 0x2b, 0xe2, 0x09, 0x2f } };
@@ -92,12 +87,10 @@ ServiceHandle openManager()
     return { manager, CloseServiceHandle };
 }
 
-std::string createAndStartService (const std::string& driverFile)
+void createAndStartService (const std::string& driverFile)
 {
     const auto manager = openManager();
-
-    if (manager == nullptr)
-        return describe ("no service manager");
+    check (manager != nullptr, "no service manager");
 
     const ServiceHandle service (CreateServiceA (manager.get(),
                                                  serviceName,
@@ -113,29 +106,25 @@ std::string createAndStartService (const std::string& driverFile)
                                                  nullptr,
                                                  nullptr),
                                  CloseServiceHandle);
-
-    if (service == nullptr)
-        return describe ("no service");
-
-    return startService (service.get()) ? std::string() : describe ("not started");
+    check (service != nullptr, "no service");
+    check (startService (service.get()), "not started");
 }
 } // namespace
 
-std::string installTestBus (const std::string& driverFile)
+void installTestBus (const std::string& driverFile)
 {
     NewDevice bus (systemClass, "ROOT\\QUENDELTESTBUS\\0000");
 
-    if (! bus.setProperty (SPDRP_HARDWAREID, "root\\quendeltestbus") || ! bus.setProperty (SPDRP_SERVICE, serviceName)
-        || ! bus.registerIt())
-        return describe ("no device");
-
-    return createAndStartService (driverFile);
+    check (bus.setProperty (SPDRP_HARDWAREID, "root\\quendeltestbus") && bus.setProperty (SPDRP_SERVICE, serviceName)
+               && bus.registerIt(),
+           "no device");
+    createAndStartService (driverFile);
 }
 
-std::string installHostController (const std::string& instanceId)
+void installHostController (const std::string& instanceId)
 {
     NewDevice controller (hostControllerClass, instanceId);
-    return controller.registerIt() ? std::string() : describe ("no device");
+    check (controller.registerIt(), "no device");
 }
 
 } // namespace Installer

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/** Puts devices and drivers into the system. Each returns nothing, or what failed and the system's error code. */
+/** Puts devices and drivers into the system. Each throws a Failure that says which step failed. */
 namespace Installer
 {
 
@@ -10,12 +10,12 @@ namespace Installer
 
     @param driverFile  Windows path of QuendelTestBus.sys
 */
-std::string installTestBus (const std::string& driverFile);
+void installTestBus (const std::string& driverFile);
 
 /** Makes the record of an IEEE 1394 host controller.
 
     @param instanceId  of three parts, the last one four digits, for instance "ROOT\\OHCI\\0000"
 */
-std::string installHostController (const std::string& instanceId);
+void installHostController (const std::string& instanceId);
 
 } // namespace Installer

@@ -1,4 +1,5 @@
 #include "drivers/windows/Bridge.h"
+#include "drivers/windows/Failure.h"
 #include "drivers/windows/Installer.h"
 #include "drivers/windows/TestBus.h"
 #include "drivers/windows/Windows.h"
@@ -16,7 +17,6 @@
 #include <map>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,17 +32,6 @@ using DriverProtocol::requestNames;
 using TestBus::Action;
 using TestBus::Order;
 using TestBus::State;
-
-struct Failure : std::runtime_error
-{
-    using runtime_error::runtime_error;
-};
-
-void check (bool isDone, const std::string& what)
-{
-    if (! isDone)
-        throw Failure (what + " (" + std::to_string (GetLastError()) + ")");
-}
 
 /** A file or device that is open for as long as this lives. */
 class OpenFile
@@ -382,19 +371,12 @@ void holdFile (std::istream& words)
     }
 }
 
-void checkInstalled (const std::string& failure)
-{
-    if (! failure.empty())
-        throw Failure (failure);
-}
-
 //==============================================================================
 using Command = std::function<void (std::istream&)>;
 
 const std::map<std::string, Command> commands {
-    { "install", [] (std::istream& words) { checkInstalled (Installer::installTestBus (readRest (words))); } },
-    { "controller",
-      [] (std::istream& words) { checkInstalled (Installer::installHostController (readRest (words))); } },
+    { "install", [] (std::istream& words) { Installer::installTestBus (readRest (words)); } },
+    { "controller", [] (std::istream& words) { Installer::installHostController (readRest (words)); } },
     { "bridge", [] (std::istream&) { check (Bridge::start(), "no bridge"); } },
     { "notify", notify },
     { "reset", reset },
