@@ -16,11 +16,13 @@ InterfaceWatcher& InterfaceWatcher::get()
 }
 
 //==============================================================================
-static int addWatch (const FileDescriptor& events, const FileDescriptor& folder, std::uint32_t mask)
+static int addWatch (const FileDescriptor& events, const FileDescriptor& folder)
 {
     // Through the descriptor: what is watched is the folder whose owner was checked.
     const auto path = "/proc/self/fd/" + std::to_string (folder.get());
-    return ::inotify_add_watch (events.get(), path.c_str(), mask | IN_ONLYDIR);
+    return ::inotify_add_watch (events.get(),
+                                path.c_str(),
+                                IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_ONLYDIR);
 }
 
 /** Watches machine/interfaces, and the machine folder in case interfaces/ itself comes or goes. The descriptor stays
@@ -39,10 +41,10 @@ void InterfaceWatcher::startWatching()
     if (! events || ! machine)
         return;
 
-    machineWatch = addWatch (events, machine, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
+    machineWatch = addWatch (events, machine);
 
     if (const auto interfaces = MachineFolder::openFolder (machine.get(), interfacesFolder); interfaces)
-        interfacesWatch = addWatch (events, interfaces, IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE);
+        interfacesWatch = addWatch (events, interfaces);
 }
 
 void InterfaceWatcher::stopWatching()
