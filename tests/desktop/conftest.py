@@ -70,7 +70,7 @@ def world(request):
 
 def describe(world, case):
     """A picture of the screen, and what the program said, tell more than a message."""
-    picture = ROOT / 'build' / f'{case}.png'
+    picture = ROOT / 'build' / f'{case.replace("/", "_")}.png'
     world.desk.picture().save(picture)
     said = f'{picture}\n{world.desk.windows()}'
 

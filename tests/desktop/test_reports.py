@@ -95,7 +95,8 @@ def test_saves_the_events(world):
     world.desk.wait_until_gone(SAVE_DIALOG)
     wait_until('a report', lambda: list(world.documents.iterdir()))
     [proposed] = world.documents.iterdir()
-    expect_time(re.fullmatch(r'Quendel event log ([1-9].* [1-9]\d?_\d\d_\d\d[ap]m)\.txt', proposed.name)[1], start)
+    when = re.fullmatch(r'Quendel event log ([1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m)\.txt', proposed.name)
+    expect_time(when[1], start)
     expect_gold(wait_for_report(proposed), 'desktop-events.txt')
 
     # A click on a header sorts what is saved, too; an existing file is asked about.

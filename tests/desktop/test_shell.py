@@ -97,6 +97,7 @@ def test_comes_back_where_it_was_left(world):
 
     for _ in range(3):
         world.start()
+        world.wait_for_place(place)
         world.quit()
         assert world.stored() == place
 
@@ -122,7 +123,8 @@ def test_everything_fits_on_a_low_display(world):
         assert y + height + world.desk.frame(world.view)[3] <= 600
         assert abs(width / height - 490 / 652) < 0.01
 
-        events = world.open_events().bounds
+        world.click_button('Events')
+        events = world.desk.wait_for_window('Event log').bounds
         assert events[1] + events[3] <= 600
         world.close('Event log', 'Escape')
         world.quit()
@@ -134,6 +136,7 @@ def test_the_window_managers_close_quits(world):
     world.plug('Alpha')
     world.store('abc', 77)
     world.start()
+    world.wait_for_place((0, 77))
     world.desk.press('alt+F4')
     world.expect_exit()
     assert world.stored() == (0, 77)

@@ -223,14 +223,12 @@ class LinuxWorld(World):
         return self.picture(0, 0, width, height // 2, window=box)
 
     def wait_until_placed(self, window):
-        """In the middle of the display, with the frame that comes later; a click before that can miss. On a low display
-        pixels are rounded.
-        """
+        """In the middle of the display, with the frame that comes later; a click before that can miss."""
         def is_in_the_middle():
             (x, y, width, height), (left, right, above, below) = window.bounds, self.desk.frame(window)
             all_width, all_height = self.desk.size
-            return (abs((x - left) - (all_width - x - width - right)) <= 3
-                    and abs((y - above) - (all_height - y - height - below)) <= 3)
+            return (abs((x - left) - (all_width - x - width - right)) <= 1
+                    and abs((y - above) - (all_height - y - height - below)) <= 1)
 
         wait_until(f'{window} is in the middle', is_in_the_middle)
 

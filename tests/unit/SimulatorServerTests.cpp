@@ -241,6 +241,7 @@ TEST (SimulatorInterface, RefusesTakenAndImpossibleNames)
     // The one that was there before can still be opened.
     const Client client (machine.getInterfaceFolder ("device").getFullPathName().toStdString());
 }
+
 /** A log that moved while it is read would tell of some events twice and of others never. */
 TEST (SimulatorEventLog, StandsStillWhileItIsRead)
 {
