@@ -14,9 +14,21 @@ endif()
 
 set (toolkitModules juce_core juce_data_structures juce_events juce_graphics juce_gui_basics)
 get_target_property (toolkitAsItComes juce_core INTERFACE_JUCE_MODULE_PATH)
-set (toolkitPatched "${PROJECT_BINARY_DIR}/toolkit")
+set (toolkitChanged "${PROJECT_BINARY_DIR}/toolkit")
 
-include (PatchToolkit)
+include (ChangeToolkit)
+quendel_change_modules ("${toolkitAsItComes}" "${toolkitChanged}" ${toolkitModules})
+
+# A target's modules are the changed ones, unless its property TOOLKIT_AS_IT_COMES is set.
+foreach (module IN LISTS toolkitModules)
+    foreach (property INTERFACE_SOURCES INTERFACE_INCLUDE_DIRECTORIES)
+        get_target_property (paths ${module} ${property})
+        string (REPLACE "${toolkitAsItComes}"
+                "$<IF:$<BOOL:$<TARGET_PROPERTY:TOOLKIT_AS_IT_COMES>>,${toolkitAsItComes},${toolkitChanged}>"
+                paths "${paths}")
+        set_property (TARGET ${module} PROPERTY ${property} "${paths}")
+    endforeach()
+endforeach()
 
 # quendel_add_toolkit (TARGET FOLDER [OPTION...]): a library of the modules in a folder
 function (quendel_add_toolkit target folder)
@@ -60,7 +72,7 @@ function (quendel_add_toolkit target folder)
     endif()
 endfunction()
 
-quendel_add_toolkit (quendel-toolkit "${toolkitPatched}")
+quendel_add_toolkit (quendel-toolkit "${toolkitChanged}")
 
 # The system's timer stays as it is: a faster one costs every program on the machine.
 target_compile_definitions (quendel-toolkit PRIVATE JUCE_WIN32_TIMER_PERIOD=0)
