@@ -1,7 +1,7 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
-#include "device/RequestKind.h"
+#include "protocol/DriverProtocol.h"
+#include "protocol/RequestKind.h"
 
 #include <cstddef>
 #include <cstdint>

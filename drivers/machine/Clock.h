@@ -5,10 +5,7 @@
 namespace Machine
 {
 
-/** What the counter of a machine folder counts in a second. */
-inline constexpr std::int64_t ticksPerSecond = 10'000'000;
-
-/** The counter's present value: CLOCK_MONOTONIC in ticks of 100 ns. */
+/** The present value of the machine folder's counter, ticks. */
 std::int64_t readClock();
 
 } // namespace Machine

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "drivers/machine/EventType.h"
+#include "protocol/DriverProtocol.h"
+#include "protocol/EventType.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,16 +21,13 @@ class EventRing
 {
 public:
     /** Readers ask for this many entries at most; older ones are dropped. */
-    static constexpr std::size_t maximumLength = 16384;
-
-    /** Parameter of an event that has none. */
-    static constexpr std::uint32_t noParameter = 0xFFFFFFFF;
+    static constexpr std::size_t maximumLength = DriverProtocol::MaxEventsPerDevice;
 
     struct Entry
     {
         std::int64_t time; /**< Ticks of the machine folder's counter. */
         std::uint32_t parameter;
-        EventType type;
+        DriverProtocol::EventType type;
         std::int8_t auxValue;
     };
 

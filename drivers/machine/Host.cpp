@@ -1,5 +1,7 @@
 #include "drivers/machine/Host.h"
 
+#include "protocol/MachineLayout.h"
+
 #include <sys/epoll.h>
 
 #include <array>
@@ -17,7 +19,7 @@ std::string Host::start (const std::string& path, const std::vector<std::string>
     if (! poller.isOpen())
         return "no descriptor left";
 
-    auto error = folder.create (path.empty() ? MachineFolder::getDefaultPath() : path, controllers);
+    auto error = folder.create (path.empty() ? MachineLayout::getDefaultPath() : path, controllers);
 
     if (error.empty())
         removeLeftovers();

@@ -1,6 +1,8 @@
 #include "drivers/machine/InterfaceServer.h"
 
 #include "drivers/machine/ErrorCode.h"
+#include "protocol/DriverProtocol.h"
+#include "protocol/MachineLayout.h"
 
 #include <fcntl.h>
 #include <sys/epoll.h>
@@ -17,9 +19,12 @@
 namespace Machine
 {
 
+using namespace DriverProtocol;
+using namespace MachineLayout;
+
 namespace
 {
-constexpr std::size_t requestHeaderSize = 8;
+constexpr std::size_t requestHeaderSize = sizeof (RequestHeader);
 
 // The largest request that a client has is far smaller; what is longer is cut and refused.
 constexpr std::size_t maximumPacketSize = 4096;
@@ -46,7 +51,7 @@ sockaddr_un socketAddress (int folderDescriptor)
     sockaddr_un address {};
     address.sun_family = AF_UNIX;
 
-    const auto path = "/proc/self/fd/" + std::to_string (folderDescriptor) + "/driver";
+    const auto path = "/proc/self/fd/" + std::to_string (folderDescriptor) + "/" + driverSocket;
     std::memcpy (address.sun_path, path.c_str(), path.size() + 1);
     return address;
 }
@@ -59,6 +64,11 @@ const sockaddr* asGeneric (const sockaddr_un& address)
 FileDescriptor openFolder (int parent, const std::string& name)
 {
     return FileDescriptor (::openat (parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+FileDescriptor openInterfaces (const std::string& machineFolder)
+{
+    return openFolder (AT_FDCWD, machineFolder + "/" + interfacesFolder);
 }
 
 FileDescriptor makeSocket()
@@ -83,10 +93,13 @@ bool writeFile (int folder, const char* path, const Bytes& bytes)
 /* Removes what an interface consists of; a folder with anything else in it stays. */
 void removeFolder (int interfaces, const std::string& name)
 {
-    for (const auto* file : { "/registry/hwinfo_caps", "/registry/unique_name", "/driver" })
-        ::unlinkat (interfaces, (name + file).c_str(), 0);
+    const auto registry = name + "/" + registryFolder;
 
-    ::unlinkat (interfaces, (name + "/registry").c_str(), AT_REMOVEDIR);
+    for (const auto& file :
+         { registry + "/" + capabilitiesValue, registry + "/" + nameValue, name + "/" + driverSocket })
+        ::unlinkat (interfaces, file.c_str(), 0);
+
+    ::unlinkat (interfaces, registry.c_str(), AT_REMOVEDIR);
     ::unlinkat (interfaces, name.c_str(), AT_REMOVEDIR);
 }
 } // namespace
@@ -135,10 +148,10 @@ std::string InterfaceServer::plugIn()
     if (! section.isOpen() || ! poller.isOpen())
         return describeError ("no memory for an interface");
 
-    interfaces = openFolder (AT_FDCWD, setup.machineFolder + "/interfaces");
+    interfaces = openInterfaces (setup.machineFolder);
 
     if (! interfaces.isOpen())
-        return describeError (setup.machineFolder + "/interfaces");
+        return describeError (setup.machineFolder + "/" + interfacesFolder);
 
     const auto hiddenName = "." + setup.name;
 
@@ -170,14 +183,12 @@ std::string InterfaceServer::fillFolder()
 
     if (setup.hasRegistryKey)
     {
-        if (::mkdirat (folder.get(), "registry", 0700) != 0)
-            return describeError ("registry");
+        const auto writeValue = [this] (const std::string& name, const std::optional<Bytes>& bytes)
+        { return ! bytes || writeFile (folder.get(), (registryFolder + ("/" + name)).c_str(), *bytes); };
 
-        if (setup.capabilities && ! writeFile (folder.get(), "registry/hwinfo_caps", *setup.capabilities))
-            return describeError ("registry/hwinfo_caps");
-
-        if (setup.uniqueName && ! writeFile (folder.get(), "registry/unique_name", *setup.uniqueName))
-            return describeError ("registry/unique_name");
+        if (::mkdirat (folder.get(), registryFolder, 0700) != 0 || ! writeValue (capabilitiesValue, setup.capabilities)
+            || ! writeValue (nameValue, setup.uniqueName))
+            return describeError (registryFolder);
     }
 
     return listen();
@@ -191,7 +202,7 @@ std::string InterfaceServer::listen()
     if (! listener.isOpen() || ::bind (listener.get(), asGeneric (address), sizeof (address)) != 0
         || ::listen (listener.get(), SOMAXCONN) != 0)
     {
-        auto error = describeError ("driver");
+        auto error = describeError (driverSocket);
         listener.reset();
         return error;
     }
@@ -202,7 +213,7 @@ std::string InterfaceServer::listen()
 
 bool InterfaceServer::removeAbandoned (const std::string& machineFolder, const std::string& folderName)
 {
-    const auto parent = openFolder (AT_FDCWD, machineFolder + "/interfaces");
+    const auto parent = openInterfaces (machineFolder);
 
     if (const auto found = openFolder (parent.get(), folderName); found.isOpen() && isServed (found.get()))
         return false;
@@ -418,7 +429,7 @@ std::string InterfaceServer::setOpening (bool shouldOpen)
     // Those that are waiting opened it before.
     acceptConnections();
     listener.reset();
-    ::unlinkat (folder.get(), "driver", 0);
+    ::unlinkat (folder.get(), driverSocket, 0);
     return {};
 }
 

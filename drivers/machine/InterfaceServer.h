@@ -2,7 +2,7 @@
 
 #include "drivers/machine/FileDescriptor.h"
 #include "drivers/machine/Section.h"
-#include "stats/StatisticsBlock.h"
+#include "protocol/StatisticsBlock.h"
 
 #include <cstddef>
 #include <cstdint>

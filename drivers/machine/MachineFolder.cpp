@@ -1,12 +1,13 @@
 #include "drivers/machine/MachineFolder.h"
 
+#include "protocol/MachineLayout.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace Machine
@@ -15,17 +16,6 @@ namespace Machine
 MachineFolder::~MachineFolder()
 {
     remove();
-}
-
-std::string MachineFolder::getDefaultPath()
-{
-    if (const auto* machine = std::getenv ("QUENDEL_MACHINE"); machine != nullptr && *machine != 0)
-        return machine;
-
-    if (const auto* runtime = std::getenv ("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != 0)
-        return std::string (runtime) + "/quendel-machine";
-
-    return "/tmp/quendel-machine-" + std::to_string (::getuid());
 }
 
 std::string MachineFolder::create (const std::string& newPath, const std::vector<std::string>& controllers)
@@ -47,7 +37,8 @@ std::string MachineFolder::fill (const std::vector<std::string>& controllers)
     if (auto error = lockFolder(); ! error.empty())
         return error;
 
-    for (const auto& folder : { path + "/interfaces", path + "/controllers" })
+    for (const auto& folder :
+         { path + "/" + MachineLayout::interfacesFolder, path + "/" + MachineLayout::controllersFolder })
         if (auto error = makeFolder (folder); ! error.empty())
             return error;
 
@@ -55,7 +46,7 @@ std::string MachineFolder::fill (const std::vector<std::string>& controllers)
     {
         // Programs list controllers in the order of their file names.
         char name[48];
-        std::snprintf (name, sizeof (name), "/controllers/controller-%04zu", i);
+        std::snprintf (name, sizeof (name), "/%s/controller-%04zu", MachineLayout::controllersFolder, i);
 
         const auto file = path + name;
         const auto line = controllers[i] + "\n";

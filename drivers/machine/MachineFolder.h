@@ -21,10 +21,6 @@ public:
     MachineFolder (const MachineFolder&) = delete;
     MachineFolder& operator= (const MachineFolder&) = delete;
 
-    /** Where the folder is unless somebody says otherwise: $QUENDEL_MACHINE, or quendel-machine in
-        $XDG_RUNTIME_DIR, or /tmp/quendel-machine- with the user's number. */
-    static std::string getDefaultPath();
-
     /** Makes the folder, or takes one that is there, belongs to this user and is served by nobody.
 
         @param newPath      its parent must exist

@@ -3,6 +3,7 @@
 #include "drivers/machine/CheckedRequest.h"
 #include "drivers/machine/Clock.h"
 #include "drivers/machine/ErrorCode.h"
+#include "protocol/MachineLayout.h"
 
 #include <algorithm>
 #include <array>
@@ -77,7 +78,7 @@ void AudioInterface::readEvent (std::uint64_t connection,
     if (const auto event = figures.getEvents().read (connection, index))
     {
         entry.timestamp = event->time;
-        entry.frequency = ticksPerSecond;
+        entry.frequency = MachineLayout::ticksPerSecond;
         entry.type = static_cast<std::uint32_t> (event->type);
         entry.param = event->parameter;
         entry.auxValue = event->auxValue;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
 #include "drivers/machine/InterfaceServer.h"
 #include "drivers/pipewire/DeviceFigures.h"
+#include "protocol/DriverProtocol.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,5 @@
 #include "drivers/pipewire/DeviceFigures.h"
+#include "protocol/DriverProtocol.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,12 +8,11 @@
 namespace PipeWire
 {
 
-using Machine::EventType;
+using DriverProtocol::EventType;
 
 namespace
 {
 constexpr std::int64_t nanosecondsPerTick = 100;
-constexpr std::uint64_t fullFifo = 1024;
 
 // Loops that follow a clock change its correction a little in every cycle.
 constexpr double loggedCorrectionStep = 10e-6;
@@ -118,7 +118,7 @@ void DeviceFigures::nodeStopped (std::uint32_t id, std::int64_t now)
             continue;
 
         sides[side].stopTime = now;
-        log (now, side == record ? EventType::listenDetach : EventType::talkDetach, Machine::EventRing::noParameter);
+        log (now, side == record ? EventType::listenDetach : EventType::talkDetach, DriverProtocol::noParameter);
     }
 }
 
@@ -295,8 +295,9 @@ void DeviceFigures::measureClock (const Cycle& cycle)
         return;
 
     if (cycle.duration > 0)
-        counters.fifoLevel = static_cast<std::uint32_t> (std::min (cycle.delay, 2 * std::uint64_t { cycle.duration })
-                                                         * fullFifo / (2 * std::uint64_t { cycle.duration }));
+        counters.fifoLevel =
+            static_cast<std::uint32_t> (std::min (cycle.delay, 2 * std::uint64_t { cycle.duration })
+                                        * DriverProtocol::fullFifo / (2 * std::uint64_t { cycle.duration }));
 
     if (const auto change = cycle.rateDifference - loggedCorrection; std::abs (change) >= loggedCorrectionStep)
     {

@@ -2,7 +2,7 @@
 
 #include "drivers/machine/EventRing.h"
 #include "drivers/pipewire/Cycle.h"
-#include "stats/StatisticsBlock.h"
+#include "protocol/StatisticsBlock.h"
 
 #include <array>
 #include <cstdint>
@@ -128,7 +128,10 @@ private:
                      std::uint32_t newHardwareXruns,
                      std::array<bool, 2> runs,
                      const NodeKinds& kinds);
-    void log (std::int64_t nanoseconds, Machine::EventType type, std::uint32_t parameter, std::int8_t auxValue = 0);
+    void log (std::int64_t nanoseconds,
+              DriverProtocol::EventType type,
+              std::uint32_t parameter,
+              std::int8_t auxValue = 0);
 
     std::set<std::uint32_t> nodes;
     std::array<Side, 2> sides;

@@ -3,6 +3,7 @@
 #include "drivers/machine/Clock.h"
 #include "drivers/pipewire/ProfileReader.h"
 #include "drivers/pipewire/Sysfs.h"
+#include "protocol/MachineLayout.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -16,7 +17,7 @@ constexpr int reconnectMilliseconds = 1000;
 
 std::int64_t readNanoseconds()
 {
-    return Machine::readClock() * (1'000'000'000 / Machine::ticksPerSecond);
+    return Machine::readClock() * (1'000'000'000 / MachineLayout::ticksPerSecond);
 }
 
 /* The first of these properties that there is. */

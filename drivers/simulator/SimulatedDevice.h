@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/RequestKind.h"
 #include "drivers/machine/InterfaceServer.h"
 #include "drivers/simulator/model/DeviceModel.h"
+#include "protocol/RequestKind.h"
 
 #include <array>
 #include <cstdint>

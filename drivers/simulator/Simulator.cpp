@@ -1,5 +1,7 @@
 #include "drivers/simulator/Simulator.h"
 
+#include "protocol/MachineLayout.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -13,7 +15,7 @@ namespace
 // Short of the program's four looks a second by far, so that each finds fresh figures.
 constexpr int advanceMilliseconds = 20;
 constexpr int idleMilliseconds = 1000;
-constexpr std::int64_t ticksPerMillisecond = Machine::ticksPerSecond / 1000;
+constexpr std::int64_t ticksPerMillisecond = MachineLayout::ticksPerSecond / 1000;
 
 // The simulator's own interface class, by which it knows its folders.
 constexpr const char* classSuffix = "#{4d1c6f0a-93b7-4e52-a8d1-7c2e5b90f314}";

@@ -1,6 +1,7 @@
 #include "drivers/windows/Bridge.h"
 
-#include "device/DriverProtocol.h"
+#include "protocol/DriverProtocol.h"
+#include "protocol/ProgramNames.h"
 
 #include <windows.h>
 
@@ -18,7 +19,6 @@ namespace Bridge
 
 namespace
 {
-constexpr char programWindowClass[] = "notification msg window";
 constexpr char ownWindowClass[] = "Quendel test bridge";
 constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
 
@@ -115,7 +115,7 @@ bool notifyProgram (unsigned long event, const char* path)
 {
     constexpr UINT timeoutMs = 10'000;
 
-    const auto window = FindWindowExA (HWND_MESSAGE, nullptr, programWindowClass, nullptr);
+    const auto window = FindWindowExA (HWND_MESSAGE, nullptr, ProgramNames::notificationWindow, nullptr);
 
     if (window == nullptr)
         return false;

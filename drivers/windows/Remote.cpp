@@ -3,6 +3,7 @@
 #include "drivers/windows/Installer.h"
 #include "drivers/windows/TestBus.h"
 #include "drivers/windows/Windows.h"
+#include "protocol/ProgramNames.h"
 
 #include <windows.h>
 
@@ -309,7 +310,6 @@ void describeCounts (std::istream& words)
 }
 
 /** Where the program keeps the place of its window, as texts. */
-constexpr char settingsKey[] = "Software\\Vendrel";
 constexpr const char* settingsNames[] { "x", "y" };
 
 void describeSettings (std::istream&)
@@ -319,7 +319,8 @@ void describeSettings (std::istream&)
         char text[64] {};
         DWORD size = sizeof (text) - 1;
 
-        if (RegGetValueA (HKEY_CURRENT_USER, settingsKey, name, RRF_RT_REG_SZ, nullptr, text, &size) == ERROR_SUCCESS)
+        if (RegGetValueA (HKEY_CURRENT_USER, ProgramNames::settingsKey, name, RRF_RT_REG_SZ, nullptr, text, &size)
+            == ERROR_SUCCESS)
             answer << ' ' << name << '=' << text;
     }
 }
@@ -330,7 +331,8 @@ void store (std::istream& words)
     {
         const auto text = read<std::string> (words, name);
         const auto size = static_cast<DWORD> (text.size() + 1);
-        const auto error = RegSetKeyValueA (HKEY_CURRENT_USER, settingsKey, name, REG_SZ, text.c_str(), size);
+        const auto error =
+            RegSetKeyValueA (HKEY_CURRENT_USER, ProgramNames::settingsKey, name, REG_SZ, text.c_str(), size);
         check (error == ERROR_SUCCESS, "not stored");
     }
 }
@@ -341,7 +343,7 @@ void reset (std::istream&)
     std::istringstream all ("all");
     unplug (all);
     slotsByName.clear();
-    RegDeleteTreeA (HKEY_CURRENT_USER, settingsKey);
+    RegDeleteTreeA (HKEY_CURRENT_USER, ProgramNames::settingsKey);
 }
 
 void notify (std::istream& words)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "device/RequestKind.h"
+#include "protocol/RequestKind.h"
 
 /** What the test bus and the program that orders it about say to each other. */
 namespace TestBus

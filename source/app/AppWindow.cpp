@@ -2,10 +2,11 @@
 
 #include "platform/UserSettings.h"
 #include "platform/WindowIcon.h"
+#include "protocol/ProgramNames.h"
 #include "stats/Content.h"
 
 /** Where the window's position is kept, as decimal text. */
-static const juce::String RegistryPath ("HKEY_CURRENT_USER\\Software\\Vendrel");
+static const juce::String RegistryPath ("HKEY_CURRENT_USER\\" + juce::String (ProgramNames::settingsKey));
 
 static int readCoordinate (const juce::String& name, int defaultValue)
 {

@@ -40,7 +40,7 @@ void HwDevice::readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& i
     };
 
     DWORD size = 0;
-    usable = read ("hwinfo_caps", caps.record, size);
+    usable = read (capabilitiesValue, caps.record, size);
 
     // A record that did not fit may have left its beginning.
     if (! usable)
@@ -48,7 +48,7 @@ void HwDevice::readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& i
 
     // The last byte that the registry reports is the terminator, whatever is in it.
     std::array<char, 64> text {};
-    const bool named = read ("unique_name", text, size);
+    const bool named = read (nameValue, text, size);
     name = named ? textFromDriver (text.data(), size > 0 ? size - 1 : 0) : juce::String (defaultName);
 
     RegCloseKey (key);

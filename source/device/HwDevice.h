@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
 #include "device/HwInfoCaps.h"
 #include "platform/Win32.h"
+#include "protocol/DriverProtocol.h"
 #include <array>
 #include <atomic>
 #include <juce_core/juce_core.h>
@@ -10,7 +10,7 @@
 /** The firmware's counters, as one ReadFirmwareCounters transaction delivers them. */
 struct FirmwareCounters
 {
-    std::uint32_t fifoLevel = 0; /**< 1024 is full. */
+    std::uint32_t fifoLevel = 0; /**< Up to fullFifo. */
     std::uint32_t unshown = 0;
     std::uint32_t underruns = 0;
     std::uint32_t overflows = 0;

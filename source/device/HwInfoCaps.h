@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
+#include "protocol/DriverProtocol.h"
 
-/** A device's capability record, as the registry value "hwinfo_caps" has it.
+/** A device's capability record, from its interface's registry key.
 
     Written by the driver and fixed from the device's construction on, so it is read without a lock.
 */

@@ -1,6 +1,6 @@
 #include "device/Win32NotificationWindow.h"
 
-static constexpr auto windowClassName = "notification msg window";
+#include "protocol/ProgramNames.h"
 
 Win32NotificationWindow* Win32NotificationWindow::instance = nullptr;
 
@@ -75,11 +75,11 @@ void Win32NotificationWindow::run()
     windowClass.lpfnWndProc = windowProcedure;
     windowClass.hInstance = GetModuleHandleA (nullptr);
     windowClass.hbrBackground = reinterpret_cast<HBRUSH> (static_cast<LONG_PTR> (COLOR_WINDOW + 1));
-    windowClass.lpszClassName = windowClassName;
+    windowClass.lpszClassName = ProgramNames::notificationWindow;
     RegisterClassExA (&windowClass);
 
     const auto handle = CreateWindowExA (0,
-                                         windowClassName,
+                                         ProgramNames::notificationWindow,
                                          nullptr,
                                          0,
                                          0,

@@ -53,7 +53,7 @@ EventList::EventList (juce::Array<EventRecord> eventsToShow, const juce::StringA
 
 void EventList::readDeviceLog (HwDevice& device, std::uint8_t deviceOrdinal)
 {
-    for (std::uint32_t index = 0; index < MaxEventsPerDevice; ++index)
+    for (std::uint32_t index = 0; index < DriverProtocol::MaxEventsPerDevice; ++index)
     {
         DriverProtocol::EventLogEntry entry {};
 

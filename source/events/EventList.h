@@ -11,9 +11,6 @@
 class EventList : public juce::TableListBox, public juce::TableListBoxModel
 {
 public:
-    /** Entries read from one device at most. */
-    static constexpr std::uint32_t MaxEventsPerDevice = 16384;
-
     enum ColumnId
     {
         indexColumn = 1,

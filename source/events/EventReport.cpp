@@ -1,14 +1,12 @@
 #include "events/EventReport.h"
 
 #include "events/EventNames.h"
+#include "protocol/DriverProtocol.h"
 #include <array>
 #include <charconv>
 
 namespace EventReport
 {
-
-/** The parameter of an event that has none. */
-static constexpr std::uint32_t noParam = 0xFFFFFFFF;
 
 static constexpr int linesPerAppend = 256;
 
@@ -50,7 +48,7 @@ void appendLine (juce::OutputStream& text,
         text << ",?,?,";
     }
 
-    if (event.param != noParam)
+    if (event.param != DriverProtocol::noParameter)
     {
         text << deviceNames[event.deviceOrdinal] << ':';
         append (text, static_cast<std::int32_t> (event.param));

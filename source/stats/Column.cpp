@@ -2,6 +2,7 @@
 
 #include "device/Ticks.h"
 #include "platform/AccessGuard.h"
+#include "protocol/DriverProtocol.h"
 #include "stats/StatisticsReport.h"
 #include <bit>
 
@@ -73,7 +74,7 @@ void Column::setFirmwareCounters (std::uint32_t fifoLevel,
                                   std::uint32_t overflows,
                                   std::uint32_t syncCount)
 {
-    constexpr double percentPerLevel = 100.0 / 1024.0;
+    constexpr double percentPerLevel = 100.0 / DriverProtocol::fullFifo;
 
     values[fifoLevelRow] = fifoLevel * percentPerLevel;
     values[overflowRow] = overflows;

@@ -25,7 +25,7 @@ public:
     */
     void computeValues (const StatisticsBlock* block, double msPerTick);
 
-    /** Takes the firmware's figures; a FIFO level of 1024 is 100 %. */
+    /** Takes the firmware's figures; a full FIFO is 100 %. */
     void setFirmwareCounters (std::uint32_t fifoLevel,
                               std::uint32_t underruns,
                               std::uint32_t overflows,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "stats/StatisticsBlock.h"
+#include "protocol/StatisticsBlock.h"
 #include <array>
 
 /** What a row of the statistics is, which decides how its figure is read and written. */

@@ -1,5 +1,5 @@
+#include "protocol/StatisticsBlock.h"
 #include "stats/Column.h"
-#include "stats/StatisticsBlock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "device/DeviceChangeMessage.h"
 #include "device/DeviceList.h"
+#include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
-#include "stats/StatisticsBlock.h"
 #include "tests/unit/support/TestDriver.h"
 
 #include <gtest/gtest.h>

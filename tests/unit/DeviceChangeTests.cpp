@@ -2,8 +2,8 @@
 #include "device/DeviceChangeMessage.h"
 #include "device/DeviceList.h"
 #include "platform/linux/HandleNotification.h"
+#include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
-#include "stats/StatisticsBlock.h"
 #include "tests/unit/support/TestDriver.h"
 #include "tests/unit/support/Toolkit.h"
 

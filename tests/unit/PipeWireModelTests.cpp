@@ -20,8 +20,8 @@
 namespace
 {
 using namespace PipeWire;
+using DriverProtocol::EventType;
 using Machine::EventRing;
-using Machine::EventType;
 namespace fs = std::filesystem;
 
 //==============================================================================

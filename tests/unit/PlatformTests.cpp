@@ -4,8 +4,8 @@
 #include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/Patience.h"
 #include "platform/linux/Section.h"
+#include "protocol/StatisticsBlock.h"
 #include "stats/Column.h"
-#include "stats/StatisticsBlock.h"
 #include "tests/unit/support/TestDriver.h"
 
 #include <atomic>

@@ -1,6 +1,6 @@
 #include "device/DeviceList.h"
+#include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
-#include "stats/StatisticsBlock.h"
 #include "stats/StatisticsReport.h"
 #include "tests/unit/support/TestDriver.h"
 

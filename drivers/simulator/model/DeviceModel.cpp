@@ -5,13 +5,13 @@
 namespace Simulation
 {
 
+using namespace DriverProtocol;
 using namespace Machine;
 
 namespace
 {
-constexpr std::uint32_t noParameter = 0xFFFFFFFF;
-constexpr std::int64_t fifoMiddle = 512;
-constexpr std::int64_t fifoFull = 1024;
+constexpr std::int64_t fifoFull = DriverProtocol::fullFifo;
+constexpr std::int64_t fifoMiddle = fifoFull / 2;
 constexpr std::int64_t phaseUnitsPerTick = 1000;
 constexpr std::int64_t historySeconds = 3;
 constexpr std::int64_t longestLeapSeconds = 60;

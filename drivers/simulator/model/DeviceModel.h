@@ -1,11 +1,11 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
 #include "drivers/machine/CheckedRequest.h"
 #include "drivers/machine/ErrorCode.h"
 #include "drivers/simulator/model/EventLog.h"
 #include "drivers/simulator/model/Random.h"
-#include "stats/StatisticsBlock.h"
+#include "protocol/DriverProtocol.h"
+#include "protocol/StatisticsBlock.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -155,7 +155,7 @@ private:
     void publishStatistics();
     void moveClock (Buffer& buffer);
     void moveFifo();
-    void log (std::int64_t time, Machine::EventType type, std::uint32_t param, std::int8_t auxValue = 0);
+    void log (std::int64_t time, DriverProtocol::EventType type, std::uint32_t param, std::int8_t auxValue = 0);
     void log (const Buffer& buffer);
     void logListen (const Buffer& buffer, std::int64_t time);
     void logTalk (const Buffer& buffer, std::int64_t time);

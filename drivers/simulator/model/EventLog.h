@@ -1,6 +1,7 @@
 #pragma once
 
-#include "drivers/machine/EventType.h"
+#include "protocol/DriverProtocol.h"
+#include "protocol/EventType.h"
 
 #include <cstdint>
 
@@ -20,13 +21,13 @@ class EventLog
 {
 public:
     /** Readers ask for this many entries at most. */
-    static constexpr std::uint32_t maximumLength = 16384;
+    static constexpr std::uint32_t maximumLength = DriverProtocol::MaxEventsPerDevice;
 
     struct Entry
     {
         std::int64_t time; /**< Ticks. */
         std::uint32_t param;
-        Machine::EventType type;
+        DriverProtocol::EventType type;
         std::int8_t auxValue;
     };
 

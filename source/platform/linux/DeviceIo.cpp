@@ -1,10 +1,11 @@
-#include "device/RequestKind.h"
 #include "platform/linux/FileDescriptor.h"
 #include "platform/linux/HandleNotification.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Patience.h"
 #include "platform/linux/Section.h"
 #include "platform/linux/Win32StandIn.h"
+#include "protocol/MachineLayout.h"
+#include "protocol/RequestKind.h"
 
 #include <algorithm>
 #include <array>
@@ -54,7 +55,10 @@ struct Reply
     FileDescriptor descriptor; /**< The first one that came with it, if any. */
 
     /** Not what a driver may answer. */
-    bool isBroken() const noexcept { return truncated || size < static_cast<ssize_t> (sizeof (std::uint32_t)); }
+    bool isBroken() const noexcept
+    {
+        return truncated || size < static_cast<ssize_t> (sizeof (MachineLayout::ReplyHeader));
+    }
 };
 
 bool isTimeout (int error) noexcept
@@ -224,8 +228,8 @@ private:
 
     DWORD send (DWORD controlCode, const void* input, DWORD inputSize, DWORD outputSize)
     {
-        std::uint32_t header[] { controlCode, outputSize };
-        iovec parts[] { { header, sizeof (header) }, { const_cast<void*> (input), inputSize } };
+        MachineLayout::RequestHeader header { controlCode, outputSize };
+        iovec parts[] { { &header, sizeof (header) }, { const_cast<void*> (input), inputSize } };
 
         msghdr packet = {};
         packet.msg_iov = parts;
@@ -303,7 +307,7 @@ private:
                 return ERROR_NOT_ENOUGH_MEMORY;
         }
 
-        bytesReturned = static_cast<DWORD> (reply.size) - static_cast<DWORD> (sizeof (std::uint32_t));
+        bytesReturned = static_cast<DWORD> (reply.size) - static_cast<DWORD> (sizeof (MachineLayout::ReplyHeader));
 
         if (bytesReturned > 0)
             std::memcpy (output, buffer.data(), bytesReturned);
@@ -389,7 +393,11 @@ FileDescriptor connectTo (const FileDescriptor& interfaceFolder)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::snprintf (address.sun_path, sizeof (address.sun_path), "/proc/self/fd/%d/driver", interfaceFolder.get());
+    std::snprintf (address.sun_path,
+                   sizeof (address.sun_path),
+                   "/proc/self/fd/%d/%s",
+                   interfaceFolder.get(),
+                   MachineLayout::driverSocket);
 
     FileDescriptor socket (::socket (AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
 

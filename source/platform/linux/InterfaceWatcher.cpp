@@ -1,13 +1,12 @@
 #include "platform/linux/InterfaceWatcher.h"
 
 #include "platform/linux/MachineFolder.h"
+#include "protocol/MachineLayout.h"
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <sys/inotify.h>
 #include <utility>
-
-static constexpr char interfacesFolder[] = "interfaces";
 
 InterfaceWatcher& InterfaceWatcher::get()
 {
@@ -43,7 +42,7 @@ void InterfaceWatcher::startWatching()
 
     machineWatch = addWatch (events, machine);
 
-    if (const auto interfaces = MachineFolder::openFolder (machine.get(), interfacesFolder); interfaces)
+    if (const auto interfaces = MachineFolder::openFolder (machine.get(), MachineLayout::interfacesFolder); interfaces)
         interfacesWatch = addWatch (events, interfaces);
 }
 
@@ -93,7 +92,7 @@ std::vector<InterfaceChange> InterfaceWatcher::fetchChanges()
         // What is neither is about a watch that was.
         const bool isOfInterface = event.wd == interfacesWatch, isOfMachine = event.wd == machineWatch;
 
-        if ((event.mask & IN_Q_OVERFLOW) != 0 || (isOfMachine && name == interfacesFolder))
+        if ((event.mask & IN_Q_OVERFLOW) != 0 || (isOfMachine && name == MachineLayout::interfacesFolder))
         {
             startOver (changes);
             continue;

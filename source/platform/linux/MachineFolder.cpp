@@ -1,8 +1,8 @@
 #include "platform/linux/MachineFolder.h"
 
+#include "protocol/MachineLayout.h"
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -11,20 +11,9 @@
 namespace MachineFolder
 {
 
-static std::string locate()
-{
-    if (const char* named = std::getenv ("QUENDEL_MACHINE"); named != nullptr && *named != 0)
-        return named;
-
-    if (const char* runtime = std::getenv ("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != 0)
-        return std::string (runtime) + "/quendel-machine";
-
-    return "/tmp/quendel-machine-" + std::to_string (::getuid());
-}
-
 FileDescriptor open()
 {
-    FileDescriptor folder (::open (locate().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor folder (::open (MachineLayout::getDefaultPath().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat status = {};
 
     if (! folder || ::fstat (folder.get(), &status) != 0 || status.st_uid != ::geteuid())
@@ -69,7 +58,7 @@ static FileDescriptor openSubfolder (const char* name)
 
 std::vector<std::string> listInterfaces()
 {
-    const auto interfaces = openSubfolder ("interfaces");
+    const auto interfaces = openSubfolder (MachineLayout::interfacesFolder);
 
     if (! interfaces)
         return {};
@@ -81,7 +70,7 @@ std::vector<std::string> listInterfaces()
 
 FileDescriptor openInterface (const std::string& path)
 {
-    const std::string prefix (pathPrefix);
+    const std::string prefix (MachineLayout::pathPrefix);
 
     if (path.compare (0, prefix.size(), prefix) != 0)
         return {};
@@ -91,7 +80,7 @@ FileDescriptor openInterface (const std::string& path)
     if (! isPresentName (name) || name.find ('/') != std::string::npos)
         return {};
 
-    const auto interfaces = openSubfolder ("interfaces");
+    const auto interfaces = openSubfolder (MachineLayout::interfacesFolder);
     return interfaces ? openFolder (interfaces.get(), name) : FileDescriptor();
 }
 
@@ -100,7 +89,7 @@ std::vector<std::string> listControllers()
     constexpr std::size_t longestId = 65536;
 
     std::vector<std::string> ids;
-    const auto controllers = openSubfolder ("controllers");
+    const auto controllers = openSubfolder (MachineLayout::controllersFolder);
 
     if (! controllers)
         return ids;

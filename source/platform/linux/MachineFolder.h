@@ -12,9 +12,6 @@
 namespace MachineFolder
 {
 
-/** What precedes an interface's name in its device-interface path. */
-inline constexpr char pathPrefix[] = "\\\\?\\";
-
 /** Opens the machine folder; none when there is no folder or it belongs to another user. */
 FileDescriptor open();
 

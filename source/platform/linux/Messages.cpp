@@ -3,6 +3,7 @@
 #include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Win32StandIn.h"
+#include "protocol/MachineLayout.h"
 
 #include <algorithm>
 #include <array>
@@ -90,7 +91,7 @@ std::shared_ptr<Window> findWindow (HWND handle)
 /** Sends WM_DEVICECHANGE for one change. */
 void notify (HWND handle, WNDPROC procedure, const InterfaceChange& change)
 {
-    const auto path = MachineFolder::pathPrefix + change.name;
+    const auto path = MachineLayout::pathPrefix + change.name;
     const auto size = std::max (sizeof (DEV_BROADCAST_DEVICEINTERFACE_A),
                                 offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name) + path.size() + 1);
     const auto storage =
@@ -414,6 +415,6 @@ int notifyHandlesOf (const std::string& path, WPARAM event)
 //==============================================================================
 BOOL QueryPerformanceFrequency (LARGE_INTEGER* frequency)
 {
-    frequency->QuadPart = 10000000;
+    frequency->QuadPart = MachineLayout::ticksPerSecond;
     return TRUE;
 }

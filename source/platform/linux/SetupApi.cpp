@@ -1,5 +1,6 @@
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Win32StandIn.h"
+#include "protocol/MachineLayout.h"
 
 #include <algorithm>
 #include <cstring>
@@ -68,7 +69,7 @@ HDEVINFO SetupDiGetClassDevsA (const GUID*, const char*, HWND, DWORD flags)
     }
 
     for (const auto& name : MachineFolder::listInterfaces())
-        set->entries.push_back (MachineFolder::pathPrefix + name);
+        set->entries.push_back (MachineLayout::pathPrefix + name);
 
     return set;
 }
@@ -152,7 +153,7 @@ HKEY SetupDiOpenDeviceInterfaceRegKey (HDEVINFO set, SP_DEVICE_INTERFACE_DATA* i
 {
     if (const auto* path = findEntry (set, interfaceData); path != nullptr)
         if (const auto folder = MachineFolder::openInterface (*path); folder)
-            if (auto registry = MachineFolder::openFolder (folder.get(), "registry"); registry)
+            if (auto registry = MachineFolder::openFolder (folder.get(), MachineLayout::registryFolder); registry)
                 return reinterpret_cast<HKEY> (new RegistryKey { std::move (registry) });
 
     SetLastError (ERROR_FILE_NOT_FOUND);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/RequestKind.h"
 #include "drivers/machine/InterfaceServer.h"
 #include "drivers/machine/MachineFolder.h"
+#include "protocol/RequestKind.h"
 #include <functional>
 #include <juce_core/juce_core.h>
 #include <map>

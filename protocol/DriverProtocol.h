@@ -47,6 +47,11 @@ constexpr Guid makeInterfaceClass()
 }
 
 //==============================================================================
+/** Values of an interface's registry key: the CapabilityRecord, and the device's name as text. */
+inline constexpr char capabilitiesValue[] = "hwinfo_caps";
+inline constexpr char nameValue[] = "unique_name";
+
+//==============================================================================
 /** Carries a CommandEnvelope both ways. */
 inline constexpr std::uint32_t IOCTL_DEVICE_COMMAND = 0x1D2008;
 
@@ -112,13 +117,13 @@ struct EventLogEntry
     std::int64_t timestamp; /**< Counter value, ticks. */
     std::int64_t frequency; /**< The counter's rate, ticks per second. */
     std::uint32_t type;     /**< Index into the event names, or noSuchEntry. */
-    std::uint32_t param;    /**< Meaning depends on the type. */
+    std::uint32_t param;    /**< Meaning depends on the type; noParameter for none. */
     std::uint8_t unused1;
     std::int8_t auxValue;
     std::uint8_t unused2[6];
 };
 
-/** Registry value "hwinfo_caps" of a device interface; a shorter record reads as 0 behind its end. */
+/** What a device can do and which versions of what run in it; a shorter record reads as 0 behind its end. */
 struct CapabilityRecord
 {
     static constexpr std::uint32_t dspFlag = 1u << 4;
@@ -147,6 +152,12 @@ inline constexpr std::size_t probeReplyFixedSize = 64;
 /** EventLogEntry::type of an index at which the log holds no entry. */
 inline constexpr std::uint32_t noSuchEntry = 0xFFFFFFFF;
 
+/** EventLogEntry::param of an event that has none. */
+inline constexpr std::uint32_t noParameter = 0xFFFFFFFF;
+
+/** Entries of a log that are read at most. */
+inline constexpr std::uint32_t MaxEventsPerDevice = 16384;
+
 /** TransactionBlock::length of a message that ends with the header, and of one with all parameters. */
 inline constexpr std::uint32_t headerLength = 6;
 inline constexpr std::uint32_t fullLength = 22;
@@ -159,9 +170,11 @@ inline constexpr std::size_t bufferSizeWord = 4; /**< Sample frames. */
 /** Result words of ReadFirmwareCounters (in TransactionBlock::words). */
 inline constexpr std::size_t overflowsWord = 0;
 inline constexpr std::size_t underrunsWord = 1;
-inline constexpr std::size_t fifoLevelWord = 4; /**< 1024 is full. */
+inline constexpr std::size_t fifoLevelWord = 4; /**< Up to fullFifo. */
 inline constexpr std::size_t unshownWord = 5;   /**< Handed out with the others, shown nowhere. */
 inline constexpr std::size_t syncCountWord = 6;
+
+inline constexpr std::uint32_t fullFifo = 1024;
 
 //==============================================================================
 static_assert (sizeof (CommandEnvelope) == 64);

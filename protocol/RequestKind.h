@@ -1,6 +1,6 @@
 #pragma once
 
-#include "device/DriverProtocol.h"
+#include "protocol/DriverProtocol.h"
 
 #include <cstring>
 
