@@ -171,7 +171,7 @@ inline constexpr std::size_t bufferSizeWord = 4; /**< Sample frames. */
 inline constexpr std::size_t overflowsWord = 0;
 inline constexpr std::size_t underrunsWord = 1;
 inline constexpr std::size_t fifoLevelWord = 4; /**< Up to fullFifo. */
-inline constexpr std::size_t unshownWord = 5;   /**< Handed out with the others, shown nowhere. */
+inline constexpr std::size_t unshownWord = 5;   /**< Has a value, which nobody shows. */
 inline constexpr std::size_t syncCountWord = 6;
 
 inline constexpr std::uint32_t fullFifo = 1024;

@@ -269,13 +269,7 @@ TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)
     const auto result = accessFirmwareCounters (ReadFirmwareCounters);
 
     if (result == succeeded)
-    {
-        counters.fifoLevel = block.words[fifoLevelWord];
-        counters.unshown = block.words[unshownWord];
-        counters.underruns = block.words[underrunsWord];
-        counters.overflows = block.words[overflowsWord];
-        counters.syncCount = block.words[syncCountWord];
-    }
+        std::memcpy (counters.data(), block.words, sizeof (counters));
 
     return result;
 }

@@ -7,15 +7,8 @@
 #include <atomic>
 #include <juce_core/juce_core.h>
 
-/** The firmware's counters, as one ReadFirmwareCounters transaction delivers them. */
-struct FirmwareCounters
-{
-    std::uint32_t fifoLevel = 0; /**< Up to fullFifo. */
-    std::uint32_t unshown = 0;
-    std::uint32_t underruns = 0;
-    std::uint32_t overflows = 0;
-    std::uint32_t syncCount = 0;
-};
+/** The words of the reply to one ReadFirmwareCounters transaction. */
+using FirmwareCounters = std::array<std::uint32_t, DriverProtocol::TransactionBlock::numWords>;
 
 /** Outcome of a request: 0 for success, everything else is a failure, and callers do not tell failures apart.
 

@@ -15,32 +15,28 @@ namespace
 /** Writes a number as printf does it in the C locale. The user's is in force at moments: the toolkit switches the whole
     process while it looks up the text of a key press.
 */
-template <typename Number, typename... Format>
-void append (juce::OutputStream& text, Number number, Format... format)
+void appendFixed (juce::OutputStream& text, double number, int decimals)
 {
     std::array<char, 64> digits;
-    const auto end = std::to_chars (digits.data(), digits.data() + digits.size(), number, format...).ptr;
+    const auto* end =
+        std::to_chars (digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed, decimals).ptr;
     text.write (digits.data(), static_cast<std::size_t> (end - digits.data()));
 }
 
-/** This runs once for every event of a long log. */
 void appendLine (juce::OutputStream& text,
                  int row,
                  const EventRecord& event,
                  const EventRecord& first,
                  const juce::StringArray& deviceNames)
 {
-    for (int next = 100000; next > 1 && row < next; next /= 10)
-        text << '0';
-
-    append (text, row);
+    text << juce::String (row).paddedLeft ('0', 6);
 
     if (event.hasTime())
     {
         text << ',';
-        append (text, event.msSince (first), std::chars_format::fixed, 3);
+        appendFixed (text, event.msSince (first), 3);
         text << ',';
-        append (text, event.timeDeltaUs(), std::chars_format::fixed, 0);
+        appendFixed (text, event.timeDeltaUs(), 0);
         text << ',';
     }
     else
@@ -49,12 +45,9 @@ void appendLine (juce::OutputStream& text,
     }
 
     if (event.param != DriverProtocol::noParameter)
-    {
-        text << deviceNames[event.deviceOrdinal] << ':';
-        append (text, static_cast<std::int32_t> (event.param));
-    }
+        text << deviceNames[event.deviceOrdinal] << ':' << static_cast<std::int32_t> (event.param);
 
-    text << ',' << EventNames::get (event.type) << "\r\n";
+    text << ',' << EventNames::get (event.type) << '\n';
 }
 } // namespace
 
@@ -74,28 +67,18 @@ static bool clear (const juce::File& file)
     return stream.openedOk() && stream.setPosition (0) && stream.truncate().wasOk();
 }
 
-/** A line end within a name becomes one of the report's. */
-static juce::StringArray withLineEnds (const juce::StringArray& names)
+/** Every line end becomes one of the report's, also within a name.
+    @returns false when the lines are not, or not all, in the file
+*/
+static bool appendLines (const juce::File& file, const juce::String& lines)
 {
-    juce::StringArray result;
+    juce::MemoryOutputStream bytes;
+    bytes.writeText (lines, false, false, "\r\n");
 
-    for (const auto& name : names)
-    {
-        juce::MemoryOutputStream text;
-        text.writeText (name, false, false, "\r\n");
-        result.add (text.toString());
-    }
-
-    return result;
-}
-
-/** False when the lines are not, or not all, in the file. */
-static bool append (const juce::File& file, const juce::MemoryOutputStream& lines)
-{
     // The toolkit's appendText hears of no error, as the file is written when its buffer goes.
     constexpr std::size_t noBuffer = 0;
     juce::FileOutputStream stream (file, noBuffer);
-    return stream.openedOk() && stream.write (lines.getData(), lines.getDataSize());
+    return stream.openedOk() && stream.write (bytes.getData(), bytes.getDataSize());
 }
 
 void write (const juce::File& file,
@@ -109,17 +92,16 @@ void write (const juce::File& file,
     // Behind lines that are missing there must be no others.
     const auto appendText = [&]
     {
-        isIntact = isIntact && append (file, text);
+        isIntact = isIntact && appendLines (file, text.toString());
         text.reset();
     };
 
-    const auto names = withLineEnds (deviceNames);
     const auto first = events[0];
     const auto numRows = events.size();
 
     for (int row = 0; row < numRows && progressTo (static_cast<double> (row) / numRows); ++row)
     {
-        appendLine (text, row, events.getReference (row), first, names);
+        appendLine (text, row, events.getReference (row), first, deviceNames);
 
         if (row % linesPerAppend == 0)
             appendText();

@@ -31,55 +31,56 @@ void Column::computeValues (const StatisticsBlock* block, double msPerTick)
     std::int64_t period = 0;
     std::array<std::int64_t, numRows> offsets {}; // ticks, of the rows of that kind
 
-    const bool complete =
-        AccessGuard::readBlock (block,
-                                [&] (const AccessGuard::BlockReader& reader)
-                                {
-                                    period = reader.read<std::int64_t> (offsetof (StatisticsBlock, recordAverage));
+    const auto readRows = [&] (const AccessGuard::BlockReader& reader)
+    {
+        period = reader.read<std::int64_t> (offsetof (StatisticsBlock, recordAverage));
 
-                                    for (const auto row : valueRows)
-                                    {
-                                        const auto& [kind, label, reportLabel, field] = rows[row];
+        for (const auto row : valueRows)
+        {
+            const auto kind = rows[row].kind;
+            const auto offset = rows[row].source;
 
-                                        if (kind == RowKind::bufferCount)
-                                            values[row] = reader.read<std::int32_t> (field);
-                                        else if (kind == RowKind::time)
-                                            values[row] =
-                                                static_cast<double> (reader.read<std::int64_t> (field)) * msPerTick;
-                                        else if (kind == RowKind::bufferOffset)
-                                            offsets[row] = reader.read<std::int64_t> (field);
-                                    }
-                                });
+            if (kind == RowKind::bufferCount)
+                values[row] = reader.read<std::int32_t> (offset);
+            else if (kind == RowKind::time)
+                values[row] = static_cast<double> (reader.read<std::int64_t> (offset)) * msPerTick;
+            else if (kind == RowKind::bufferOffset)
+                offsets[row] = reader.read<std::int64_t> (offset);
+        }
+    };
 
-    if (! complete)
+    if (! AccessGuard::readBlock (block, readRows))
         return;
 
-    if (offsets[offsetMaximumRow] == StatisticsBlock::noMaximum)
-        offsets[offsetMaximumRow] = 0;
+    constexpr auto maximumRow = findRow (RowKind::bufferOffset, offsetof (StatisticsBlock, offsetMaximum));
+    constexpr auto minimumRow = findRow (RowKind::bufferOffset, offsetof (StatisticsBlock, offsetMinimum));
+    constexpr auto averageRow = findRow (RowKind::bufferOffset, offsetof (StatisticsBlock, offsetAverage));
+
+    if (offsets[maximumRow] == StatisticsBlock::noMaximum)
+        offsets[maximumRow] = 0;
+
+    // Rounds down, also below zero.
+    const auto halfPeriod = period >> 1;
 
     // An offset of more than half a period is nearer to the next buffer than to this one.
-    const bool belongsToNext = offsets[offsetAverageRow] > period >> 1;
+    const bool belongsToNext = offsets[averageRow] > halfPeriod;
 
-    for (const auto row : { offsetMaximumRow, offsetMinimumRow, offsetAverageRow })
+    for (const auto row : { maximumRow, minimumRow, averageRow })
     {
         const auto ticks = belongsToNext ? Ticks::difference (offsets[row], period) : offsets[row];
 
-        if (row != offsetMinimumRow || ticks != StatisticsBlock::noMinimum)
+        if (row != minimumRow || ticks != StatisticsBlock::noMinimum)
             values[row] = static_cast<double> (ticks) * msPerTick;
     }
 }
 
-void Column::setFirmwareCounters (std::uint32_t fifoLevel,
-                                  std::uint32_t underruns,
-                                  std::uint32_t overflows,
-                                  std::uint32_t syncCount)
+void Column::setFirmwareCounters (const FirmwareCounters& counters)
 {
     constexpr double percentPerLevel = 100.0 / DriverProtocol::fullFifo;
 
-    values[fifoLevelRow] = fifoLevel * percentPerLevel;
-    values[overflowRow] = overflows;
-    values[underrunRow] = underruns;
-    values[syncCountRow] = syncCount;
+    for (const auto row : valueRows)
+        if (const auto& figure = rows[row]; figure.isOfFirmware())
+            values[row] = counters[figure.source] * (figure.kind == RowKind::fifoLevel ? percentPerLevel : 1.0);
 }
 
 //==============================================================================

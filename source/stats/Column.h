@@ -1,10 +1,9 @@
 #pragma once
 
+#include "device/HwDevice.h"
 #include "stats/StatisticsLayout.h"
 #include <bitset>
 #include <juce_gui_basics/juce_gui_basics.h>
-
-struct HwInfoCaps;
 
 /** One device's statistics: the figures, their texts, and the component that shows them.
 
@@ -26,10 +25,7 @@ public:
     void computeValues (const StatisticsBlock* block, double msPerTick);
 
     /** Takes the firmware's figures; a full FIFO is 100 %. */
-    void setFirmwareCounters (std::uint32_t fifoLevel,
-                              std::uint32_t underruns,
-                              std::uint32_t overflows,
-                              std::uint32_t syncCount);
+    void setFirmwareCounters (const FirmwareCounters& counters);
 
     /** A set of rows. */
     using Rows = std::bitset<StatisticsLayout::numRows>;

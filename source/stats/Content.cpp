@@ -197,14 +197,11 @@ void Content::refreshFirmwareCounters (const Devices& devices)
 
     for (std::size_t i = 0; i < columns.size(); ++i)
     {
-        FirmwareCounters counters;
+        FirmwareCounters counters {};
 
         if (auto* device = columns[i].findIn (devices, i);
             device != nullptr && device->readFirmwareCounters (counters) == 0)
-            columns[i].column->setFirmwareCounters (counters.fifoLevel,
-                                                    counters.underruns,
-                                                    counters.overflows,
-                                                    counters.syncCount);
+            columns[i].column->setFirmwareCounters (counters);
     }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "protocol/DriverProtocol.h"
 #include "protocol/StatisticsBlock.h"
+#include <algorithm>
 #include <array>
 
 /** What a row of the statistics is, which decides how its figure is read and written. */
@@ -19,11 +21,17 @@ enum class RowKind
 struct StatisticsRow
 {
     RowKind kind = RowKind::blank;
-    const char* label = nullptr;       /**< Null for a blank row. */
+    const char* label = nullptr; /**< Null for a blank row. */
+
+    /** Where a figure comes from: the driver's, the offset in its StatisticsBlock, bytes; the firmware's, the word in
+       the reply to ReadFirmwareCounters.
+    */
+    std::size_t source = 0;
+
     const char* reportLabel = nullptr; /**< Of a figure that the report has. */
-    std::size_t field = 0;             /**< Where a figure of the driver's is in its StatisticsBlock, bytes. */
 
     constexpr bool isItem() const { return kind != RowKind::blank && kind != RowKind::header; }
+    constexpr bool isOfFirmware() const { return kind == RowKind::fifoLevel || kind == RowKind::eventCount; }
 };
 
 /** The rows that the main view's labels, the columns' figures and the report share; a row's index is its key. */
@@ -34,58 +42,57 @@ inline constexpr std::size_t numRows = 28;
 
 inline constexpr std::array<StatisticsRow, numRows> rows { {
     { RowKind::header, "Playback" },
-    { RowKind::bufferCount, "Buffer count", "Playback count", offsetof (StatisticsBlock, playbackBufferCount) },
-    { RowKind::time, "Maximum time", "Playback max time", offsetof (StatisticsBlock, playbackMaximum) },
-    { RowKind::time, "Average time", "Playback average time", offsetof (StatisticsBlock, playbackAverage) },
+    { RowKind::bufferCount, "Buffer count", offsetof (StatisticsBlock, playbackBufferCount), "Playback count" },
+    { RowKind::time, "Maximum time", offsetof (StatisticsBlock, playbackMaximum), "Playback max time" },
+    { RowKind::time, "Average time", offsetof (StatisticsBlock, playbackAverage), "Playback average time" },
     {},
     { RowKind::header, "Record" },
-    { RowKind::bufferCount, "Buffer count", "Record count", offsetof (StatisticsBlock, recordBufferCount) },
-    { RowKind::time, "Maximum time", "Record max time", offsetof (StatisticsBlock, recordMaximum) },
-    { RowKind::time, "Average time", "Record average time", offsetof (StatisticsBlock, recordAverage) },
+    { RowKind::bufferCount, "Buffer count", offsetof (StatisticsBlock, recordBufferCount), "Record count" },
+    { RowKind::time, "Maximum time", offsetof (StatisticsBlock, recordMaximum), "Record max time" },
+    { RowKind::time, "Average time", offsetof (StatisticsBlock, recordAverage), "Record average time" },
     {},
     { RowKind::header, "ASIO wakeup" },
-    { RowKind::time, "Maximum time", "ASIO wakeup max time", offsetof (StatisticsBlock, wakeupMaximum) },
-    { RowKind::time, "Average time", "ASIO wakeup average time", offsetof (StatisticsBlock, wakeupAverage) },
+    { RowKind::time, "Maximum time", offsetof (StatisticsBlock, wakeupMaximum), "ASIO wakeup max time" },
+    { RowKind::time, "Average time", offsetof (StatisticsBlock, wakeupAverage), "ASIO wakeup average time" },
     {},
     { RowKind::header, "ASIO host" },
-    { RowKind::time, "Maximum time", "ASIO host max time", offsetof (StatisticsBlock, hostMaximum) },
-    { RowKind::time, "Average time", "ASIO host average time", offsetof (StatisticsBlock, hostAverage) },
+    { RowKind::time, "Maximum time", offsetof (StatisticsBlock, hostMaximum), "ASIO host max time" },
+    { RowKind::time, "Average time", offsetof (StatisticsBlock, hostAverage), "ASIO host average time" },
     {},
     { RowKind::header, "Buffer offset" },
-    { RowKind::bufferOffset, "Maximum time", "Buffer offset max time", offsetof (StatisticsBlock, offsetMaximum) },
-    { RowKind::bufferOffset, "Minimum time", "Buffer offset min time", offsetof (StatisticsBlock, offsetMinimum) },
-    { RowKind::bufferOffset, "Average time", "Buffer offset average time", offsetof (StatisticsBlock, offsetAverage) },
+    { RowKind::bufferOffset, "Maximum time", offsetof (StatisticsBlock, offsetMaximum), "Buffer offset max time" },
+    { RowKind::bufferOffset, "Minimum time", offsetof (StatisticsBlock, offsetMinimum), "Buffer offset min time" },
+    { RowKind::bufferOffset, "Average time", offsetof (StatisticsBlock, offsetAverage), "Buffer offset average time" },
     {},
     { RowKind::header, "Firmware" },
-    { RowKind::fifoLevel, "FIFO level" },
-    { RowKind::eventCount, "Overflow", "Overflows" },
-    { RowKind::eventCount, "Underrun", "Underruns" },
-    { RowKind::eventCount, "Sync count" },
+    { RowKind::fifoLevel, "FIFO level", DriverProtocol::fifoLevelWord },
+    { RowKind::eventCount, "Overflow", DriverProtocol::overflowsWord, "Overflows" },
+    { RowKind::eventCount, "Underrun", DriverProtocol::underrunsWord, "Underruns" },
+    { RowKind::eventCount, "Sync count", DriverProtocol::syncCountWord },
 } };
 
-/** Rows that are more than their kind to somebody. */
-enum NamedRow : std::size_t
+/** The row of a figure; does not compile when there is none. */
+consteval std::size_t findRow (RowKind kind, std::size_t source)
 {
-    offsetMaximumRow = 19,
-    offsetMinimumRow,
-    offsetAverageRow,
-    fifoLevelRow = 24,
-    overflowRow,
-    underrunRow,
-    syncCountRow
-};
+    for (std::size_t row = 0; row < numRows; ++row)
+        if (rows[row].kind == kind && rows[row].source == source)
+            return row;
+
+    throw "there is no such figure";
+}
 
 /** Indices of the figures, in the order of the rows. */
 inline constexpr auto valueRows = []
 {
-    std::array<std::size_t, 17> found {};
+    constexpr auto isItem = [] (const StatisticsRow& row) { return row.isItem(); };
+    std::array<std::size_t, std::count_if (rows.begin(), rows.end(), isItem)> found {};
     std::size_t count = 0;
 
     for (std::size_t row = 0; row < numRows; ++row)
         if (rows[row].isItem())
-            found.at (count++) = row;
+            found[count++] = row;
 
-    return count == found.size() ? found : throw "there are more or fewer figures";
+    return found;
 }();
 
 } // namespace StatisticsLayout

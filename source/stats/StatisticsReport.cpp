@@ -45,15 +45,15 @@ void appendDevice (juce::String& text,
 
     text << lineEnd;
 
-    for (std::size_t row = 0; row < fifoLevelRow; ++row)
-        if (rows[row].isItem())
-            addFigure (row);
-        else if (rows[row].kind == RowKind::blank)
+    for (std::size_t row = 0; row < numRows; ++row)
+        if (rows[row].kind == RowKind::blank)
             text << lineEnd;
+        else if (rows[row].isItem() && ! rows[row].isOfFirmware())
+            addFigure (row);
 
     // Of the firmware's figures the report has these two, the other way round than the view.
-    addFigure (underrunRow);
-    addFigure (overflowRow);
+    addFigure (findRow (RowKind::eventCount, DriverProtocol::underrunsWord));
+    addFigure (findRow (RowKind::eventCount, DriverProtocol::overflowsWord));
     text << lineEnd << lineEnd;
 }
 

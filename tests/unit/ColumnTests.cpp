@@ -92,7 +92,7 @@ TEST (ColumnTests, figuresAreSignedOrUnsignedAndStayWithoutABlock)
     block.playbackBufferCount = -5;
     block.playbackMaximum = -1000;
     update (column, &block, {});
-    column.setFirmwareCounters (512, 3, 0xFFFFFFFF, 4);
+    column.setFirmwareCounters ({ 0xFFFFFFFF, 3, 0, 0, 512, 0, 4 });
     EXPECT_EQ (update (column, nullptr, { 1, 2, 24, 25, 26, 27 }), "-5|-1.000 msec|50 %|4294967295|3|4");
 }
 
@@ -105,17 +105,18 @@ TEST (ColumnTests, onlyRowsThatReadDifferentlyAreToBeRepainted)
 
     block.playbackBufferCount = 1;
     block.hostAverage = 1;
-    column.setFirmwareCounters (1, 0, 0, 0); // 0.1 %, which is shown as before
+    column.setFirmwareCounters ({ 0, 0, 0, 0, 1 }); // 0.1 %, which is shown as before
     EXPECT_EQ (column.update (&block, microsecondTicks), Column::Rows().set (1).set (16));
 }
 
 TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
 {
     Column column ("");
-    column.setSize (150, 504);
+    constexpr int width = 150, rowHeight = 18, height = rowHeight * static_cast<int> (numRows);
+    column.setSize (width, height);
     const auto paint = [&column]
     {
-        juce::Image image (juce::Image::ARGB, 150, 504, true);
+        juce::Image image (juce::Image::ARGB, width, height, true);
         juce::Graphics g (image);
         column.paint (g);
         return image;
@@ -125,7 +126,7 @@ TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
 
     for (std::size_t row = 0; row < numRows; ++row)
     {
-        const int y = static_cast<int> (row) * 18;
+        const int y = static_cast<int> (row) * rowHeight;
         const auto inside = rows[row].isItem() ? juce::Colour (75, 75, 75) : juce::Colour();
         EXPECT_EQ (image.getPixelAt (4, y + 2), inside) << row;
         EXPECT_EQ (image.getPixelAt (145, y + 15), inside) << row;
@@ -142,8 +143,8 @@ TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
     const auto after = paint();
     juce::Rectangle<int> changed;
 
-    for (int y = 0; y < 504; ++y)
-        for (int x = 0; x < 150; ++x)
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
             if (before.getPixelAt (x, y) != after.getPixelAt (x, y))
                 changed = changed.getUnion ({ x, y, 1, 1 });
 

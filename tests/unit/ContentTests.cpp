@@ -10,6 +10,8 @@ namespace
 {
 
 constexpr std::size_t playbackCountRow = 1;
+constexpr auto fifoLevelRow = StatisticsLayout::findRow (RowKind::fifoLevel, DriverProtocol::fifoLevelWord);
+constexpr auto overflowRow = fifoLevelRow + 1;
 
 /** A view on some devices, "d0" first in the machine and so last in the view. */
 struct ContentTests : public testing::Test
@@ -98,7 +100,7 @@ TEST_F (ContentTests, everyFigureHasItsLabelBesideIt)
 
     const auto* newestColumn = find<Column>().at (0);
     const auto lastLabel = find<juce::Label>().at (25)->getBounds();
-    const auto lastBox = newestColumn->getBox (StatisticsLayout::syncCountRow) + newestColumn->getPosition();
+    const auto lastBox = newestColumn->getBox (overflowRow + 2) + newestColumn->getPosition();
     EXPECT_EQ (lastLabel.getCentreY(), lastBox.getCentreY());
     EXPECT_LT (lastLabel.getRight(), lastBox.getX());
     EXPECT_EQ (find<Column>().at (2)->getX(), newestColumn->getX() + 2 * newestColumn->getWidth());
@@ -197,17 +199,17 @@ TEST_F (ContentTests, failingAndDeadDriversLeaveTheirFigures)
     content->timerCallback();
     drivers[0]->fail (TestDriver::readCounters);
     content->timerCallback();
-    EXPECT_EQ (figures (StatisticsLayout::overflowRow), "0|5");
+    EXPECT_EQ (figures (overflowRow), "0|5");
 
     drivers[0]->kill();
     newest().counterWords = { 8 };
     content->timerCallback();
 
     EXPECT_EQ (figures (playbackCountRow), "222|111");
-    EXPECT_EQ (figures (StatisticsLayout::fifoLevelRow), "0 %|50 %");
-    EXPECT_EQ (figures (StatisticsLayout::overflowRow), "8|5");
-    EXPECT_EQ (figures (StatisticsLayout::underrunRow), "0|6");
-    EXPECT_EQ (figures (StatisticsLayout::syncCountRow), "0|7");
+    EXPECT_EQ (figures (fifoLevelRow), "0 %|50 %");
+    EXPECT_EQ (figures (overflowRow), "8|5");
+    EXPECT_EQ (figures (overflowRow + 1), "0|6");
+    EXPECT_EQ (figures (overflowRow + 2), "0|7");
 }
 
 } // namespace

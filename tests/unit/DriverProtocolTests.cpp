@@ -1,6 +1,8 @@
 #include "device/DeviceList.h"
 #include "tests/unit/support/TestDriver.h"
 
+#include "protocol/EventType.h"
+#include "protocol/MachineLayout.h"
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -28,7 +30,7 @@ struct DriverProtocolTests : public testing::Test
     DeviceList devices;
     HwDevice::Ptr device = devices.getDevice (0);
     EventLogEntry entry {};
-    FirmwareCounters counters;
+    FirmwareCounters counters {};
 
     void SetUp() override
     {
@@ -83,9 +85,9 @@ TEST_F (DriverProtocolTests, statusesReduceToOneResult)
                                                           std::tuple { 1u, 12u, 1 } })
     {
         answerCountersWith ({ status, 0, 0, 0, 0, 0, deviceStatus });
-        counters.overflows = 99;
+        counters[overflowsWord] = 99;
         EXPECT_EQ (device->readFirmwareCounters (counters), expected) << status << " " << deviceStatus;
-        EXPECT_EQ (counters.overflows, expected == 0 ? 0u : 99u);
+        EXPECT_EQ (counters[overflowsWord], expected == 0 ? 0u : 99u);
     }
 }
 
@@ -99,9 +101,9 @@ TEST_F (DriverProtocolTests, failuresLeaveTheFigures)
     EXPECT_EQ (device->getSampleRate(), 48000u);
     EXPECT_EQ (device->getBufferSize(), 256u);
 
-    counters.fifoLevel = 7;
+    counters[fifoLevelWord] = 7;
     EXPECT_EQ (device->readFirmwareCounters (counters), 1);
-    EXPECT_EQ (counters.fifoLevel, 7u);
+    EXPECT_EQ (counters[fifoLevelWord], 7u);
     EXPECT_EQ (device->readEventEntry (0, entry), 1);
     EXPECT_EQ (device->probe(), 1);
 
@@ -117,8 +119,8 @@ TEST_F (DriverProtocolTests, requestAndReplyShareOneBuffer)
     device->readFirmwareCounters (counters);
     driver.answerWith (TestDriver::readCounters, Reply::success (Bytes (28)));
     EXPECT_EQ (device->readFirmwareCounters (counters), 0);
-    EXPECT_EQ (counters.overflows, 0u);
-    EXPECT_EQ (counters.fifoLevel, 512u);
+    EXPECT_EQ (counters[overflowsWord], 0u);
+    EXPECT_EQ (counters[fifoLevelWord], 512u);
 
     driver.answerWith (TestDriver::eventEntry, Reply::success ({}));
     EXPECT_EQ (device->readEventEntry (3, entry), 0);
@@ -210,6 +212,26 @@ TEST (DriverInterfaceTests, thePageSaysWhatTheCodeDoes)
         const auto row = "| " + juce::String (offset) + " | " + juce::String (size) + " | " + meaning;
         EXPECT_TRUE (rows.contains (row)) << part << ": " << row;
     }
+
+    for (std::size_t type = 0; type < std::size (eventNames); ++type)
+    {
+        const auto cells = "| " + juce::String (type) + " | " + eventNames[type] + " |";
+        EXPECT_TRUE (page.contains (cells)) << cells;
+    }
+}
+
+/** The same of the names in docs/machine-folder.md. */
+TEST (DriverInterfaceTests, theMachineFolderIsLaidOutAsItsPageSays)
+{
+    using namespace MachineLayout;
+    const auto page = juce::File (QUENDEL_DOCS_FOLDER "/machine-folder.md").loadFileAsString();
+    const auto interface = juce::String ("| `") + interfacesFolder + "/<name>/";
+
+    for (const auto& name : { interface + registryFolder + "/" + capabilitiesValue,
+                              interface + registryFolder + "/" + nameValue,
+                              interface + driverSocket,
+                              juce::String ("| `") + controllersFolder + "/<name>" })
+        EXPECT_TRUE (page.contains (name + "` |")) << name;
 }
 
 } // namespace
