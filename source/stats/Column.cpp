@@ -133,7 +133,39 @@ Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
 
 void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
 {
-    StatisticsReport::appendDevice (text, name, caps, texts);
+    using StatisticsReport::lineEnd;
+
+    const auto addVersion = [&] (const char* code, std::uint32_t version)
+    { text << code << StatisticsReport::formatFirmwareVersion (version) << lineEnd; };
+
+    const auto addFigure = [&] (std::size_t row)
+    {
+        constexpr int figuresColumn = 31;
+        const auto label = "   " + juce::String (rows[row].reportLabel) + ":";
+        text << label.paddedRight (' ', figuresColumn) << texts[row] << lineEnd;
+    };
+
+    text << name << lineEnd;
+    addVersion ("ARM code: ", caps.getArmVersion());
+
+    if (caps.hasDsp())
+        addVersion ("DSP code: ", caps.getDspVersion());
+
+    if (caps.hasFpga())
+        addVersion ("FPGA code: ", caps.getFpgaVersion());
+
+    text << lineEnd;
+
+    for (std::size_t row = 0; row < numRows; ++row)
+        if (rows[row].kind == RowKind::blank)
+            text << lineEnd;
+        else if (rows[row].isItem() && ! rows[row].isOfFirmware())
+            addFigure (row);
+
+    // Of the firmware's figures the report has these two, the other way round than the view.
+    addFigure (findRow (RowKind::eventCount, DriverProtocol::underrunsWord));
+    addFigure (findRow (RowKind::eventCount, DriverProtocol::overflowsWord));
+    text << lineEnd << lineEnd;
 }
 
 //==============================================================================

@@ -38,9 +38,7 @@ struct StatisticsRow
 namespace StatisticsLayout
 {
 
-inline constexpr std::size_t numRows = 28;
-
-inline constexpr std::array<StatisticsRow, numRows> rows { {
+inline constexpr auto rows = std::to_array<StatisticsRow> ({
     { RowKind::header, "Playback" },
     { RowKind::bufferCount, "Buffer count", offsetof (StatisticsBlock, playbackBufferCount), "Playback count" },
     { RowKind::time, "Maximum time", offsetof (StatisticsBlock, playbackMaximum), "Playback max time" },
@@ -69,7 +67,9 @@ inline constexpr std::array<StatisticsRow, numRows> rows { {
     { RowKind::eventCount, "Overflow", DriverProtocol::overflowsWord, "Overflows" },
     { RowKind::eventCount, "Underrun", DriverProtocol::underrunsWord, "Underruns" },
     { RowKind::eventCount, "Sync count", DriverProtocol::syncCountWord },
-} };
+});
+
+inline constexpr auto numRows = rows.size();
 
 /** The row of a figure; does not compile when there is none. */
 consteval std::size_t findRow (RowKind kind, std::size_t source)

@@ -3,9 +3,6 @@
 namespace StatisticsReport
 {
 
-/** Ends every line of the report. */
-static constexpr auto lineEnd = "\r\n";
-
 juce::String formatFirmwareVersion (std::uint32_t version)
 {
     auto text = juce::String::formatted ("%d.%d", version >> 24, version >> 16 & 0xff);
@@ -15,46 +12,6 @@ juce::String formatFirmwareVersion (std::uint32_t version)
             text << "." << juce::String (part);
 
     return text;
-}
-
-void appendDevice (juce::String& text,
-                   const juce::String& name,
-                   const HwInfoCaps& caps,
-                   const std::array<juce::String, StatisticsLayout::numRows>& texts)
-{
-    using namespace StatisticsLayout;
-
-    const auto addVersion = [&] (const char* code, std::uint32_t version)
-    { text << code << formatFirmwareVersion (version) << lineEnd; };
-
-    const auto addFigure = [&] (std::size_t row)
-    {
-        constexpr int figuresColumn = 31;
-        const auto label = "   " + juce::String (rows[row].reportLabel) + ":";
-        text << label.paddedRight (' ', figuresColumn) << texts[row] << lineEnd;
-    };
-
-    text << name << lineEnd;
-    addVersion ("ARM code: ", caps.getArmVersion());
-
-    if (caps.hasDsp())
-        addVersion ("DSP code: ", caps.getDspVersion());
-
-    if (caps.hasFpga())
-        addVersion ("FPGA code: ", caps.getFpgaVersion());
-
-    text << lineEnd;
-
-    for (std::size_t row = 0; row < numRows; ++row)
-        if (rows[row].kind == RowKind::blank)
-            text << lineEnd;
-        else if (rows[row].isItem() && ! rows[row].isOfFirmware())
-            addFigure (row);
-
-    // Of the firmware's figures the report has these two, the other way round than the view.
-    addFigure (findRow (RowKind::eventCount, DriverProtocol::underrunsWord));
-    addFigure (findRow (RowKind::eventCount, DriverProtocol::overflowsWord));
-    text << lineEnd << lineEnd;
 }
 
 juce::String make (const juce::Time& time,
@@ -84,10 +41,8 @@ juce::String make (const juce::Time& time,
     text << "Sample rate:              " << juce::String (sampleRate) << lineEnd;
     text << "Buffer size:              " << juce::String (bufferSize) << lineEnd;
     text << "Nominal buffer time:      " << bufferTime << lineEnd << lineEnd;
-    text << deviceSections;
-
-    // The writer makes line ends of these two.
-    return text + "\n\n";
+    text << deviceSections << lineEnd << lineEnd;
+    return text;
 }
 
 bool append (const juce::File& file, const juce::String& report)

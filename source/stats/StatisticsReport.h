@@ -1,12 +1,13 @@
 #pragma once
 
-#include "device/HwInfoCaps.h"
-#include "stats/StatisticsLayout.h"
 #include <juce_core/juce_core.h>
 
 /** The statistics report: what the main view shows at one moment, UTF-8 without a byte-order mark, CR LF line ends. */
 namespace StatisticsReport
 {
+
+/** Ends every line. */
+inline constexpr auto lineEnd = "\r\n";
 
 /** A packed firmware version as text: two parts always, a third and a fourth where they are not 0.
 
@@ -15,14 +16,6 @@ namespace StatisticsReport
 */
 juce::String formatFirmwareVersion (std::uint32_t version);
 
-/** Appends one device's section.
-    @param texts  the figures' texts by row, as they are shown
-*/
-void appendDevice (juce::String& text,
-                   const juce::String& name,
-                   const HwInfoCaps& caps,
-                   const std::array<juce::String, StatisticsLayout::numRows>& texts);
-
 /** One whole report.
 
     @param time            local time of the save
@@ -30,7 +23,7 @@ void appendDevice (juce::String& text,
     @param sampleRate      Hz
     @param bufferSize      sample frames
     @param bufferTime      as it is shown
-    @param deviceSections  what appendDevice has made of each device
+    @param deviceSections  what Column::appendReport has made of each device
 */
 juce::String make (const juce::Time& time,
                    const juce::StringArray& controllers,

@@ -2,6 +2,7 @@
 
 import pytest
 from desk import wait_until
+from worlds import VIEW_HEIGHT
 
 
 def expect_reset(world, resets):
@@ -121,7 +122,7 @@ def test_everything_fits_on_a_low_display(world):
         world.wait_for_place(place)
         x, y, width, height = world.view.bounds
         assert y + height + world.desk.frame(world.view)[3] <= 600
-        assert abs(width / height - 490 / 652) < 0.01
+        assert abs(width / height - 490 / VIEW_HEIGHT) < 0.01
 
         world.click_button('Events')
         events = world.desk.wait_for_window('Event log').bounds

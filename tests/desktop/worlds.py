@@ -15,9 +15,10 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 CONTROLLERS = 'ROOT\\OHCI1394\\0000', 'ROOT\\OHCI1394\\0001'
 
 FIRST_PLACE = 64, 51  # of the view, a twentieth into the display
-VIEW_HEIGHT = 652
+LAYOUT = (ROOT / 'source/stats/StatisticsLayout.h').read_text()
+VIEW_HEIGHT = 148 + 18 * len(re.findall(r'^    {(}| RowKind::)', LAYOUT, re.MULTILINE))
 BUTTONS = {'Save': 1, 'Reset': 2, 'Events': 3}  # and the quarter of the view's width that each stands at
-BUTTONS_Y = 619
+BUTTONS_Y = VIEW_HEIGHT - 33
 SAVE_DIALOG = 'Save event report'
 
 
