@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -24,9 +25,9 @@ ServingLoop::ServingLoop()
     signals = FileDescriptor (::signalfd (-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-void ServingLoop::add (int descriptor, std::function<bool()> onReadable)
+void ServingLoop::add (int descriptor, std::function<bool()> onReadable, std::chrono::milliseconds rest)
 {
-    sources.push_back ({ descriptor, std::move (onReadable) });
+    sources.push_back ({ descriptor, std::move (onReadable), rest });
 }
 
 void ServingLoop::run (const std::function<std::optional<int>()>& onTurn)
@@ -38,6 +39,22 @@ void ServingLoop::run (const std::function<std::optional<int>()>& onTurn)
 
     for (auto timeout = onTurn(); timeout; timeout = onTurn())
     {
+        using namespace std::chrono;
+        const auto now = steady_clock::now();
+
+        // A descriptor below 0 is not polled.
+        for (std::size_t i = 0; i < sources.size(); ++i)
+        {
+            const auto isResting = sources[i].restsUntil > now;
+            polled[i + 1].fd = isResting ? -1 : sources[i].descriptor;
+
+            if (isResting)
+            {
+                const auto rest = static_cast<int> (ceil<milliseconds> (sources[i].restsUntil - now).count());
+                timeout = *timeout < 0 ? rest : std::min (*timeout, rest);
+            }
+        }
+
         if (::poll (polled.data(), polled.size(), *timeout) < 0)
         {
             if (errno != EINTR)
@@ -49,10 +66,21 @@ void ServingLoop::run (const std::function<std::optional<int>()>& onTurn)
         if (polled[0].revents != 0)
             return;
 
-        // A descriptor below 0 is not polled any more.
         for (std::size_t i = 0; i < sources.size(); ++i)
-            if (polled[i + 1].revents != 0 && ! sources[i].onReadable())
-                polled[i + 1].fd = -1;
+        {
+            if (polled[i + 1].revents == 0)
+                continue;
+
+            auto& source = sources[i];
+
+            if (! source.onReadable())
+                source.descriptor = -1;
+
+            // What comes seldom finds it awake.
+            const auto called = steady_clock::now();
+            source.restsUntil = called < source.lastCall + 2 * source.rest ? called + source.rest : called;
+            source.lastCall = called;
+        }
     }
 }
 

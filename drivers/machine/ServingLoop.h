@@ -2,6 +2,7 @@
 
 #include "drivers/machine/FileDescriptor.h"
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -23,8 +24,9 @@ public:
         @param descriptor  not owned
         @param onReadable  called when there is something to read, or no more to come; returns false when the
                            descriptor is not to be watched any more
+        @param rest        how seldom it is looked at while much comes
     */
-    void add (int descriptor, std::function<bool()> onReadable);
+    void add (int descriptor, std::function<bool()> onReadable, std::chrono::milliseconds rest = {});
 
     /** Runs until a signal comes.
 
@@ -38,6 +40,8 @@ private:
     {
         int descriptor;
         std::function<bool()> onReadable;
+        std::chrono::milliseconds rest;
+        std::chrono::steady_clock::time_point lastCall {}, restsUntil {};
     };
 
     FileDescriptor signals;
