@@ -57,7 +57,9 @@ InterfaceSetup describe (const AudioInterface::Description& description, const s
 } // namespace
 
 AudioInterface::AudioInterface (const Description& description, const std::string& machineFolder)
-    : server (std::make_unique<InterfaceServer> (describe (description, machineFolder), *this))
+    : name (description.name),
+      figures (description.number),
+      server (std::make_unique<InterfaceServer> (describe (description, machineFolder), *this))
 {
     publish();
 }

@@ -19,6 +19,7 @@ public:
     /** What is known of a device before it runs. */
     struct Description
     {
+        std::uint32_t number;   /**< By which its nodes are known. */
         std::string folderName; /**< See Machine::InterfaceSetup. */
         std::string name;       /**< UTF-8; what is longer than the registry value may be is cut. */
         std::uint32_t vendor = 0, type = 0;
@@ -27,6 +28,7 @@ public:
     AudioInterface (const Description& description, const std::string& machineFolder);
 
     DeviceFigures& getFigures() { return figures; }
+    const std::string& getName() const { return name; }
 
     /** Shows the statistics to whoever maps them. */
     void publish();
@@ -42,6 +44,7 @@ public:
 private:
     void readEvent (std::uint64_t connection, std::uint32_t index, DriverProtocol::CommandEnvelope& envelope);
 
+    const std::string name;
     DeviceFigures figures;
     std::unique_ptr<Machine::InterfaceServer> server;
 };

@@ -19,65 +19,9 @@ constexpr double loggedCorrectionStep = 10e-6;
 
 bool isOn (NodeKind kind, bool isRecord)
 {
-    return kind == NodeKind::duplex || kind == (isRecord ? NodeKind::source : NodeKind::sink);
-}
-
-NodeKind kindOf (std::uint32_t id, const NodeKinds& kinds)
-{
-    const auto found = kinds.find (id);
-    return found == kinds.end() ? NodeKind::other : found->second;
-}
-
-/** What a follower did for a cycle; times in nanoseconds, 0 for what it has not done. */
-struct Part
-{
-    std::int64_t begin = 0; // the driver's signal
-    std::int64_t awake = 0, finish = 0;
-    std::int64_t missedBy = 0; // when the next cycle began without it
-    bool isAsynchronous = false;
-};
-
-/* Nothing for a follower that takes no part. One that works asynchronously, as clients of newer PipeWires do, has until
-   the next signal for what it was signalled to do: that is told of with the next cycle. */
-std::optional<Part> describePart (const NodeCycle& follower, const Cycle& cycle)
-{
-    const auto& driver = cycle.driver;
-    Part part;
-    part.isAsynchronous = follower.signal < driver.signal && follower.signal == driver.previousSignal;
-
-    if (follower.signal == 0 || (follower.signal < driver.signal && ! part.isAsynchronous))
-        return std::nullopt;
-
-    part.begin = part.isAsynchronous ? driver.previousSignal : driver.signal;
-
-    // What is before its signal it did in an earlier cycle.
-    if (follower.awake >= follower.signal)
-        part.awake = follower.awake;
-
-    if (part.awake > 0 && follower.finish >= follower.awake && (follower.isFinished || part.isAsynchronous))
-        part.finish = follower.finish;
-
-    if (part.isAsynchronous ? part.finish == 0 : ! follower.isFinished)
-        part.missedBy = part.isAsynchronous ? driver.signal : std::max (driver.finish, driver.signal);
-
-    return part;
+    return kind == NodeKind::duplex || (kind == NodeKind::source) == isRecord;
 }
 } // namespace
-
-//==============================================================================
-std::optional<std::uint32_t> CycleFilter::take (const Cycle& cycle)
-{
-    const auto [position, isNew] = drivers.try_emplace (cycle.driver.id, Driver { 0, cycle.hardwareXruns });
-    auto& driver = position->second;
-
-    // One that is late is reported when it should have finished, and again when it has.
-    if (cycle.driver.signal <= driver.signal)
-        return std::nullopt;
-
-    driver.signal = cycle.driver.signal;
-    const auto before = std::exchange (driver.hardwareXruns, cycle.hardwareXruns);
-    return cycle.hardwareXruns > before ? cycle.hardwareXruns - before : 0;
-}
 
 //==============================================================================
 void DeviceFigures::Measurement::add (std::int64_t nanoseconds)
@@ -122,120 +66,112 @@ void DeviceFigures::nodeStopped (std::uint32_t id, std::int64_t now)
     }
 }
 
-void DeviceFigures::nodeRemoved (std::uint32_t id, std::int64_t now)
-{
-    if (nodes.erase (id) > 0)
-        nodeStopped (id, now);
-}
-
 //==============================================================================
-void DeviceFigures::add (const Cycle& cycle, std::uint32_t newHardwareXruns, const NodeKinds& kinds)
+std::optional<std::vector<Xrun>> DeviceFigures::add (const Account& account, const Roster& roster)
 {
-    std::array<bool, 2> runs {};
+    const std::array parts { findPart (account, playback), findPart (account, record) };
 
-    // Its clock is then the next cycle's already.
-    const auto isUnfinished = std::any_of (cycle.followers.begin(),
-                                           cycle.followers.end(),
-                                           [&] (const NodeCycle& follower)
-                                           {
-                                               const auto part = describePart (follower, cycle);
-                                               return part && part->missedBy > 0 && ! part->isAsynchronous;
-                                           });
+    if (parts[playback] == nullptr && parts[record] == nullptr)
+        return std::nullopt;
 
-    for (std::size_t side : { record, playback })
+    const auto& cycle = *account.cycle;
+
+    // Nothing that was measured before compares with what comes. The period that ends here has the old length, and so
+    // has the next one, whose end had been set before.
+    if (! account.isLate && bufferSize > 0
+        && ((cycle.duration > 0 && cycle.duration != bufferSize) || (cycle.rate > 0 && cycle.rate != sampleRate)))
     {
-        if (const auto* node = findNode (cycle, side, kinds); node != nullptr)
-        {
-            measureSide (side, *node, cycle, isUnfinished);
-            runs[side] = true;
-        }
+        beginAfresh();
+        numUnsettled = 2;
     }
 
-    if (! runs[playback] && ! runs[record])
-        return;
+    for (std::size_t side : { record, playback })
+        if (parts[side] != nullptr)
+            measureSide (side, *parts[side], account, numUnsettled > 0);
 
-    if (runs[playback])
+    if (numUnsettled > 0)
+        --numUnsettled;
+
+    if (parts[playback] != nullptr)
         measureOffset();
 
-    measureClients (cycle);
-    measureClock (cycle);
-    countXruns (cycle, newHardwareXruns, runs, kinds);
+    const auto* any = parts[playback] != nullptr ? parts[playback] : parts[record];
+    measureFollowers (account, any->node->kind == NodeKind::client);
+
+    if (! account.isLate)
+        measureClock (account, parts);
+
+    return countXruns (account, roster, parts);
 }
 
-/* The node of a side whose cycle this is: the one that is measured, or one that takes its place. */
-const NodeCycle* DeviceFigures::findNode (const Cycle& cycle, std::size_t side, const NodeKinds& kinds) const
+/* The node of a side that takes part in a cycle: the one that is measured, or else the first. */
+const Part* DeviceFigures::findPart (const Account& account, std::size_t side) const
 {
-    const auto& measured = sides[side];
-    const auto canReplace = measured.node == 0 || (measured.stopTime != 0 && cycle.driver.signal > measured.stopTime);
-    const NodeCycle* found = nullptr;
+    const Part* found = nullptr;
 
-    const auto consider = [&] (const NodeCycle& node)
+    const auto consider = [&] (const Part& part)
     {
-        const auto isOurs =
-            node.id == measured.node
-            || (canReplace && nodes.contains (node.id) && isOn (kindOf (node.id, kinds), side == record));
-
-        if (isOurs && node.signal >= cycle.driver.signal && (found == nullptr || node.id == measured.node))
-            found = &node;
+        if (part.node->interface == interface && isOn (part.node->kind, side == record)
+            && (found == nullptr || part.cycle->id == sides[side].node))
+            found = &part;
     };
 
-    consider (cycle.driver);
+    consider (account.driver);
 
-    for (const auto& follower : cycle.followers)
+    for (const auto& follower : account.followers)
         consider (follower);
 
     return found;
 }
 
-void DeviceFigures::measureSide (std::size_t index, const NodeCycle& node, const Cycle& cycle, bool isLateCycle)
+void DeviceFigures::measureSide (std::size_t index, const Part& part, const Account& account, bool isUnsettled)
 {
     auto& side = sides[index];
+    const auto& driver = account.cycle->driver;
     const auto isRecord = index == record;
-    const auto isStart = side.node != node.id || (side.stopTime != 0 && cycle.driver.signal > side.stopTime);
-    const auto isSameDriver = side.driver == cycle.driver.id;
+    const auto isStart = side.node != part.cycle->id || side.driver != driver.id
+                         || (side.stopTime != 0 && driver.signal > side.stopTime);
 
-    // Reports can be lost: then this is not the next cycle after the last one that we know of.
-    const auto isNext = ! isStart && isSameDriver && cycle.driver.previousSignal == side.driverSignal;
-
-    if (isStart || ! isSameDriver)
+    if (isStart)
     {
         ++counters.syncCount;
         side.numCycles = 0;
         side.stopTime = 0;
-        log (node.signal, isRecord ? EventType::listenAttachCompletion : EventType::talkAttachCompletion, node.id);
+        log (driver.signal,
+             isRecord ? EventType::listenAttachCompletion : EventType::talkAttachCompletion,
+             part.cycle->id);
     }
-    else if (isNext && side.isPositionExpected && ! isLateCycle && cycle.position != side.expectedPosition)
+    else
     {
-        ++counters.syncCount;
-    }
+        // Reports can be lost: then this is not the next cycle after the last one that we know of.
+        if (driver.previousSignal == side.signal && side.isPositionExpected && ! account.isLate
+            && account.cycle->position != side.expectedPosition)
+            ++counters.syncCount;
 
-    // A driver tells when its cycle before began, even if we do not know of it.
-    const auto isDriver = node.id == cycle.driver.id;
-    const auto previous = isDriver ? cycle.driver.previousSignal : isNext ? side.signal : 0;
-
-    if (! isStart && isSameDriver && previous > 0 && node.signal > previous)
-    {
-        side.lastPeriod = node.signal - previous;
-        side.period.add (side.lastPeriod);
+        if (driver.previousSignal > 0 && driver.signal > driver.previousSignal && ! isUnsettled)
+        {
+            side.lastPeriod = driver.signal - driver.previousSignal;
+            side.period.add (side.lastPeriod);
+        }
     }
 
     ++side.numCycles;
     ++side.bufferCount;
-    side.node = node.id;
-    side.driver = cycle.driver.id;
-    side.signal = node.signal;
-    side.driverSignal = cycle.driver.signal;
-    side.expectedPosition = cycle.position + cycle.duration;
-    side.isPositionExpected = ! isLateCycle;
-    log (node.signal, isRecord ? EventType::listenComplete : EventType::talkComplete, side.numCycles);
+    side.node = part.cycle->id;
+    side.driver = driver.id;
+    side.signal = driver.signal;
+    side.expectedPosition = account.cycle->position + account.cycle->duration;
+    side.isPositionExpected = ! account.isLate;
+    log (driver.signal, isRecord ? EventType::listenComplete : EventType::talkComplete, side.numCycles);
 }
 
-/* From the source's cycle to the sink's that is nearest to it; both are told of one after the other. */
+/* From the source's cycle to the sink's that is nearest to it; both are told of one after the other. Under one driver
+   there is nothing to measure. */
 void DeviceFigures::measureOffset()
 {
     const auto& source = sides[record];
 
-    if (source.node == 0 || source.stopTime != 0 || source.lastPeriod == 0)
+    if (source.node == 0 || source.stopTime != 0 || source.lastPeriod == 0 || source.driver == sides[playback].driver)
         return;
 
     auto distance = sides[playback].signal - source.signal;
@@ -247,62 +183,75 @@ void DeviceFigures::measureOffset()
         offset.add (distance);
 }
 
-void DeviceFigures::measureClients (const Cycle& cycle)
+void DeviceFigures::measureFollowers (const Account& account, bool isClient)
 {
-    std::int64_t lastAwake = -1;
-    auto lastFinish = cycle.driver.finish - cycle.driver.signal;
+    const auto& driver = account.driver;
+    std::int64_t longestWait = -1;
+    auto longestWork = isClient ? -1 : driver.finish - driver.begin;
 
-    for (const auto& follower : cycle.followers)
+    for (const auto& part : account.followers)
     {
-        const auto part = describePart (follower, cycle);
-
-        if (! part)
+        if (part.begin == 0 || (isClient && part.node->interface != interface))
             continue;
 
-        const auto isClient = ! nodes.contains (follower.id);
-        const auto end = part->missedBy > 0 ? part->missedBy : part->finish;
+        // A client's work is its own, a device's is that of the whole graph.
+        const auto workBegin = isClient ? part.awake : part.begin;
+        const auto end = part.missedBy > 0 ? part.missedBy : part.finish;
 
-        if (part->awake > 0)
-            lastAwake = std::max (lastAwake, part->awake - part->begin);
+        if (part.awake > 0)
+            longestWait = std::max (longestWait, part.awake - part.signal);
 
-        if (end > 0)
-            lastFinish = std::max (lastFinish, end - part->begin);
+        if (workBegin > 0 && end > 0)
+            longestWork = std::max (longestWork, end - workBegin);
 
-        if (isClient && part->awake > 0)
-            log (part->awake, EventType::userClientEvent, follower.id);
+        if (part.node->kind != NodeKind::client)
+            continue;
 
-        if (isClient && part->finish > 0)
-            log (part->finish, EventType::outputReady, follower.id);
+        if (part.awake > 0)
+            log (part.awake, EventType::userClientEvent, part.cycle->id);
+
+        if (part.finish > 0)
+            log (part.finish, EventType::outputReady, part.cycle->id);
     }
 
-    if (lastAwake >= 0)
-        wakeup.add (lastAwake);
+    if (longestWait >= 0)
+        wakeup.add (longestWait);
 
-    if (lastFinish >= 0)
-        host.add (lastFinish);
+    if (longestWork >= 0)
+        host.add (longestWork);
 }
 
-void DeviceFigures::measureClock (const Cycle& cycle)
+void DeviceFigures::measureClock (const Account& account, const std::array<const Part*, 2>& parts)
 {
+    const auto& cycle = *account.cycle;
+
     if (cycle.rate > 0)
         sampleRate = cycle.rate;
 
     if (cycle.duration > 0)
         bufferSize = cycle.duration;
 
-    // The clock of another device says nothing of this one's.
-    if (! nodes.contains (cycle.driver.id))
-        return;
+    // The clock of another device says nothing of this one's, but newer PipeWires tell of a follower's own.
+    const auto isDriver = account.driver.node->interface == interface;
+    std::optional<std::uint64_t> delay;
 
-    if (cycle.duration > 0)
-        counters.fifoLevel =
-            static_cast<std::uint32_t> (std::min (cycle.delay, 2 * std::uint64_t { cycle.duration })
-                                        * DriverProtocol::fullFifo / (2 * std::uint64_t { cycle.duration }));
+    for (const auto* part : parts)
+        if (! isDriver && part != nullptr && ! delay)
+            delay = part->cycle->delay;
+
+    const auto full = 2 * std::uint64_t { cycle.duration };
+
+    if (full > 0)
+        counters.fifoLevel = static_cast<std::uint32_t> (std::min (isDriver ? cycle.delay : delay.value_or (0), full)
+                                                         * DriverProtocol::fullFifo / full);
+
+    if (! isDriver)
+        return;
 
     if (const auto change = cycle.rateDifference - loggedCorrection; std::abs (change) >= loggedCorrectionStep)
     {
-        constexpr double parts = 1'000'000;
-        const auto parameter = std::clamp (cycle.rateDifference * parts, 0.0, 4 * parts);
+        constexpr double millionths = 1'000'000;
+        const auto parameter = std::clamp (cycle.rateDifference * millionths, 0.0, 4 * millionths);
         loggedCorrection = cycle.rateDifference;
         log (cycle.driver.signal,
              EventType::clockAdjust,
@@ -311,43 +260,45 @@ void DeviceFigures::measureClock (const Cycle& cycle)
     }
 }
 
-void DeviceFigures::countXruns (const Cycle& cycle,
-                                std::uint32_t newHardwareXruns,
-                                std::array<bool, 2> runs,
-                                const NodeKinds& kinds)
+std::vector<Xrun>
+    DeviceFigures::countXruns (const Account& account, const Roster& roster, const std::array<const Part*, 2>& parts)
 {
-    std::array<bool, 2> isMissed {};
-    auto time = cycle.driver.signal;
-
-    for (const auto& follower : cycle.followers)
-    {
-        const auto part = describePart (follower, cycle);
-
-        if (! part || part->missedBy == 0)
-            continue;
-
-        time = std::max (time, part->missedBy);
-
-        // A client that only plays keeps nothing from the source, one that only records nothing from the sink.
-        const auto kind = kindOf (follower.id, kinds);
-        isMissed[playback] = isMissed[playback] || kind != NodeKind::captureStream;
-        isMissed[record] = isMissed[record] || kind != NodeKind::playbackStream;
-    }
-
-    const auto isOwnHardware = nodes.contains (cycle.driver.id);
-    std::array<std::uint32_t*, 2> totals { &counters.underruns, &counters.overflows };
+    std::vector<Xrun> xruns;
+    const std::array<std::uint32_t*, 2> totals { &counters.underruns, &counters.overflows };
+    auto time = account.driver.signal;
     std::uint32_t numXruns = 0;
 
     for (std::size_t side : { playback, record })
     {
-        if (! runs[side])
+        if (parts[side] == nullptr)
             continue;
 
+        const auto id = parts[side]->cycle->id;
+        const auto isClient = parts[side]->node->kind == NodeKind::client;
+        Xrun xrun { side == record, account.driver.signal, {} };
+
+        // What plays keeps nothing from a source, what records nothing from a sink, and neither from another device.
+        for (const auto& part : account.followers)
+            if (part.missedBy > 0
+                && (part.cycle->id == id
+                    || (! isClient
+                        && (side == record ? roster.isConnected (id, part.cycle->id, account.driver.signal)
+                                           : roster.isConnected (part.cycle->id, id, account.driver.signal)))))
+            {
+                xrun.time = std::max (xrun.time, part.missedBy);
+                xrun.late.push_back (part);
+            }
+
         // A late client makes the hardware's xrun, if there is one: they are counted as one.
-        const auto own = isOwnHardware && sides[side].node == cycle.driver.id ? newHardwareXruns : 0;
-        const auto xruns = std::max (own, isMissed[side] ? 1u : 0u);
-        *totals[side] += xruns;
-        numXruns = std::max (numXruns, xruns);
+        const auto count = std::max (isClient ? 0 : parts[side]->newXruns, xrun.late.empty() ? 0u : 1u);
+
+        if (count == 0)
+            continue;
+
+        *totals[side] += count;
+        numXruns = std::max (numXruns, count);
+        time = std::max (time, xrun.time);
+        xruns.push_back (std::move (xrun));
     }
 
     if (numXruns > 0)
@@ -355,18 +306,25 @@ void DeviceFigures::countXruns (const Cycle& cycle,
              EventType::debugCounts,
              counters.overflows + counters.underruns,
              static_cast<std::int8_t> (std::min (numXruns, 127u)));
+
+    return xruns;
 }
 
 //==============================================================================
-void DeviceFigures::resetStatistics()
+void DeviceFigures::beginAfresh()
 {
     wakeup = host = offset = {};
 
     for (auto& side : sides)
-    {
         side.period = {};
+}
+
+void DeviceFigures::resetStatistics()
+{
+    beginAfresh();
+
+    for (auto& side : sides)
         side.bufferCount = 0;
-    }
 }
 
 void DeviceFigures::clearCounters()

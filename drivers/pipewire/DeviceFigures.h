@@ -1,64 +1,41 @@
 #pragma once
 
 #include "drivers/machine/EventRing.h"
-#include "drivers/pipewire/Cycle.h"
+#include "drivers/pipewire/Account.h"
 #include "protocol/StatisticsBlock.h"
 
 #include <array>
 #include <cstdint>
 #include <limits>
-#include <map>
 #include <optional>
-#include <set>
-#include <span>
+#include <vector>
 
 namespace PipeWire
 {
 
-/** What a node does, as far as it matters here. */
-enum class NodeKind : std::uint8_t
+/** An xrun of one side of a device. */
+struct Xrun
 {
-    sink,
-    source,
-    duplex,
-    playbackStream,
-    captureStream,
-    other
+    bool isOverflow = false; /**< Else an underrun. */
+    std::int64_t time = 0;   /**< When it happened: nanoseconds of CLOCK_MONOTONIC. */
+    std::vector<Part> late;  /**< Who was late; nobody when only the hardware has told of it. */
 };
 
-/** The nodes that are there, by the ids of their globals. */
-using NodeKinds = std::map<std::uint32_t, NodeKind>;
+/** The figures and the event log of one device interface, made from the cycles of the graph.
 
-/** Tells cycles from further reports of the same ones. Used by one thread at a time. */
-class CycleFilter
-{
-public:
-    /** @returns nothing when this cycle has been reported before, else how many more xruns its driver's hardware has
-                 told of since the driver's cycle before */
-    std::optional<std::uint32_t> take (const Cycle& cycle);
-
-    /** A node has gone; another one may get its id. */
-    void forget (std::uint32_t id) { drivers.erase (id); }
-
-private:
-    struct Driver
-    {
-        std::int64_t signal;
-        std::uint32_t hardwareXruns;
-    };
-
-    std::map<std::uint32_t, Driver> drivers;
-};
-
-/** The figures and the event log of one audio device, made from the cycles of the graph.
+    The interface is an audio device's, or a client's: that has a cycle of playback whenever it takes part in one of the
+    graph's, and the times and misses are its own.
 
     Pure arithmetic; times go in as nanoseconds of CLOCK_MONOTONIC and come out as ticks of the machine folder's
-   counter. Where a device has several sinks or sources, the figures are those of the one that runs; of several that
-   run, of the one that began first. Used by one thread at a time.
+    counter. Where a device has several sinks or sources, the figures are those of the one that runs; of several that
+    run, of the one that began first. Used by one thread at a time.
 */
 class DeviceFigures
 {
 public:
+    /** @param newInterface  the number by which the interface's nodes are known */
+    explicit DeviceFigures (std::uint32_t newInterface) : interface (newInterface) {}
+
     /** Firmware counters, as far as they are shown. */
     struct Counters
     {
@@ -66,18 +43,14 @@ public:
         std::uint32_t fifoLevel = 0; /**< 1024 is full. */
     };
 
-    /** A sink or source of this device. */
-    void addNode (std::uint32_t id) { nodes.insert (id); }
-
-    /** A sink or source does not run any more; cycles that began before may still be told of. */
+    /** A node does not run any more; cycles that began before may still be told of. */
     void nodeStopped (std::uint32_t id, std::int64_t now);
-    void nodeRemoved (std::uint32_t id, std::int64_t now);
 
-    /** Measures a cycle, if this device takes part in it.
+    /** Measures a cycle.
 
-        @param newHardwareXruns  as CycleFilter tells
+        @returns the xruns in it; nothing when none of the interface's nodes takes part in this cycle
     */
-    void add (const Cycle& cycle, std::uint32_t newHardwareXruns, const NodeKinds& kinds);
+    std::optional<std::vector<Xrun>> add (const Account& account, const Roster& roster);
 
     void resetStatistics();
     void clearCounters();
@@ -106,8 +79,8 @@ private:
     {
         std::uint32_t node = 0; // none before the first cycle
         std::uint32_t driver = 0;
-        std::int64_t signal = 0, driverSignal = 0; // of the last cycle
-        std::int64_t stopTime = 0;                 // 0: it runs
+        std::int64_t signal = 0;   // the driver's, of the last cycle
+        std::int64_t stopTime = 0; // 0: it runs
         std::int64_t lastPeriod = 0;
         std::uint64_t expectedPosition = 0;
         bool isPositionExpected = false;
@@ -119,25 +92,25 @@ private:
     static constexpr std::size_t playback = 0;
     static constexpr std::size_t record = 1;
 
-    const NodeCycle* findNode (const Cycle& cycle, std::size_t side, const NodeKinds& kinds) const;
-    void measureSide (std::size_t side, const NodeCycle& node, const Cycle& cycle, bool isLate);
+    const Part* findPart (const Account& account, std::size_t side) const;
+    void beginAfresh();
+    void measureSide (std::size_t side, const Part& part, const Account& account, bool isUnsettled);
     void measureOffset();
-    void measureClients (const Cycle& cycle);
-    void measureClock (const Cycle& cycle);
-    void countXruns (const Cycle& cycle,
-                     std::uint32_t newHardwareXruns,
-                     std::array<bool, 2> runs,
-                     const NodeKinds& kinds);
+    void measureFollowers (const Account& account, bool isClient);
+    void measureClock (const Account& account, const std::array<const Part*, 2>& parts);
+    std::vector<Xrun>
+        countXruns (const Account& account, const Roster& roster, const std::array<const Part*, 2>& parts);
     void log (std::int64_t nanoseconds,
               DriverProtocol::EventType type,
               std::uint32_t parameter,
               std::int8_t auxValue = 0);
 
-    std::set<std::uint32_t> nodes;
+    const std::uint32_t interface;
     std::array<Side, 2> sides;
     Measurement wakeup, host, offset;
     Counters counters;
     std::uint32_t sampleRate = 0, bufferSize = 0;
+    int numUnsettled = 0; // cycles to come whose period is not of the new length yet
     double loggedCorrection = 1;
     Machine::EventRing events;
 };

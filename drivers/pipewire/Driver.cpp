@@ -6,7 +6,11 @@
 #include "protocol/MachineLayout.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <initializer_list>
+#include <iterator>
+#include <utility>
 
 namespace PipeWire
 {
@@ -14,6 +18,8 @@ namespace PipeWire
 namespace
 {
 constexpr int reconnectMilliseconds = 1000;
+
+const std::string devicePrefix = "device ";
 
 std::int64_t readNanoseconds()
 {
@@ -30,6 +36,13 @@ std::string getFirst (const Properties& properties, std::initializer_list<const 
     return {};
 }
 
+bool isFireWire (const Properties& properties)
+{
+    // Nodes of PipeWire's own FireWire driver belong to no device.
+    return getFirst (properties, { "device.bus" }) == "firewire"
+           || getFirst (properties, { "node.group" }).starts_with ("ffado");
+}
+
 NodeKind identify (const Properties& properties)
 {
     const auto mediaClass = getFirst (properties, { "media.class" });
@@ -40,13 +53,25 @@ NodeKind identify (const Properties& properties)
     if (mediaClass == "Audio/Source" || mediaClass == "Audio/Source/Virtual")
         return NodeKind::source;
 
-    if (mediaClass == "Audio/Duplex")
-        return NodeKind::duplex;
+    return mediaClass == "Audio/Duplex" ? NodeKind::duplex : NodeKind::client;
+}
 
-    if (mediaClass == "Stream/Output/Audio")
-        return NodeKind::playbackStream;
+bool isControl (char character)
+{
+    return static_cast<unsigned char> (character) < ' ' || character == 127;
+}
 
-    return mediaClass == "Stream/Input/Audio" ? NodeKind::captureStream : NodeKind::other;
+/* One line, whatever a client calls itself. */
+std::string makeLine (std::string text)
+{
+    std::ranges::replace_if (text, isControl, ' ');
+    return text;
+}
+
+/* What somebody should know, on standard error. */
+void say (const std::string& text)
+{
+    std::fprintf (stderr, "quendel-pipewire: %s\n", text.c_str());
 }
 
 /* A name that can be a folder's. */
@@ -56,7 +81,7 @@ std::string makeFolderName (std::string name, const std::string& suffix)
     name.resize (std::min (name.size(), maximumLength));
 
     for (auto& character : name)
-        if (static_cast<unsigned char> (character) <= ' ' || character == '/' || character == 127)
+        if (isControl (character) || character == ' ' || character == '/')
             character = '_';
 
     return "pipewire#" + name + suffix;
@@ -88,34 +113,133 @@ int Driver::serve()
 
     // What is not there yet is looked for at leisure.
     wasConnected = graph.isConnected() || graph.connect();
+
+    if (std::exchange (isWaiting, ! wasConnected) != isWaiting)
+        say (isWaiting ? "waiting for PipeWire" : "PipeWire is there");
+
     return wasConnected ? -1 : reconnectMilliseconds;
 }
 
-bool Driver::isWanted (const Properties& properties, bool isHardwareOrNull) const
+void Driver::listen()
 {
-    if (options.devices.empty())
-        return options.servesAll ? isHardwareOrNull : getFirst (properties, { "device.bus" }) == "firewire";
+    graph.dispatch();
 
-    const auto isNamed = [&properties] (const std::string& name)
-    {
-        for (const auto* key : { "device.name", "device.description", "device.nick", "node.name", "node.description" })
-            if (const auto found = properties.find (key); found != properties.end() && found->second == name)
-                return true;
+    if (cycles.empty())
+        return;
 
-        return false;
-    };
+    // Each driver's are told in turn, those of several one after the other.
+    if (const auto getTime = [] (const Cycle& cycle) { return cycle.driver.signal; };
+        ! std::ranges::is_sorted (cycles, {}, getTime))
+        std::ranges::stable_sort (cycles, {}, getTime);
 
-    return std::any_of (options.devices.begin(), options.devices.end(), isNamed);
+    for (const auto& cycle : cycles)
+        if (const auto account = accountant.take (cycle, roster))
+            measure (*account);
+
+    cycles.clear();
+
+    for (const auto* interfaces : { &devices, &clients })
+        for (const auto& [number, interface] : *interfaces)
+            interface->publish();
+
+    writeXruns (true);
 }
 
-void Driver::plugIn (std::uint32_t id, const Properties& properties)
+void Driver::measure (const Account& account)
 {
-    const auto name = getFirst (properties, { "device.name", "node.name" });
-    AudioInterface::Description description;
-    description.name = getFirst (properties, { "device.description", "node.description", "device.nick", "node.nick" });
-    description.name = description.name.empty() ? name : description.name;
+    auto isServed = false;
+    journal.follow (account);
 
-    if (getFirst (properties, { "device.bus" }) == "firewire")
+    for (const auto& [number, device] : devices)
+    {
+        if (const auto xruns = device->getFigures().add (account, roster))
+        {
+            isServed = true;
+
+            for (const auto& xrun : *xruns)
+                journal.add (device->getName(), xrun);
+        }
+    }
+
+    if (! isServed || ! options.servesClients)
+        return;
+
+    plugInClients (account);
+
+    for (const auto& [number, client] : clients)
+        client->getFigures().add (account, roster);
+}
+
+/* On standard output, so that the journal of the system has them. */
+void Driver::writeXruns (bool waits)
+{
+    const auto wallTime = std::chrono::system_clock::now().time_since_epoch();
+
+    for (const auto& line : journal.take (readNanoseconds(),
+                                          std::chrono::duration_cast<std::chrono::nanoseconds> (wallTime).count(),
+                                          waits))
+        std::printf ("%s\n", line.c_str());
+
+    std::fflush (stdout);
+}
+
+//==============================================================================
+bool Driver::isWanted (const Properties& properties, bool isHardwareOrNull)
+{
+    if (options.devices.empty())
+        return options.servesAll ? isHardwareOrNull : isFireWire (properties);
+
+    auto isNamed = false;
+
+    for (const auto* key :
+         { "device.name", "device.description", "device.nick", "node.name", "node.description", "node.group" })
+    {
+        const auto value = getFirst (properties, { key });
+
+        if (std::ranges::find (options.devices, value) == options.devices.end())
+            continue;
+
+        isNamed = true;
+        namesFound.insert (value);
+    }
+
+    return isNamed;
+}
+
+std::uint32_t Driver::getNumber (const std::string& owner)
+{
+    const auto [position, isNew] = numbers.try_emplace (owner, lastNumber + 1);
+    lastNumber += isNew ? 1 : 0;
+    return position->second;
+}
+
+bool Driver::plugIn (Interfaces& interfaces, AudioInterface::Description description, const std::string& name)
+{
+    // Names need not be unique.
+    for (const auto& folderName : { name, name + "#" + std::to_string (description.number) })
+    {
+        description.folderName = makeFolderName (folderName, host.getSuffix());
+        auto interface = std::make_unique<AudioInterface> (description, host.getPath());
+
+        if (host.plugIn (interface->getServer()).empty())
+        {
+            interfaces[description.number] = std::move (interface);
+            return true;
+        }
+    }
+
+    return false;
+}
+
+void Driver::plugInDevice (std::uint32_t number, const Properties& properties)
+{
+    const auto name = getFirst (properties, { "device.name", "node.group", "node.name" });
+    AudioInterface::Description description { number, {}, {}, 0, 0 };
+    description.name = makeLine (getFirst (
+        properties,
+        { "device.description", "device.nick", "node.description", "node.nick", "device.name", "node.name" }));
+
+    if (isFireWire (properties))
     {
         const auto ids = readFireWireIds (sysfs, getFirst (properties, { "device.sysfs.path" }));
         description.vendor = ids.vendor;
@@ -129,108 +253,178 @@ void Driver::plugIn (std::uint32_t id, const Properties& properties)
         description.type = parseId (getFirst (properties, { "device.product.id" }));
     }
 
-    // Names need not be unique.
-    for (const auto& folderName : { name, name + "#" + std::to_string (id) })
-    {
-        description.folderName = makeFolderName (folderName, host.getSuffix());
-        auto interface = std::make_unique<AudioInterface> (description, host.getPath());
+    if (plugIn (devices, description, name))
+        say ("serves " + description.name);
+}
 
-        if (host.plugIn (interface->getServer()).empty())
-        {
-            interfaces[id] = std::move (interface);
-            return;
-        }
+/* Those that work for a device that is served. */
+void Driver::plugInClients (const Account& account)
+{
+    for (const auto& part : account.followers)
+    {
+        const auto& node = *part.node;
+
+        if (node.kind != NodeKind::client || node.interface == 0 || part.begin == 0
+            || clients.contains (node.interface))
+            continue;
+
+        const auto name = node.process == 0 ? node.name : node.name + " (" + std::to_string (node.process) + ")";
+        plugIn (clients, { node.interface, {}, name, 0, 0 }, "client#" + name);
     }
 }
 
-void Driver::unplug (std::uint32_t id)
+void Driver::unplug (std::uint32_t number)
 {
-    const auto found = interfaces.find (id);
+    for (auto* interfaces : { &devices, &clients })
+    {
+        const auto found = interfaces->find (number);
 
-    if (found == interfaces.end())
-        return;
+        if (found == interfaces->end())
+            continue;
 
-    found->second->getServer().unplug();
-    host.retire (found->second->releaseServer());
-    interfaces.erase (found);
+        if (interfaces == &devices)
+            say (found->second->getName() + " has gone");
+
+        found->second->getServer().unplug();
+        host.retire (found->second->releaseServer());
+        interfaces->erase (found);
+    }
 }
 
 void Driver::unplugAll()
 {
-    while (! interfaces.empty())
-        unplug (interfaces.begin()->first);
+    writeXruns (false);
 
+    for (const auto& [owner, number] : numbers)
+        unplug (number);
+
+    numbers.clear();
     owners.clear();
-    kinds.clear();
-    filter = {};
+    processes.clear();
+    cycles.clear();
+    namesFound.clear();
+    roster = {};
+    accountant = {};
+    profiler.reset();
+    hasSettled = false;
 }
 
 //==============================================================================
+void Driver::clientAdded (std::uint32_t id, const Properties& properties)
+{
+    processes[id] = parseId (getFirst (properties, { "pipewire.sec.pid" }));
+}
+
 void Driver::deviceAdded (std::uint32_t id, const Properties& properties)
 {
-    if (! isWanted (properties, true))
-        return;
-
-    plugIn (id, properties);
-
-    if (const auto added = interfaces.find (id); added != interfaces.end())
-        for (const auto& [node, owner] : owners)
-            if (owner == id)
-                added->second->getFigures().addNode (node);
+    if (isWanted (properties, true))
+        plugInDevice (getNumber (devicePrefix + std::to_string (id)), properties);
 }
 
 void Driver::nodeAdded (std::uint32_t id, const Properties& properties)
 {
-    const auto kind = identify (properties);
-    kinds[id] = kind;
+    Node node;
+    node.kind = identify (properties);
+    node.name = makeLine (getFirst (properties, { "node.description", "node.name", "application.name" }));
 
-    if (kind != NodeKind::sink && kind != NodeKind::source && kind != NodeKind::duplex)
-        return;
+    // A client of somebody's who connects for it tells of its process itself.
+    node.process = parseId (getFirst (properties, { "application.process.id" }));
 
-    auto owner = parseId (getFirst (properties, { "device.id" }));
+    if (const auto client = processes.find (parseId (getFirst (properties, { "client.id" })));
+        node.process == 0 && client != processes.end())
+        node.process = client->second;
 
-    if (owner == 0)
-    {
-        const auto factory = getFirst (properties, { "factory.name" });
-        owner = id;
+    const auto device = getFirst (properties, { "device.id" });
+    const auto group = getFirst (properties, { "node.group" });
+    const auto isDevice = node.kind != NodeKind::client;
+    auto owner = "node " + std::to_string (id);
 
-        if (isWanted (properties, factory == "support.null-audio-sink" || factory.starts_with ("api.")))
-            plugIn (id, properties);
-    }
+    if (isDevice && ! device.empty())
+        owner = devicePrefix + device;
+    else if (isDevice && ! group.empty())
+        owner = "group " + group;
 
     owners[id] = owner;
+    node.interface = getNumber (owner);
 
-    if (const auto known = interfaces.find (owner); known != interfaces.end())
-        known->second->getFigures().addNode (id);
+    if (isDevice && device.empty())
+    {
+        const auto factory = getFirst (properties, { "factory.name" });
+        const auto isHardwareOrNull =
+            factory == "support.null-audio-sink" || factory.starts_with ("api.") || isFireWire (properties);
+
+        if (isWanted (properties, isHardwareOrNull) && ! devices.contains (node.interface))
+            plugInDevice (node.interface, properties);
+    }
+
+    roster.addNode (id, std::move (node));
+}
+
+void Driver::linkAdded (std::uint32_t id, std::uint32_t outputNode, std::uint32_t inputNode)
+{
+    roster.addLink (id, outputNode, inputNode);
+}
+
+void Driver::profilerAdded (std::uint32_t id)
+{
+    profiler = id;
+
+    if (hasSettled)
+        say ("PipeWire's profiler is there");
+}
+
+void Driver::settled()
+{
+    hasSettled = true;
+
+    if (! profiler)
+        say ("PipeWire's profiler module is not loaded: there are no figures until it is");
+
+    for (const auto& name : options.devices)
+        if (! namesFound.contains (name))
+            say ("no device is called \"" + name + "\"");
+
+    if (devices.empty() && options.devices.empty())
+        say (options.servesAll ? "no device" : "no FireWire device; --all serves those on other buses");
 }
 
 void Driver::nodeStopped (std::uint32_t id)
 {
-    for (const auto& [key, interface] : interfaces)
-        interface->getFigures().nodeStopped (id, readNanoseconds());
+    for (const auto* interfaces : { &devices, &clients })
+        for (const auto& [number, interface] : *interfaces)
+            interface->getFigures().nodeStopped (id, readNanoseconds());
 }
 
 void Driver::removed (std::uint32_t id)
 {
-    unplug (id);
+    if (profiler == id)
+    {
+        profiler.reset();
+        say ("PipeWire's profiler has gone: there are no figures until it is back");
+    }
 
-    for (const auto& [key, interface] : interfaces)
-        interface->getFigures().nodeRemoved (id, readNanoseconds());
+    nodeStopped (id);
+    roster.remove (id, readNanoseconds());
+    accountant.forget (id);
+    processes.erase (id);
+    release (devicePrefix + std::to_string (id));
 
-    owners.erase (id);
-    kinds.erase (id);
-    filter.forget (id);
+    // A device is there as long as it says so, anything else as long as one of its nodes.
+    if (auto owner = owners.extract (id);
+        ! owner.empty() && ! owner.mapped().starts_with (devicePrefix)
+        && std::ranges::none_of (owners, [&] (const auto& other) { return other.second == owner.mapped(); }))
+        release (owner.mapped());
+}
+
+void Driver::release (const std::string& owner)
+{
+    if (const auto number = numbers.extract (owner))
+        unplug (number.mapped());
 }
 
 void Driver::profiled (std::span<const std::uint8_t> message)
 {
-    for (const auto& cycle : readProfile (message))
-        if (const auto newHardwareXruns = filter.take (cycle))
-            for (const auto& [key, interface] : interfaces)
-                interface->getFigures().add (cycle, *newHardwareXruns, kinds);
-
-    for (const auto& [key, interface] : interfaces)
-        interface->publish();
+    std::ranges::move (readProfile (message), std::back_inserter (cycles));
 }
 
 } // namespace PipeWire

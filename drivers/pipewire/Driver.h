@@ -4,12 +4,16 @@
 #include "drivers/pipewire/AudioInterface.h"
 #include "drivers/pipewire/Graph.h"
 #include "drivers/pipewire/Options.h"
+#include "drivers/pipewire/XrunJournal.h"
 
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace PipeWire
 {
@@ -39,8 +43,8 @@ public:
     */
     int serve();
 
-    /** Takes in what PipeWire has said. */
-    void listen() { graph.dispatch(); }
+    /** Takes in what PipeWire has said, and says on standard output which xruns there were. */
+    void listen();
 
     const Machine::Host& getHost() const { return host; }
     const Graph& getGraph() const { return graph; }
@@ -49,26 +53,48 @@ private:
     // This driver's own interface class, by which it knows its folders.
     static constexpr const char* folderSuffix = "#{a3c05d1e-6b47-4f0c-8d29-15e7f4b2c986}";
 
+    using Interfaces = std::map<std::uint32_t, std::unique_ptr<AudioInterface>>;
+
+    void clientAdded (std::uint32_t id, const Properties& properties) override;
     void deviceAdded (std::uint32_t id, const Properties& properties) override;
     void nodeAdded (std::uint32_t id, const Properties& properties) override;
+    void linkAdded (std::uint32_t id, std::uint32_t outputNode, std::uint32_t inputNode) override;
+    void profilerAdded (std::uint32_t id) override;
+    void settled() override;
     void nodeStopped (std::uint32_t id) override;
     void removed (std::uint32_t id) override;
     void profiled (std::span<const std::uint8_t> message) override;
 
-    bool isWanted (const Properties& properties, bool isHardwareOrNull) const;
-    void plugIn (std::uint32_t id, const Properties& properties);
-    void unplug (std::uint32_t id);
+    bool isWanted (const Properties& properties, bool isHardwareOrNull);
+    std::uint32_t getNumber (const std::string& owner);
+    bool plugIn (Interfaces& interfaces, AudioInterface::Description description, const std::string& name);
+    void plugInDevice (std::uint32_t number, const Properties& properties);
+    void plugInClients (const Account& account);
+    void unplug (std::uint32_t number);
     void unplugAll();
+    void release (const std::string& owner);
+    void measure (const Account& account);
+    void writeXruns (bool waits);
 
     Options options;
     std::string sysfs;
-    Machine::Host host;                                                  // goes after the interfaces in it
-    std::map<std::uint32_t, std::unique_ptr<AudioInterface>> interfaces; // by device, or by a node that has none
-    std::map<std::uint32_t, std::uint32_t> owners;                       // of sinks and sources: the keys above
-    NodeKinds kinds;
-    CycleFilter filter;
+    Machine::Host host; // goes after the interfaces in it
+
+    // Interfaces are known by numbers that are never used again; a node's or a device's comes before its interface.
+    std::uint32_t lastNumber = 0;
+    std::map<std::string, std::uint32_t> numbers; // by owner: a device, a group of nodes, or a node
+    std::map<std::uint32_t, std::string> owners;  // by node
+    Interfaces devices, clients;                  // by number
+
+    std::map<std::uint32_t, std::uint32_t> processes; // by client
+    std::vector<Cycle> cycles;                        // not accounted for yet
+    std::set<std::string> namesFound;                 // of those in the options
+    Roster roster;
+    Accountant accountant;
+    XrunJournal journal;
     Graph graph;
-    bool wasConnected = false;
+    std::optional<std::uint32_t> profiler;
+    bool wasConnected = false, isWaiting = false, hasSettled = false;
 };
 
 } // namespace PipeWire

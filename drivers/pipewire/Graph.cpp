@@ -1,5 +1,7 @@
 #include "drivers/pipewire/Graph.h"
 
+#include "drivers/pipewire/Sysfs.h"
+
 #include <pipewire/pipewire.h>
 
 // After it, on which they rely.
@@ -57,6 +59,12 @@ Properties readProperties (const spa_dict* dictionary)
             properties[item.key] = item.value;
 
     return properties;
+}
+
+std::string getProperty (const Properties& properties, const char* key)
+{
+    const auto found = properties.find (key);
+    return found == properties.end() ? std::string() : found->second;
 }
 
 void describeDevice (void* data, const pw_device_info* info)
@@ -166,7 +174,14 @@ public:
     bool connect()
     {
         disconnect();
-        core = pw_context_connect (context, pw_properties_new (PW_KEY_MEDIA_CATEGORY, "Manager", nullptr), 0);
+
+        // Newer PipeWires have a socket of its own for who wants to see everything.
+        for (const auto* name : { PW_DEFAULT_REMOTE "-manager", PW_DEFAULT_REMOTE })
+            if (core == nullptr)
+                core = pw_context_connect (
+                    context,
+                    pw_properties_new (PW_KEY_MEDIA_CATEGORY, "Manager", PW_KEY_REMOTE_NAME, name, nullptr),
+                    0);
 
         if (core == nullptr)
             return false;
@@ -180,6 +195,8 @@ public:
         else
             pw_registry_add_listener (registry, &registryHook, &registryEvents, this);
 
+        numRounds = 2;
+        pw_core_sync (core, PW_ID_CORE, 0);
         return ! isLost;
     }
 
@@ -205,48 +222,33 @@ private:
 
     void add (std::uint32_t id, std::string_view type, const Properties& properties)
     {
-        const auto classOf = properties.find (PW_KEY_MEDIA_CLASS);
-        const std::string_view mediaClass = classOf == properties.end() ? std::string_view() : classOf->second;
-
         if (type == PW_TYPE_INTERFACE_Profiler)
         {
-            if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Profiler, PW_VERSION_PROFILER); proxy != nullptr)
-                pw_profiler_add_listener (reinterpret_cast<pw_profiler*> (proxy->proxy),
-                                          &proxy->hook,
-                                          &profilerEvents,
-                                          proxy);
+            bind (id, PW_TYPE_INTERFACE_Profiler, PW_VERSION_PROFILER, &profilerEvents);
+            listener.profilerAdded (id);
         }
-        else if (type == PW_TYPE_INTERFACE_Device && mediaClass == "Audio/Device")
-        {
-            if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE); proxy != nullptr)
-                pw_device_add_listener (reinterpret_cast<pw_device*> (proxy->proxy),
-                                        &proxy->hook,
-                                        &deviceEvents,
-                                        proxy);
-        }
-        else if (type == PW_TYPE_INTERFACE_Node && mediaClass.starts_with ("Audio/"))
-        {
-            if (auto* proxy = bind (id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE); proxy != nullptr)
-                pw_node_add_listener (reinterpret_cast<pw_node*> (proxy->proxy), &proxy->hook, &nodeEvents, proxy);
-        }
+        else if (type == PW_TYPE_INTERFACE_Device && getProperty (properties, PW_KEY_MEDIA_CLASS) == "Audio/Device")
+            bind (id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE, &deviceEvents);
         else if (type == PW_TYPE_INTERFACE_Node)
-        {
-            // A client's: what the registry tells of it is enough.
-            listener.nodeAdded (id, properties);
-        }
+            bind (id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &nodeEvents);
+        else if (type == PW_TYPE_INTERFACE_Client)
+            listener.clientAdded (id, properties);
+        else if (type == PW_TYPE_INTERFACE_Link)
+            listener.linkAdded (id,
+                                parseId (getProperty (properties, PW_KEY_LINK_OUTPUT_NODE)),
+                                parseId (getProperty (properties, PW_KEY_LINK_INPUT_NODE)));
     }
 
-    /* Null when there is no memory for it. */
-    Proxy* bind (std::uint32_t id, const char* type, std::uint32_t version)
+    void bind (std::uint32_t id, const char* type, std::uint32_t version, const void* events)
     {
         auto* bound = static_cast<pw_proxy*> (pw_registry_bind (registry, id, type, version, 0));
 
         if (bound == nullptr)
-            return nullptr;
+            return;
 
         auto& proxy = proxies[id];
         proxy = std::make_unique<Proxy> (listener, id, bound);
-        return proxy.get();
+        pw_proxy_add_object_listener (bound, &proxy->hook, events, proxy.get());
     }
 
     static void noteGlobal (void* data,
@@ -266,6 +268,20 @@ private:
         connection.listener.removed (id);
     }
 
+    /* What is asked for while the objects are told is told after them, so there is a second round. */
+    static void noteDone (void* data, std::uint32_t id, int)
+    {
+        auto& connection = *static_cast<Connection*> (data);
+
+        if (id != PW_ID_CORE || connection.numRounds == 0)
+            return;
+
+        if (--connection.numRounds > 0)
+            pw_core_sync (connection.core, PW_ID_CORE, 0);
+        else
+            connection.listener.settled();
+    }
+
     static void noteError (void* data, std::uint32_t id, int, int result, const char*)
     {
         if (id == PW_ID_CORE && result == -EPIPE)
@@ -276,6 +292,7 @@ private:
     {
         pw_core_events events {};
         events.version = PW_VERSION_CORE_EVENTS;
+        events.done = noteDone;
         events.error = noteError;
         return events;
     }();
@@ -296,6 +313,7 @@ private:
     pw_registry* registry = nullptr;
     spa_hook coreHook {}, registryHook {};
     std::map<std::uint32_t, std::unique_ptr<Proxy>> proxies;
+    int numRounds = 0; // until all objects have been told
     bool isComplete = true;
     bool isLost = false;
 };

@@ -18,11 +18,17 @@ class GraphListener
 public:
     virtual ~GraphListener() = default;
 
-    /** An object is there: a device, a device's sink or source, or a client's stream. Called once for each. */
+    /** An object is there: called once for each. */
+    virtual void clientAdded (std::uint32_t id, const Properties& properties) = 0;
     virtual void deviceAdded (std::uint32_t id, const Properties& properties) = 0;
     virtual void nodeAdded (std::uint32_t id, const Properties& properties) = 0;
+    virtual void linkAdded (std::uint32_t id, std::uint32_t outputNode, std::uint32_t inputNode) = 0;
+    virtual void profilerAdded (std::uint32_t id) = 0;
 
-    /** A sink or source does not run any more. */
+    /** All that was there when the connection was made has been told. */
+    virtual void settled() = 0;
+
+    /** A node does not run any more. */
     virtual void nodeStopped (std::uint32_t id) = 0;
 
     /** Any object has gone, known to the listener or not. */

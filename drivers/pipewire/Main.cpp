@@ -1,6 +1,7 @@
 #include "drivers/machine/ServingLoop.h"
 #include "drivers/pipewire/Driver.h"
 
+#include <chrono>
 #include <cstdio>
 
 int main (int numArguments, char** arguments)
@@ -39,7 +40,10 @@ int main (int numArguments, char** arguments)
     };
 
     loop.add (driver.getHost().getDescriptor(), [] { return true; });
-    loop.add (driver.getGraph().getDescriptor(), listen);
+
+    // Newer PipeWires tell of each cycle as it comes: nobody looks ten times a second, or needs to know sooner.
+    constexpr std::chrono::milliseconds rest { 100 };
+    loop.add (driver.getGraph().getDescriptor(), listen, rest);
     loop.run ([&driver] { return driver.serve(); });
     return 0;
 }

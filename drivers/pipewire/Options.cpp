@@ -7,11 +7,11 @@ namespace PipeWire
 
 std::string parseOptions (int numArguments, char* const* arguments, Options& options)
 {
-    const option known[] = { { "all", no_argument, nullptr, 'a' },
-                             { "device", required_argument, nullptr, 'd' },
-                             { "machine", required_argument, nullptr, 'm' },
-                             { "help", no_argument, nullptr, 'h' },
-                             { nullptr, 0, nullptr, 0 } };
+    const option known[] = {
+        { "all", no_argument, nullptr, 'a' },          { "clients", no_argument, nullptr, 'c' },
+        { "device", required_argument, nullptr, 'd' }, { "machine", required_argument, nullptr, 'm' },
+        { "help", no_argument, nullptr, 'h' },         { nullptr, 0, nullptr, 0 }
+    };
     opterr = 0;
     optind = 0; // starts over, so that a process can read more than one command line
 
@@ -24,6 +24,10 @@ std::string parseOptions (int numArguments, char* const* arguments, Options& opt
 
             case 'a':
                 options.servesAll = true;
+                break;
+
+            case 'c':
+                options.servesClients = true;
                 break;
 
             case 'd':
@@ -59,6 +63,7 @@ std::string getHelpText()
            "at.\n"
            "\n"
            "  --all              every hardware or null device, not only those on a FireWire bus\n"
+           "  --clients          besides the devices, every client that works for one of them, with what it misses\n"
            "  --device NAME      the device of this name, whatever it is, and no others but those named like this;\n"
            "                     its device.name, device.description, node.name or node.description\n"
            "  --machine DIR      the machine folder (default: $QUENDEL_MACHINE, else\n"

@@ -12,6 +12,7 @@ struct Options
     std::string machine;              /**< Path of the machine folder; empty: the usual one. */
     std::vector<std::string> devices; /**< Names of the devices to serve; empty: by their kind. */
     bool servesAll = false;           /**< Every hardware or null device; else those on a FireWire bus. */
+    bool servesClients = false;       /**< Besides, every client that works for one of them. */
     bool wantsHelp = false;
 };
 

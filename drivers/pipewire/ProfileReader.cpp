@@ -1,218 +1,205 @@
 #include "drivers/pipewire/ProfileReader.h"
 
 #include <spa/param/profiler.h>
-#include <spa/utils/type.h>
+#include <spa/pod/iter.h>
+#include <spa/pod/parser.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
-#include <optional>
-#include <type_traits>
 
 namespace PipeWire
 {
 
 namespace
 {
-using Bytes = std::span<const std::uint8_t>;
-
 /** State of a node that has finished; those above it take no part. */
 constexpr std::int32_t finishedState = 3;
 
-// Times further away than this (146 years) are not times; the others can be subtracted from each other.
-constexpr auto maximumTime = std::numeric_limits<std::int64_t>::max() / 2;
+// Of newer profilers: the clock of the follower that was told of last.
+constexpr std::uint32_t followerClock = SPA_PROFILER_followerBlock + 1;
 
-/** One value, its type and its bytes. */
-struct Pod
+/* A time in nanoseconds; 0 when it is none. What is further away than 146 years is none: the others can be subtracted
+   from each other. */
+std::int64_t checkTime (std::int64_t time)
 {
-    std::uint32_t type = SPA_TYPE_None;
-    Bytes body;
-};
-
-template <typename Number>
-std::optional<Number> readNumber (Bytes bytes)
-{
-    static_assert (std::is_trivially_copyable_v<Number>);
-    Number number;
-
-    if (bytes.size() < sizeof (number))
-        return std::nullopt;
-
-    std::memcpy (&number, bytes.data(), sizeof (number));
-    return number;
+    return time > 0 && time < std::numeric_limits<std::int64_t>::max() / 2 ? time : 0;
 }
 
-/** Takes pods, one after the other, from bytes that may be anything. */
-class PodReader
+/* Negative for playback; the smallest number has no positive one. */
+std::uint64_t checkDelay (std::int64_t delay)
+{
+    return delay < 0 ? 0 - static_cast<std::uint64_t> (delay) : static_cast<std::uint64_t> (delay);
+}
+
+/** Reads the values of a struct, one after the other, for as long as they are what they should be. */
+class StructReader
 {
 public:
-    explicit PodReader (Bytes newBytes) : bytes (newBytes) {}
-
-    /** The next pod; one of no type at the end, and from the first on that is not whole. */
-    Pod next()
+    explicit StructReader (const spa_pod& pod)
     {
-        constexpr std::size_t headerSize = 8;
-        const auto size = readNumber<std::uint32_t> (bytes);
-        const auto type = readNumber<std::uint32_t> (bytes.size() < headerSize ? Bytes() : bytes.subspan (4));
-
-        if (! size || ! type || *size > bytes.size() - headerSize)
-        {
-            bytes = {};
-            return {};
-        }
-
-        const Pod pod { *type, bytes.subspan (headerSize, *size) };
-        skip (headerSize + (std::size_t { *size } + 7) / 8 * 8);
-        return pod;
+        spa_pod_parser_pod (&parser, &pod);
+        isGood = spa_pod_parser_push_struct (&parser, &frame) >= 0;
     }
 
-    /** The number that comes next; nothing when it is not of the type that it should be. */
-    template <typename Number>
-    std::optional<Number> next (std::uint32_t type)
+    bool read (std::int32_t& number) { return note (isGood ? spa_pod_parser_get_int (&parser, &number) : -1); }
+    bool read (std::int64_t& number) { return note (isGood ? spa_pod_parser_get_long (&parser, &number) : -1); }
+    bool read (double& number) { return note (isGood ? spa_pod_parser_get_double (&parser, &number) : -1); }
+    bool read (spa_fraction& value) { return note (isGood ? spa_pod_parser_get_fraction (&parser, &value) : -1); }
+    bool read (bool& value) { return note (isGood ? spa_pod_parser_get_bool (&parser, &value) : -1); }
+
+    /** Passes over values of any type. */
+    bool skip (int numValues = 1)
     {
-        const auto pod = next();
-        return pod.type == type ? readNumber<Number> (pod.body) : std::nullopt;
+        while (isGood && --numValues >= 0)
+            isGood = spa_pod_parser_next (&parser) != nullptr;
+
+        return isGood;
     }
-
-    std::optional<std::int32_t> nextInt() { return next<std::int32_t> (SPA_TYPE_Int); }
-    std::optional<std::int64_t> nextLong() { return next<std::int64_t> (SPA_TYPE_Long); }
-
-    /** A time in nanoseconds; 0 when it is none. */
-    std::int64_t nextTime()
-    {
-        const auto time = nextLong().value_or (0);
-        return time > 0 && time < maximumTime ? time : 0;
-    }
-
-    void skip (std::size_t size) { bytes = bytes.subspan (std::min (size, bytes.size())); }
-    Bytes rest() const { return bytes; }
 
 private:
-    Bytes bytes;
+    bool note (int result) { return isGood = result >= 0; }
+
+    spa_pod_parser parser {};
+    spa_pod_frame frame {};
+    bool isGood;
 };
 
-std::optional<NodeCycle> readNode (Bytes body)
+std::optional<NodeCycle> readNode (const spa_pod& pod)
 {
-    PodReader fields (body);
+    StructReader values (pod);
     NodeCycle node;
-    const auto id = fields.nextInt();
-    fields.next(); // its name
-    node.previousSignal = fields.nextTime();
-    node.signal = fields.nextTime();
-    node.awake = fields.nextTime();
-    node.finish = fields.nextTime();
-    const auto state = fields.nextInt();
+    std::int32_t id = 0, state = 0, xruns = 0;
+    auto isAsynchronous = false;
 
-    if (! id || ! state)
+    if (! values.read (id) || ! values.skip()) // its name
         return std::nullopt;
 
-    node.id = static_cast<std::uint32_t> (*id);
-    node.isFinished = *state >= finishedState;
+    for (auto* time : { &node.previousSignal, &node.signal, &node.awake, &node.finish })
+    {
+        if (! values.read (*time))
+            return std::nullopt;
+
+        *time = checkTime (*time);
+    }
+
+    if (! values.read (state) || state > finishedState)
+        return std::nullopt;
+
+    node.id = static_cast<std::uint32_t> (id);
+    node.isFinished = state == finishedState;
+
+    // A latency comes between.
+    if (values.skip() && values.read (xruns))
+        node.xruns = static_cast<std::uint32_t> (xruns);
+
+    if (values.read (isAsynchronous))
+        node.isAsynchronous = isAsynchronous;
+
     return node;
 }
 
-void readInfo (Bytes body, Cycle& cycle)
+void readInfo (const spa_pod& pod, Cycle& cycle)
 {
-    PodReader fields (body);
+    StructReader values (pod);
+    std::int32_t xruns = 0;
 
-    for (int i = 0; i < 4; ++i)
-        fields.next(); // a counter, and loads
-
-    cycle.hardwareXruns = static_cast<std::uint32_t> (fields.nextInt().value_or (0));
+    if (values.skip (4) && values.read (xruns)) // a counter, and loads
+        cycle.xruns = static_cast<std::uint32_t> (xruns);
 }
 
-bool readClock (Bytes body, Cycle& cycle)
+bool readClock (const spa_pod& pod, Cycle& cycle)
 {
-    struct Fraction
-    {
-        std::uint32_t numerator, denominator;
-    };
+    StructReader values (pod);
+    spa_fraction rate {};
+    std::int64_t position = 0, duration = 0, delay = 0;
+    double difference = 1;
 
-    PodReader fields (body);
-
-    for (int i = 0; i < 4; ++i)
-        fields.next(); // flags, id, name, time
-
-    const auto rate = fields.next<Fraction> (SPA_TYPE_Fraction);
-    const auto position = fields.nextLong();
-    const auto duration = fields.nextLong();
-    const auto delay = fields.nextLong();
-    const auto difference = fields.next<double> (SPA_TYPE_Double);
-
-    if (! rate || ! position || ! duration || ! delay || ! difference)
+    // Flags, a number and a name come first.
+    if (! values.skip (3) || ! values.read (cycle.clockTime) || ! values.read (rate) || ! values.read (position)
+        || ! values.read (duration) || ! values.read (delay) || ! values.read (difference))
         return false;
 
-    cycle.rate = rate->numerator == 1 ? rate->denominator : 0;
-    cycle.position = static_cast<std::uint64_t> (*position);
-    cycle.duration = *duration > 0 && *duration <= INT32_MAX ? static_cast<std::uint32_t> (*duration) : 0;
-    // Negative for playback; the smallest number has no positive one.
-    cycle.delay = *delay < 0 ? 0 - static_cast<std::uint64_t> (*delay) : static_cast<std::uint64_t> (*delay);
-    cycle.rateDifference = std::isfinite (*difference) ? *difference : 1;
+    cycle.clockTime = checkTime (cycle.clockTime);
+    cycle.rate = rate.num == 1 ? rate.denom : 0;
+    cycle.position = static_cast<std::uint64_t> (position);
+    cycle.duration = duration > 0 && duration <= INT32_MAX ? static_cast<std::uint32_t> (duration) : 0;
+    cycle.delay = checkDelay (delay);
+    cycle.rateDifference = std::isfinite (difference) ? difference : 1;
     return true;
 }
 
-std::optional<Cycle> readCycle (Bytes object)
+void readFollowerClock (const spa_pod& pod, NodeCycle& follower)
 {
-    constexpr std::size_t objectHeaderSize = 8;   // type and id
-    constexpr std::size_t propertyHeaderSize = 8; // key and flags
+    StructReader values (pod);
+    std::int64_t delay = 0;
 
-    PodReader properties (object);
-    properties.skip (objectHeaderSize);
+    if (values.skip (6) && values.read (delay)) // as in readClock(), without the flags
+        follower.delay = checkDelay (delay);
+}
 
+std::optional<Cycle> readCycle (const spa_pod_object& object)
+{
+    constexpr std::size_t usualNumber = 8; // of followers
     Cycle cycle;
+    cycle.followers.reserve (usualNumber);
     auto hasClock = false;
-    auto hasDriver = false;
+    auto wasFollowerRead = false;
+    const spa_pod_prop* property = nullptr;
 
-    while (properties.rest().size() > propertyHeaderSize)
+    SPA_POD_OBJECT_FOREACH (&object, property)
     {
-        const auto key = readNumber<std::uint32_t> (properties.rest()).value_or (0);
-        properties.skip (propertyHeaderSize);
-        const auto value = properties.next();
+        const auto& value = property->value;
 
-        if (value.type != SPA_TYPE_Struct)
-            continue;
+        switch (property->key)
+        {
+            case SPA_PROFILER_info:
+                readInfo (value, cycle);
+                break;
 
-        if (key == SPA_PROFILER_info)
-            readInfo (value.body, cycle);
-        else if (key == SPA_PROFILER_clock)
-            hasClock = readClock (value.body, cycle);
-        else if (key == SPA_PROFILER_driverBlock)
-        {
-            const auto driver = readNode (value.body);
-            cycle.driver = driver.value_or (NodeCycle());
-            hasDriver = driver && driver->signal > 0;
-        }
-        else if (key == SPA_PROFILER_followerBlock)
-        {
-            if (const auto follower = readNode (value.body))
-                cycle.followers.push_back (*follower);
+            case SPA_PROFILER_clock:
+                hasClock = readClock (value, cycle);
+                break;
+
+            case SPA_PROFILER_driverBlock:
+                cycle.driver = readNode (value).value_or (NodeCycle());
+                break;
+
+            case SPA_PROFILER_followerBlock:
+                if (const auto follower = readNode (value); (wasFollowerRead = follower.has_value()))
+                    cycle.followers.push_back (*follower);
+
+                break;
+
+            case followerClock:
+                if (wasFollowerRead)
+                    readFollowerClock (value, cycle.followers.back());
+
+                break;
+
+            default:
+                break;
         }
     }
 
-    return hasClock && hasDriver ? std::optional (cycle) : std::nullopt;
+    return hasClock && cycle.driver.signal > 0 ? std::optional (std::move (cycle)) : std::nullopt;
 }
 } // namespace
 
 std::vector<Cycle> readProfile (std::span<const std::uint8_t> message)
 {
     std::vector<Cycle> cycles;
-    const auto outer = PodReader (message).next();
+    const auto* pod = reinterpret_cast<const spa_pod*> (message.data());
 
-    if (outer.type != SPA_TYPE_Struct)
+    if (message.size() < sizeof (spa_pod) || SPA_POD_SIZE (pod) > message.size() || ! spa_pod_is_struct (pod))
         return cycles;
 
-    PodReader objects (outer.body);
+    const auto* body = SPA_POD_BODY_CONST (pod);
+    const auto* object = static_cast<const spa_pod*> (body);
 
-    for (auto pod = objects.next(); pod.type != SPA_TYPE_None; pod = objects.next())
-    {
-        if (pod.type != SPA_TYPE_Object
-            || readNumber<std::uint32_t> (pod.body) != std::uint32_t { SPA_TYPE_OBJECT_Profiler })
-            continue;
-
-        if (auto cycle = readCycle (pod.body))
-            cycles.push_back (std::move (*cycle));
-    }
+    for (; spa_pod_is_inside (body, pod->size, object); object = static_cast<const spa_pod*> (spa_pod_next (object)))
+        if (spa_pod_is_object_type (object, SPA_TYPE_OBJECT_Profiler))
+            if (auto cycle = readCycle (*reinterpret_cast<const spa_pod_object*> (object)))
+                cycles.push_back (std::move (*cycle));
 
     return cycles;
 }

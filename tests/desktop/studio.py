@@ -3,10 +3,12 @@
 import itertools
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
 import struct
+import subprocess
 import tempfile
 import wave
 
@@ -60,6 +62,9 @@ class Interface:
         average, longest = struct.unpack_from('<2q', block)
         return struct.unpack_from('<i', block, 124)[0], average / TICKS, longest / TICKS
 
+    def has_offset(self):
+        return struct.unpack_from('<2q', os.pread(self.section, 156, 0), 0x8C) != (-1 << 63, (1 << 63) - 1)
+
     def events(self):
         """The log: time in seconds, type and parameter of each."""
         entries = (struct.unpack_from('<2q2I', self._command(19, index)[0], 12) for index in range(16384))
@@ -106,8 +111,8 @@ class Studio:
         assert program.wait_for_exit() == 0, program.read_errors()
 
     # ------------------------------------------------------------------------------------------------------------
-    def start_pipewire(self):
-        self.server = self.start('pipewire')
+    def start_pipewire(self, *options):
+        self.server = self.start('pipewire', *options)
         wait_until('PipeWire listens', (self.runtime / 'pipewire-0').exists)
         self.manager = self.start('env', f'DBUS_SESSION_BUS_ADDRESS=unix:path={self.bus}', 'wireplumber')
 
@@ -116,20 +121,43 @@ class Studio:
             program.process.send_signal(signal.SIGTERM)
             program.wait_for_exit()
 
-    def make_sink(self, name):
+    def make_sink(self, name, properties='media.class=Audio/Sink'):
+        """A null device, or one of its nodes."""
         self.run('pw-cli', 'create-node', 'adapter',
-                 '{ factory.name=support.null-audio-sink media.class=Audio/Sink object.linger=true '
-                 f'audio.position=[FL FR] node.name={name} node.description="{name} (null)" }}')
+                 '{ factory.name=support.null-audio-sink object.linger=true audio.position=[FL FR] '
+                 f'node.name={name} node.description="{name} (null)" {properties} }}')
+
+    def make_firewire(self):
+        """A FireWire device "Fake" whose source drives and whose sink follows, as the session manager has it."""
+        device = self.start(self.build / 'tests/desktop/fake-device', stdout=subprocess.PIPE)
+        mine = f'node.group=fake device.id={int(device.process.stdout.readline())}'
+        self.make_sink('Fake-In', f'media.class=Audio/Source/Virtual priority.driver=3000 {mine}')
+        self.make_sink('Fake-Out', f'media.class=Audio/Sink priority.driver=2000 {mine}')
 
     def play(self, sink):
         self.player = self.start('pw-cat', '-p', '--target', sink, pathlib.Path(self.folder.name) / 'silence.wav')
+
+    def record(self, source):
+        self.recorder = self.start('pw-cat', '-r', '--target', source, pathlib.Path(self.folder.name) / 'recorded.wav')
 
     def set(self, key, value):
         self.run('pw-metadata', '-n', 'settings', '0', f'clock.force-{key}', str(value))
 
     def measure(self, *options):
-        self.driver = self.start(self.build / 'drivers/pipewire/quendel-pipewire', *(options or ['--all']))
+        self.journal = pathlib.Path(self.folder.name) / 'journal'
+
+        with open(self.journal, 'w') as journal:
+            self.driver = self.start(self.build / 'drivers/pipewire/quendel-pipewire', *options, stdout=journal)
+
         wait_until('quendel-pipewire serves', (self.machine / 'interfaces').exists)
+
+    def xruns(self):
+        """Side and process of each client that was late so far."""
+        return re.findall(r' Fake FireWire: (\w+), .* \(process (\d+)\) was (?:more than )?[0-9.]+ ms late\n',
+                          self.journal.read_text())
+
+    def wait_for_words(self, words):
+        wait_until(f'quendel-pipewire says "{words}"', lambda: words in self.driver.read_errors())
 
     # ------------------------------------------------------------------------------------------------------------
     def wait_for_names(self, *names):

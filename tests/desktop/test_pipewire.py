@@ -1,6 +1,7 @@
 """quendel-pipewire with a real PipeWire, and the built program beside it."""
 
 import os
+import pathlib
 import re
 import signal
 import time
@@ -25,7 +26,7 @@ def studio(request):
 def playing(studio):
     """With a sink that is played to, and measured."""
     studio.make_sink('Main')
-    studio.measure()
+    studio.measure('--all')
     studio.wait_for_names('Main')
     studio.play('Main')
     studio.main = studio.open('Main')
@@ -76,22 +77,55 @@ def test_every_cycle_is_that_of_pw_profiler(playing):
     assert longest >= max(logged) / 1e6 - 1e-6
 
 
-def stall(playing):
-    """Makes the player keep PipeWire waiting, and returns the underruns afterwards; a busy machine can have made some before."""
+def stall(client, has_shown):
+    """Makes a client keep PipeWire waiting until that has shown."""
+    client.process.send_signal(signal.SIGSTOP)
+    wait_until('an xrun', has_shown)
+    client.process.send_signal(signal.SIGCONT)
+
+
+def stall_player(playing):
+    """Returns the underruns afterwards; a busy machine can have made some before."""
     before = playing.main.counters()[1]
-    playing.player.process.send_signal(signal.SIGSTOP)
-    wait_until('an underrun', lambda: playing.main.counters()[1] > before)
-    playing.player.process.send_signal(signal.SIGCONT)
+    stall(playing.player, lambda: playing.main.counters()[1] > before)
     return playing.main.counters()[1]
 
 
 def test_a_client_that_stalls_makes_an_xrun(playing):
     start = time.monotonic()
-    underruns = stall(playing)
+    underruns = stall_player(playing)
     xruns = [(when, number) for when, kind, number in playing.main.events() if kind == DEBUG_COUNTS]
     assert [number for _, number in xruns][:underruns] == list(range(1, underruns + 1))
     assert any(start < when < time.monotonic() for when, _ in xruns)
     assert playing.main.counters()[0] == 0
+
+
+def test_late_clients_of_a_firewire_device_are_named_and_charged_to_their_side(studio):
+    studio.make_firewire()
+    studio.make_sink('Other')
+    studio.measure('--clients')
+    studio.wait_for_names('Fake')
+    studio.play('Fake-Out')
+    studio.record('Fake-In')
+    studio.wait_for_names('Fake', *('client' for _ in range(2)))
+    fake = studio.open('Fake')
+    player, recorder = ('underrun', str(studio.player.pid)), ('overflow', str(studio.recorder.pid))
+
+    # While the player is stopped the sink, which follows, is not triggered once.
+    underruns, overflows = fake.counters()[1], fake.counters()[0]
+    stall(studio.player, lambda: fake.counters()[1] > underruns + 20)
+    stall(studio.recorder, lambda: fake.counters()[0] > overflows + 20)
+    wait_until('the clients are named', lambda: min(map(studio.xruns().count, (player, recorder))) > 20)
+
+    # A busy machine can make more of them, but never on another side.
+    assert set(studio.xruns()) == {player, recorder}
+    clients = [studio.open(f'client#pw-cat_({process})').counters() for _, process in (player, recorder)]
+    assert all(overflows == 0 and underruns > 20 for overflows, underruns, *_ in clients)
+
+    # Source and sink begin at once.
+    count = fake.playback()[0]
+    wait_until('cycles', lambda: fake.playback()[0] > count + 20)
+    assert not fake.has_offset()
 
 
 def test_quantum_and_rate_are_followed(playing):
@@ -124,19 +158,36 @@ def test_devices_and_pipewire_come_and_go(playing):
 
 
 def test_only_what_is_asked_for_is_served(studio):
-    studio.make_sink('Main')
+    studio.make_sink('Main', 'media.class=Audio/Sink node.group=both')
     studio.make_sink('Other')
     studio.measure('--device', 'Other (null)')
     studio.wait_for_names('Other')
     studio.driver.interrupt()
 
     # None of them is on a FireWire bus; that nothing comes shows when all else has.
-    studio.measure('--device', 'Main', '--device', 'nobody')
-    studio.wait_for_names('Main')
+    studio.measure('--device', 'Main', '--device', 'Main2', '--device', 'nobody')
+    studio.wait_for_words('no device is called "nobody"')
+    studio.make_sink('Main2', 'media.class=Audio/Source/Virtual node.group=both')
+    studio.make_sink('Main3')
+    studio.wait_for_names('both')
+    studio.driver.interrupt()
+    studio.measure()
+    studio.wait_for_words('no FireWire device')
+
+
+def test_what_is_missing_is_said(studio):
+    studio.stop_pipewire()
+    studio.measure()
+    studio.wait_for_words('waiting for PipeWire')
+    configuration = pathlib.Path('/usr/share/pipewire/pipewire.conf').read_text()
+    mine = studio.home / 'pipewire.conf'
+    mine.write_text(re.sub(r'.*libpipewire-module-profiler.*', '', configuration))
+    studio.start_pipewire('-c', mine)
+    studio.wait_for_words('profiler module is not loaded')
 
 
 def test_the_program_shows_and_reports_it(playing):
-    underruns = stall(playing)
+    underruns = stall_player(playing)
     documents = playing.home / 'Documents'
     desk = Desk(True)
 

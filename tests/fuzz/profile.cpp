@@ -1,25 +1,32 @@
 // What PipeWire's profiler sends: any bytes, and any cycles that can be read from them.
 
-#include "drivers/pipewire/DeviceFigures.h"
 #include "drivers/pipewire/ProfileReader.h"
+#include "drivers/pipewire/XrunJournal.h"
 #include "tests/fuzz/Fuzz.h"
+
+#include <span>
 
 using namespace PipeWire;
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
-    constexpr std::uint32_t numNodes = 4;
-    DeviceFigures figures;
-    CycleFilter filter;
-    NodeKinds kinds;
+    constexpr std::uint32_t numNodes = 8;
+    DeviceFigures device (1), client (2);
+    Roster roster;
+    Accountant accountant;
+    XrunJournal journal;
 
     for (std::uint32_t id = 0; id < numNodes; ++id)
     {
-        kinds[id] = static_cast<NodeKind> (id);
-        figures.addNode (id);
+        roster.addNode (id, { static_cast<NodeKind> (id % 4), id % 3, "", 0 });
+        roster.addLink (100 + id, id, (id + 3) % numNodes);
     }
 
-    for (auto& cycle : readProfile ({ data, size }))
+    // PipeWire's own buffers are aligned.
+    std::vector<std::uint64_t> message ((size + 7) / 8);
+    std::ranges::copy (std::span (data, size), reinterpret_cast<std::uint8_t*> (message.data()));
+
+    for (auto& cycle : readProfile ({ reinterpret_cast<const std::uint8_t*> (message.data()), size }))
     {
         // Few ids, so that cycles meet.
         cycle.driver.id %= numNodes;
@@ -27,12 +34,25 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
         for (auto& follower : cycle.followers)
             follower.id %= 2 * numNodes;
 
-        if (const auto xruns = filter.take (cycle))
-            figures.add (cycle, *xruns, kinds);
+        if (const auto account = accountant.take (cycle, roster))
+        {
+            journal.follow (*account);
+            client.add (*account, roster);
+
+            if (const auto xruns = device.add (*account, roster))
+                for (const auto& xrun : *xruns)
+                    journal.add ("", xrun);
+        }
     }
 
-    const auto statistics = figures.getStatistics();
-    require (statistics.wakeupAverage >= 0 && statistics.hostAverage >= 0, "nothing ends before it begins");
-    require (figures.getCounters().fifoLevel <= 1024, "no more than full");
+    journal.take (0, 0, false);
+
+    for (const auto* figures : { &device, &client })
+    {
+        const auto statistics = figures->getStatistics();
+        require (statistics.wakeupAverage >= 0 && statistics.hostAverage >= 0, "nothing ends before it begins");
+        require (figures->getCounters().fifoLevel <= 1024, "no more than full");
+    }
+
     return 0;
 }

@@ -1,0 +1,97 @@
+#include "drivers/pipewire/Account.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace PipeWire
+{
+
+namespace
+{
+/* Nobody's, or nobody's that we know. */
+const Node& findNode (const Roster& roster, std::uint32_t id, std::int64_t time)
+{
+    static const Node unknown;
+    const auto* node = roster.find (id, time);
+    return node == nullptr ? unknown : *node;
+}
+} // namespace
+
+std::optional<Account> Accountant::take (const Cycle& cycle, const Roster& roster)
+{
+    // One that is late is reported when it should have finished, and again when it has.
+    auto& lastSignal = signals[cycle.driver.id];
+
+    if (cycle.driver.signal <= lastSignal)
+        return std::nullopt;
+
+    lastSignal = cycle.driver.signal;
+    Account account;
+    account.cycle = &cycle;
+    account.isLate = cycle.clockTime > cycle.driver.signal;
+    account.driver.cycle = &cycle.driver;
+    account.driver.node = &findNode (roster, cycle.driver.id, cycle.driver.signal);
+    account.driver.begin = account.driver.signal = cycle.driver.signal;
+    account.driver.finish = cycle.driver.finish;
+    const auto newXruns = countNewXruns (cycle.driver.id, cycle.xruns);
+    account.driver.newXruns = newXruns;
+
+    account.followers.reserve (cycle.followers.size());
+
+    for (const auto& follower : cycle.followers)
+    {
+        auto& part = account.followers.emplace_back (describe (follower, cycle, account.isLate));
+        part.node = &findNode (roster, follower.id, cycle.driver.signal);
+
+        // Older ones tell of a driver only, which counts those of its followers as well: nobody knows whose they are.
+        part.newXruns = follower.xruns ? countNewXruns (follower.id, *follower.xruns) : newXruns;
+    }
+
+    return account;
+}
+
+Part Accountant::describe (const NodeCycle& follower, const Cycle& cycle, bool isLate)
+{
+    const auto& driver = cycle.driver;
+
+    // What works asynchronously, as clients of newer PipeWires do, has until the next signal for what it was signalled
+    // to do: that is told of with the next cycle.
+    const auto isAsynchronous =
+        follower.isAsynchronous.value_or (follower.signal < driver.signal && follower.signal == driver.previousSignal);
+    const auto begin = isAsynchronous ? driver.previousSignal : driver.signal;
+    Part part;
+    part.cycle = &follower;
+
+    if (follower.signal == 0 || follower.signal < begin)
+        return part;
+
+    part.begin = begin;
+    part.signal = follower.signal;
+
+    // What is before its signal it did in an earlier cycle.
+    if (follower.awake >= follower.signal)
+        part.awake = follower.awake;
+
+    if (part.awake > 0 && follower.finish >= follower.awake && (follower.isFinished || isAsynchronous))
+        part.finish = follower.finish;
+
+    if (isAsynchronous ? part.finish == 0 : isLate && ! follower.isFinished)
+        part.missedBy = isAsynchronous ? driver.signal : std::max (driver.finish, driver.signal);
+
+    return part;
+}
+
+std::uint32_t Accountant::countNewXruns (std::uint32_t id, std::uint32_t newCount)
+{
+    const auto [position, isNew] = xruns.try_emplace (id, newCount);
+    const auto before = std::exchange (position->second, newCount);
+    return newCount > before ? newCount - before : 0;
+}
+
+void Accountant::forget (std::uint32_t id)
+{
+    signals.erase (id);
+    xruns.erase (id);
+}
+
+} // namespace PipeWire

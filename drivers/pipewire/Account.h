@@ -1,0 +1,52 @@
+#pragma once
+
+#include "drivers/pipewire/Cycle.h"
+#include "drivers/pipewire/Roster.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace PipeWire
+{
+
+/** What one node did in one cycle; times in nanoseconds, 0 for what it has not done. */
+struct Part
+{
+    const NodeCycle* cycle = nullptr; /**< What was told of it. */
+    const Node* node = nullptr;       /**< Never null. */
+    std::int64_t begin = 0;           /**< The driver's signal for what it was signalled to do; 0: it was not. */
+    std::int64_t signal = 0, awake = 0, finish = 0;
+    std::int64_t missedBy = 0;  /**< When the next cycle began without it. */
+    std::uint32_t newXruns = 0; /**< That the node has told of. */
+};
+
+/** A cycle, and who did what in it. Valid as long as the cycle, and until the roster changes. */
+struct Account
+{
+    const Cycle* cycle = nullptr;
+    bool isLate = false; /**< The next cycle began before this one had ended: the clock is that one's. */
+    Part driver;
+    std::vector<Part> followers;
+};
+
+/** Makes accounts, one for each cycle. Used by one thread at a time. */
+class Accountant
+{
+public:
+    /** @returns nothing when this cycle has been reported before */
+    std::optional<Account> take (const Cycle& cycle, const Roster& roster);
+
+    /** A node has gone; another one may get its id. */
+    void forget (std::uint32_t id);
+
+private:
+    std::uint32_t countNewXruns (std::uint32_t id, std::uint32_t xruns);
+    Part describe (const NodeCycle& follower, const Cycle& cycle, bool isLate);
+
+    std::map<std::uint32_t, std::int64_t> signals; // the last ones, by driver
+    std::map<std::uint32_t, std::uint32_t> xruns;  // that each node has told of
+};
+
+} // namespace PipeWire
