@@ -1,5 +1,4 @@
 #include "benchmarks/Ratio.h"
-#include "events/EventList.h"
 #include "events/EventReport.h"
 
 #include <cstdio>
@@ -26,55 +25,6 @@ juce::Array<EventRecord> makeRecords (int count)
 
     return records;
 }
-
-/** Eight full logs put in order with their deltas, against the bare sort of the same records. */
-void sortAndDeltas (benchmark::State& state)
-{
-    const auto records = makeRecords (8 * 16384);
-
-    measureRatio (
-        state,
-        1.2,
-        [&]
-        {
-            auto events = records;
-            EventList::orderByTime (events);
-            benchmark::DoNotOptimize (events.begin());
-        },
-        [&]
-        {
-            auto events = records;
-            std::sort (events.begin(),
-                       events.end(),
-                       [] (const auto& a, const auto& b) { return a.timestamp < b.timestamp; });
-            benchmark::DoNotOptimize (events.begin());
-        });
-}
-
-BENCHMARK (sortAndDeltas)->UseManualTime()->Unit (benchmark::kMillisecond);
-
-/** One page of a table of 131072 rows, against one of 16384 rows. */
-void paintPage (benchmark::State& state)
-{
-    EventList small (makeRecords (16384), { "Deck" }), large (makeRecords (131072), { "Deck" });
-    juce::Image image (juce::Image::RGB, 798, 523, true);
-
-    const auto paint = [&image] (EventList& list)
-    {
-        list.setSize (image.getWidth(), image.getHeight());
-        list.scrollToEnsureRowIsOnscreen (list.getNumRows() / 2);
-        juce::Graphics g (image);
-        list.paintEntireComponent (g, false);
-    };
-
-    measureRatio (
-        state,
-        1.1,
-        [&] { paint (large); },
-        [&] { paint (small); });
-}
-
-BENCHMARK (paintPage)->UseManualTime()->Unit (benchmark::kMillisecond);
 
 /** A report of 131072 rows, against the same lines from snprintf and fwrite with as many opens. */
 void writeReport (benchmark::State& state)

@@ -25,28 +25,17 @@ void sortBy (juce::Array<EventRecord>& events)
 } // namespace
 
 //==============================================================================
-EventList::EventList() : TableListBox ("event list", nullptr)
+EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex) : TableListBox ("event list", nullptr)
 {
     setHasFocusOutline (true);
-}
 
-EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex) : EventList()
-{
     const auto first = static_cast<std::size_t> (juce::jmax (0, deviceIndex));
     const auto end = deviceIndex < 0 ? devices.size() : first + 1;
 
     for (auto i = first; i < end; ++i)
         readDeviceLog (*devices[i], static_cast<std::uint8_t> (i - first));
 
-    orderByTime (events);
-    setModel (this);
-    addColumns();
-}
-
-EventList::EventList (juce::Array<EventRecord> eventsToShow, const juce::StringArray& namesOfDevices) : EventList()
-{
-    events = std::move (eventsToShow);
-    deviceNames = namesOfDevices;
+    orderByTime();
     setModel (this);
     addColumns();
 }
@@ -73,13 +62,14 @@ void EventList::readDeviceLog (HwDevice& device, std::uint8_t deviceOrdinal)
     deviceNames.add (device.getName());
 }
 
-void EventList::orderByTime (juce::Array<EventRecord>& records)
+/** Also gives each event the time since the one before it. */
+void EventList::orderByTime()
 {
-    sortBy<&EventRecord::timestamp> (records);
+    sortBy<&EventRecord::timestamp> (events);
 
-    for (int i = 1; i < records.size(); ++i)
-        records.getReference (i).timeDelta =
-            Ticks::difference (records.getReference (i).timestamp, records.getReference (i - 1).timestamp);
+    for (int i = 1; i < events.size(); ++i)
+        events.getReference (i).timeDelta =
+            Ticks::difference (events.getReference (i).timestamp, events.getReference (i - 1).timestamp);
 }
 
 void EventList::addColumns()
@@ -120,6 +110,7 @@ juce::String EventList::getCellText (int rowNumber, int columnId) const
             return event.hasTime() ? juce::String::formatted ("%.0f", event.timeDeltaUs()) : juce::String ("?");
 
         case paramColumn:
+            // Signed, unlike in the report: beyond 128 interfaces the table names none.
             return deviceNames[static_cast<std::int8_t> (event.deviceOrdinal)]
                    + juce::String::formatted (":%x", event.param);
 

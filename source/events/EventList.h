@@ -29,12 +29,6 @@ public:
     */
     EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex);
 
-    /** Shows events that have been read already. */
-    EventList (juce::Array<EventRecord> eventsToShow, const juce::StringArray& namesOfDevices);
-
-    /** Sorts events by time and gives each the time since the one before it. */
-    static void orderByTime (juce::Array<EventRecord>& records);
-
     const juce::Array<EventRecord>& getEvents() const { return events; }
 
     /** Names of the devices that were read; an event's deviceOrdinal is its device's index. */
@@ -52,8 +46,8 @@ public:
     void sortOrderChanged (int newSortColumnId, bool isForwards) override;
 
 private:
-    EventList();
     void readDeviceLog (HwDevice& device, std::uint8_t deviceOrdinal);
+    void orderByTime();
     void addColumns();
 
     juce::Array<EventRecord> events;

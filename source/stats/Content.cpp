@@ -230,7 +230,7 @@ void Content::timerCallback()
     if (! devices.empty())
         showStreamStatus (*devices.front());
 
-    // Where looks take longer than the time between them the next is due at once, and on Windows painting comes last.
+    // A tick longer than the interval would starve painting on Windows.
     if (juce::Time::getMillisecondCounter() - start > juce::uint32 { refreshIntervalMs })
         if (auto* peer = getPeer())
             peer->performAnyPendingRepaintsNow();

@@ -207,7 +207,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     driver.setAnswers (std::move (answers));
 
     // The first one leaves the toolkit's message queue open for ever.
-    static const auto firstEvents = std::make_unique<EventList> (juce::Array<EventRecord>(), juce::StringArray());
+    static const auto firstEvents = std::make_unique<EventList> (std::vector<HwDevice::Ptr>(), -1);
     const auto numDescriptors = countDescriptors();
 
     {
