@@ -2,6 +2,8 @@
 
 #include "protocol/MachineLayout.h"
 
+#include "protocol/MachineLayout.h"
+
 #include <sys/epoll.h>
 
 #include <array>
@@ -16,7 +18,7 @@ Host::Host (std::string newSuffix) : suffix (std::move (newSuffix)), poller (::e
 
 std::string Host::start (const std::string& path, const std::vector<std::string>& controllers)
 {
-    if (! poller.isOpen())
+    if (! poller)
         return "no descriptor left";
 
     auto error = folder.create (path.empty() ? MachineLayout::getDefaultPath() : path, controllers);
@@ -33,7 +35,7 @@ void Host::removeLeftovers() const
     std::error_code error;
     std::vector<std::string> names;
 
-    for (auto entry = std::filesystem::directory_iterator (getPath() + "/interfaces", error);
+    for (auto entry = std::filesystem::directory_iterator (getPath() + "/" + MachineLayout::interfacesFolder, error);
          ! error && entry != std::filesystem::directory_iterator();
          entry.increment (error))
     {
@@ -50,15 +52,22 @@ std::string Host::plugIn (InterfaceServer& server)
     if (auto error = server.plugIn(); ! error.empty())
         return error;
 
+    setServing (server, true);
+    return {};
+}
+
+void Host::setServing (InterfaceServer& server, bool shouldServe) const
+{
+    // Already in the set, or not in it any more, is what was wanted.
     epoll_event event {};
     event.events = EPOLLIN;
     event.data.ptr = &server;
-    ::epoll_ctl (poller.get(), EPOLL_CTL_ADD, server.getDescriptor(), &event);
-    return {};
+    ::epoll_ctl (poller.get(), shouldServe ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, server.getDescriptor(), &event);
 }
 
 void Host::retire (std::unique_ptr<InterfaceServer> server)
 {
+    setServing (*server, true);
     departed.push_back (std::move (server));
 }
 

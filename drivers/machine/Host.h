@@ -36,6 +36,9 @@ public:
     */
     std::string plugIn (InterfaceServer& server);
 
+    /** When false, whatever is asked of the interface waits; it is served until this is said. */
+    void setServing (InterfaceServer& server, bool shouldServe) const;
+
     /** Takes an interface that is not present any more, and serves it until its last client has left. */
     void retire (std::unique_ptr<InterfaceServer> server);
 

@@ -87,7 +87,7 @@ bool writeFile (int folder, const char* path, const Bytes& bytes)
 {
     const FileDescriptor file (::openat (folder, path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
 
-    return file.isOpen() && ::write (file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t> (bytes.size());
+    return file && ::write (file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t> (bytes.size());
 }
 
 /* Removes what an interface consists of; a folder with anything else in it stays. */
@@ -145,12 +145,12 @@ std::string InterfaceServer::plugIn()
     if (setup.name.empty() || setup.name.front() == '.' || setup.name.find ('/') != std::string::npos)
         return "\"" + setup.name + "\" cannot be an interface's name";
 
-    if (! section.isOpen() || ! poller.isOpen())
+    if (! section.isOpen() || ! poller)
         return describeError ("no memory for an interface");
 
     interfaces = openInterfaces (setup.machineFolder);
 
-    if (! interfaces.isOpen())
+    if (! interfaces)
         return describeError (setup.machineFolder + "/" + interfacesFolder);
 
     const auto hiddenName = "." + setup.name;
@@ -168,7 +168,7 @@ std::string InterfaceServer::plugIn()
 
     if (! error.empty())
     {
-        listener.reset();
+        listener = {};
         removeFolder (interfaces.get(), hiddenName);
         return error;
     }
@@ -199,15 +199,15 @@ std::string InterfaceServer::listen()
     const auto address = socketAddress (folder.get());
     listener = makeSocket();
 
-    if (! listener.isOpen() || ::bind (listener.get(), asGeneric (address), sizeof (address)) != 0
+    if (! listener || ::bind (listener.get(), asGeneric (address), sizeof (address)) != 0
         || ::listen (listener.get(), SOMAXCONN) != 0)
     {
         auto error = describeError (driverSocket);
-        listener.reset();
+        listener = {};
         return error;
     }
 
-    watch (EPOLL_CTL_ADD, listener.get(), true);
+    watch (listener.get());
     return {};
 }
 
@@ -215,7 +215,7 @@ bool InterfaceServer::removeAbandoned (const std::string& machineFolder, const s
 {
     const auto parent = openInterfaces (machineFolder);
 
-    if (const auto found = openFolder (parent.get(), folderName); found.isOpen() && isServed (found.get()))
+    if (const auto found = openFolder (parent.get(), folderName); found && isServed (found.get()))
         return false;
 
     removeFolder (parent.get(), folderName);
@@ -241,11 +241,9 @@ void InterfaceServer::unplug()
     // Before the folder goes: a client that probes on the news of it must find the device gone.
     present = false;
     gone = true;
-    answering = true;
-    answerPending();
     hideFolder();
     section.cut();
-    listener.reset();
+    listener = {};
     removeFolder (interfaces.get(), "." + setup.name);
 }
 
@@ -258,21 +256,18 @@ void InterfaceServer::kill()
     gone = true;
     section.cut();
     connections.clear();
-    listener.reset();
+    listener = {};
     hideFolder();
     removeFolder (interfaces.get(), "." + setup.name);
 }
 
 //==============================================================================
-void InterfaceServer::watch (int operation, int descriptor, bool isReading) const
+void InterfaceServer::watch (int descriptor) const
 {
     epoll_event event {};
-
-    if (isReading)
-        event.events = EPOLLIN;
-
+    event.events = EPOLLIN;
     event.data.fd = descriptor;
-    ::epoll_ctl (poller.get(), operation, descriptor, &event);
+    ::epoll_ctl (poller.get(), EPOLL_CTL_ADD, descriptor, &event);
 }
 
 bool InterfaceServer::serve (int timeoutMilliseconds)
@@ -294,12 +289,13 @@ bool InterfaceServer::serve (int timeoutMilliseconds)
         const auto isOurs = [descriptor] (const auto& connection) { return connection->socket.get() == descriptor; };
         const auto found = std::find_if (connections.begin(), connections.end(), isOurs);
 
-        // While a request is pending, all that is reported is that the client has gone.
-        if (found != connections.end() && ((*found)->pending || ! receive (**found)))
-        {
-            notifyClosed (**found);
-            connections.erase (found);
-        }
+        if (found == connections.end() || receive (**found))
+            continue;
+
+        if (! gone)
+            handler.closed ((*found)->number);
+
+        connections.erase (found);
     }
 
     return numReady > 0;
@@ -311,15 +307,15 @@ void InterfaceServer::acceptConnections()
     {
         FileDescriptor socket (::accept4 (listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
 
-        if (! socket.isOpen())
+        if (! socket)
             return;
 
-        watch (EPOLL_CTL_ADD, socket.get(), true);
-        connections.push_back (std::make_unique<Connection> (Connection { std::move (socket), ++numOpens, {} }));
+        watch (socket.get());
+        connections.push_back (std::make_unique<Connection> (Connection { std::move (socket), ++numOpens }));
     }
 }
 
-/* Returns false when the connection is to be closed; so do the two below. */
+/* Returns false when the connection is to be closed; so does answer(). */
 bool InterfaceServer::receive (Connection& connection)
 {
     std::array<std::uint8_t, maximumPacketSize> buffer;
@@ -337,22 +333,16 @@ bool InterfaceServer::receive (Connection& connection)
         return ::send (connection.socket.get(), refusal.data(), refusal.size(), MSG_NOSIGNAL) >= 0;
     }
 
-    const auto packet = std::span (buffer).first (static_cast<std::size_t> (size));
-
-    if (! gone)
-        handler.received (makeRequest (connection, packet));
-
-    if (answering)
-        return answer (connection, packet);
-
-    connection.pending.emplace (packet.begin(), packet.end());
-    watch (EPOLL_CTL_MOD, connection.socket.get(), false);
-    return true;
+    return answer (connection, std::span (buffer).first (static_cast<std::size_t> (size)));
 }
 
 bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8_t> packet)
 {
-    auto reply = gone ? Reply::failure (deviceNotConnected) : handler.handle (makeRequest (connection, packet));
+    const Request request { readWord (packet, 0),
+                            readWord (packet, 4),
+                            packet.subspan (requestHeaderSize),
+                            connection.number };
+    auto reply = gone ? Reply::failure (deviceNotConnected) : handler.handle (request);
 
     if (reply.packet.empty())
         return false;
@@ -378,59 +368,6 @@ bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8
 
     // A client that does not take its replies until the socket is full has no use for them.
     return ::sendmsg (connection.socket.get(), &message, MSG_NOSIGNAL) >= 0;
-}
-
-Request InterfaceServer::makeRequest (const Connection& connection, std::span<const std::uint8_t> packet)
-{
-    return { readWord (packet, 0), readWord (packet, 4), packet.subspan (requestHeaderSize), connection.number };
-}
-
-void InterfaceServer::notifyClosed (const Connection& connection)
-{
-    if (! gone)
-        handler.closed (connection.number);
-}
-
-void InterfaceServer::setAnswering (bool shouldAnswer)
-{
-    answering = shouldAnswer || gone;
-
-    if (answering)
-        answerPending();
-}
-
-void InterfaceServer::answerPending()
-{
-    std::erase_if (connections,
-                   [this] (const std::unique_ptr<Connection>& connection)
-                   {
-                       if (! connection->pending)
-                           return false;
-
-                       const auto packet = std::exchange (connection->pending, std::nullopt).value();
-                       watch (EPOLL_CTL_MOD, connection->socket.get(), true);
-
-                       if (answer (*connection, packet))
-                           return false;
-
-                       notifyClosed (*connection);
-                       return true;
-                   });
-}
-
-std::string InterfaceServer::setOpening (bool shouldOpen)
-{
-    if (! present || shouldOpen == listener.isOpen())
-        return {};
-
-    if (shouldOpen)
-        return listen();
-
-    // Those that are waiting opened it before.
-    acceptConnections();
-    listener.reset();
-    ::unlinkat (folder.get(), driverSocket, 0);
-    return {};
 }
 
 } // namespace Machine

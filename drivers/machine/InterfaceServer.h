@@ -1,7 +1,7 @@
 #pragma once
 
-#include "drivers/machine/FileDescriptor.h"
 #include "drivers/machine/Section.h"
+#include "posix/FileDescriptor.h"
 #include "protocol/StatisticsBlock.h"
 
 #include <cstddef>
@@ -43,18 +43,11 @@ struct Reply
     bool handsOutSection = false;
 };
 
-/** Answers the requests that an InterfaceServer receives.
-
-    Called by the thread that uses the server, inside InterfaceServer::serve() and setAnswering().
-*/
+/** Answers the requests that an InterfaceServer receives. Called inside InterfaceServer::serve(). */
 class RequestHandler
 {
 public:
     virtual ~RequestHandler() = default;
-
-    /** A request has come in. It is handled at once, or later when the server is told not to answer. Not called
-        once the device has gone. */
-    virtual void received (const Request&) {}
 
     /** Called once for every request, in the order of each connection; not once the device has gone. */
     virtual Reply handle (const Request& request) = 0;
@@ -103,14 +96,13 @@ public:
 
     /** Takes the interface away in an orderly manner.
 
-        From now on every request fails with ERROR_DEVICE_NOT_CONNECTED, those not answered yet included; then
-        the interface's folder goes and the section is cut. Connections stay until the clients close them, so
-        go on serving until getNumConnections() is 0.
+        From now on every request fails with ERROR_DEVICE_NOT_CONNECTED, those not read yet included; then the
+        interface's folder goes and the section is cut. Connections stay until the clients close them, so go on
+        serving until getNumConnections() is 0.
     */
     void unplug();
 
-    /** Takes the interface away as a crash would: the section is cut and every connection closed, requests
-        not answered yet included. */
+    /** Takes the interface away as a crash would: the section is cut and every connection closed. */
     void kill();
 
     bool isPresent() const { return present; }
@@ -134,15 +126,6 @@ public:
     */
     bool serve (int timeoutMilliseconds);
 
-    /** When false, requests are received and stay unanswered; true answers them. */
-    void setAnswering (bool shouldAnswer);
-
-    /** When false, opening the interface fails although it is present.
-
-        @returns an empty string, or one line that says why it could not be done
-    */
-    std::string setOpening (bool shouldOpen);
-
     Section& getSection() { return section; }
 
     std::size_t getNumConnections() const { return connections.size(); }
@@ -155,7 +138,6 @@ private:
     {
         FileDescriptor socket;
         std::uint64_t number;
-        std::optional<Bytes> pending; // received and not answered; nothing more is read meanwhile
     };
 
     std::string fillFolder();
@@ -164,10 +146,7 @@ private:
     void acceptConnections();
     bool receive (Connection& connection);
     bool answer (Connection& connection, std::span<const std::uint8_t> packet);
-    static Request makeRequest (const Connection& connection, std::span<const std::uint8_t> packet);
-    void notifyClosed (const Connection& connection);
-    void answerPending();
-    void watch (int operation, int descriptor, bool isReading) const;
+    void watch (int descriptor) const;
 
     const InterfaceSetup setup;
     RequestHandler& handler;
@@ -177,7 +156,6 @@ private:
     std::uint64_t numOpens = 0;
     bool present = false;
     bool gone = false;
-    bool answering = true;
 };
 
 } // namespace Machine

@@ -53,7 +53,7 @@ std::string MachineFolder::fill (const std::vector<std::string>& controllers)
         const FileDescriptor output (
             ::open (file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
 
-        if (! output.isOpen())
+        if (! output)
             return file + ": " + std::strerror (errno);
 
         filesMade.push_back (file);
@@ -69,7 +69,7 @@ std::string MachineFolder::lockFolder()
 {
     lock = FileDescriptor (::open (path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 
-    if (! lock.isOpen())
+    if (! lock)
         return path + ": " + std::strerror (errno);
 
     if (::flock (lock.get(), LOCK_EX | LOCK_NB) != 0)

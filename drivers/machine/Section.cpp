@@ -11,7 +11,7 @@ namespace Machine
 
 Section::Section (std::size_t newSize) : memory (::memfd_create ("quendel-statistics", MFD_CLOEXEC)), size (newSize)
 {
-    if (! memory.isOpen() || ::ftruncate (memory.get(), static_cast<off_t> (size)) != 0)
+    if (! memory || ::ftruncate (memory.get(), static_cast<off_t> (size)) != 0)
         return;
 
     const auto path = "/proc/self/fd/" + std::to_string (memory.get());

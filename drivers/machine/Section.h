@@ -1,6 +1,6 @@
 #pragma once
 
-#include "drivers/machine/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include <cstddef>
 
@@ -17,7 +17,7 @@ public:
     /** Makes a section of this many zero bytes; isOpen() tells whether there was memory for it. */
     explicit Section (std::size_t size);
 
-    bool isOpen() const { return readOnly.isOpen(); }
+    bool isOpen() const { return static_cast<bool> (readOnly); }
 
     /** Copies bytes to the front of the section, no more than fit; nothing once it is cut. */
     void write (const void* bytes, std::size_t numBytes);

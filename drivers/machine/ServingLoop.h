@@ -1,6 +1,6 @@
 #pragma once
 
-#include "drivers/machine/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include <chrono>
 #include <functional>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "drivers/machine/CommandLine.h"
+
 #include <string>
 #include <vector>
 
@@ -13,13 +15,9 @@ struct Options
     std::vector<std::string> devices; /**< Names of the devices to serve; empty: by their kind. */
     bool servesAll = false;           /**< Every hardware or null device; else those on a FireWire bus. */
     bool servesClients = false;       /**< Besides, every client that works for one of them. */
-    bool wantsHelp = false;
 };
 
-/** Reads the command line; returns an empty string, or one line that says what is wrong with it. */
-std::string parseOptions (int numArguments, char* const* arguments, Options& options);
-
-/** Everything that --help says. */
-std::string getHelpText();
+/** What is read goes into these options, which have to stay where they are. */
+Machine::CommandLine describeCommandLine (Options& options);
 
 } // namespace PipeWire

@@ -11,8 +11,6 @@ namespace
 {
 using namespace Simulation;
 
-constexpr int couldNotStart = 2;
-
 /** Cuts standard input into orders and prints the answers. */
 class OrderReader
 {
@@ -67,28 +65,17 @@ private:
 int main (int numArguments, char** arguments)
 {
     Options options;
+    const auto commandLine = describeCommandLine (options);
 
-    if (const auto error = parseOptions (numArguments, arguments, options); ! error.empty())
-    {
-        std::fprintf (stderr, "quendel-simulator: %s; try --help\n", error.c_str());
-        return couldNotStart;
-    }
-
-    if (options.wantsHelp)
-    {
-        std::fputs (getHelpText().c_str(), stdout);
-        return 0;
-    }
+    if (const auto exitCode = commandLine.read (numArguments, arguments))
+        return *exitCode;
 
     // Before there is anything to leave behind.
     Machine::ServingLoop loop;
     Simulator simulator;
 
     if (const auto error = simulator.start (options); ! error.empty())
-    {
-        std::fprintf (stderr, "quendel-simulator: %s\n", error.c_str());
-        return couldNotStart;
-    }
+        return commandLine.fail (error);
 
     Machine::announceServing (simulator.getPath());
 

@@ -11,11 +11,7 @@ namespace Simulation
 
 namespace
 {
-constexpr std::uint32_t defaultInterfaces = 2;
 constexpr std::uint32_t maximumControllers = 64;
-
-/** An option reads its value into the options; it returns an empty string, or what the value should have been. */
-using Parse = std::string (*) (const std::string& value, Options& options);
 
 std::vector<std::string> splitList (const std::string& list)
 {
@@ -30,12 +26,6 @@ std::vector<std::string> splitList (const std::string& list)
     }
 
     return items;
-}
-
-std::string parseMachine (const std::string& value, Options& options)
-{
-    options.machine = value;
-    return value.empty() ? "a folder" : "";
 }
 
 std::string parseInterfaces (const std::string& value, Options& options)
@@ -90,8 +80,6 @@ std::string parseClock (const std::string& value, Options& options)
 
 std::string parseControllers (const std::string& value, Options& options)
 {
-    options.controllers.clear();
-
     if (value.find_first_not_of ("0123456789") != std::string::npos)
     {
         options.controllers = splitList (value);
@@ -103,84 +91,52 @@ std::string parseControllers (const std::string& value, Options& options)
     if (! parseNumber (value, number) || number > maximumControllers)
         return "a number from 0 to " + std::to_string (maximumControllers) + ", or ids";
 
+    options.controllers = makeControllers (number);
+    return {};
+}
+
+std::string getDetails()
+{
+    std::string requests;
+
+    for (const auto* name : DriverProtocol::requestNames)
+        requests.append (name).append (", ");
+
+    return R"(Prints "serving DIR" when it is ready. Then it reads orders from standard input, one a line, and answers
+each with one line, "ok ..." or "error: ...". A wrong order changes nothing. Orders:
+
+)" + getOrderHelp()
+           + "\n" + Machine::explain ("DEV", "a device's name, or \"all\"")
+           + Machine::explain ("REQUEST", requests + "or open (with always or never)") + R"(
+The end of standard input does not end it; quit, SIGINT and SIGTERM do. It then takes away the interfaces and
+whatever else it made. Exit code: 0, or 2 when it could not start.
+)";
+}
+} // namespace
+
+std::vector<std::string> makeControllers (std::uint32_t number)
+{
+    std::vector<std::string> ids;
+
     for (std::uint32_t i = 0; i < number; ++i)
     {
         char id[80];
         std::snprintf (id, sizeof (id), "PCI\\VEN_1394&DEV_0001&SUBSYS_00000000&REV_01\\3&%08X&0&08", i + 1);
-        options.controllers.emplace_back (id);
+        ids.emplace_back (id);
     }
 
-    return {};
+    return ids;
 }
-std::string askForHelp (const std::string&, Options& options)
-{
-    options.wantsHelp = true;
-    return {};
-}
-
-struct Option
-{
-    std::string_view name;
-    std::string_view value; // empty: it takes none
-    std::string_view explanation;
-    Parse parse;
-};
-
-constexpr Option known[] = {
-    { "--machine",
-      "DIR",
-      "the machine folder (default: $QUENDEL_MACHINE, else\n"
-      "$XDG_RUNTIME_DIR/quendel-machine, else /tmp/quendel-machine-<user id>)",
-      parseMachine },
-    { "--interfaces", "N", "interfaces to start with, 0 to 64 (default: one for each name, or 2)", parseInterfaces },
-    { "--names", "A,B,...", "their names, up to 63 bytes each", parseNames },
-    { "--rate", "HZ", "their sample rate, 22050 to 192000 (default 48000)", parseRate },
-    { "--buffer", "SAMPLES", "their buffer size, 16 to 8192 (default 256)", parseBuffer },
-    { "--seed", "N", "what their behaviour is made from; the same number, the same behaviour (default 1)", parseSeed },
-    { "--clock", "real|orders", "whether time passes as everywhere (default) or only by order", parseClock },
-    { "--controllers",
-      "N|ID,...",
-      "host controllers, by number (default 1) or by their device-instance ids",
-      parseControllers },
-    { "--help", "", "this text", askForHelp },
-};
-
-std::string describeOptions()
-{
-    const std::string indent (21, ' ');
-    std::string text;
-
-    for (const auto& option : known)
-    {
-        auto line = "  " + std::string (option.name).append (option.value.empty() ? "" : " ").append (option.value);
-
-        if (line.size() < indent.size())
-            line.resize (indent.size(), ' ');
-        else
-            line += "\n" + indent;
-
-        for (const auto character : option.explanation)
-            line += character == '\n' ? "\n" + indent : std::string (1, character);
-
-        text += line + "\n";
-    }
-
-    return text;
-}
-} // namespace
 
 std::string checkName (std::string_view name)
 {
-    const auto isAllowed = [] (char character) { return character > ' ' && character != ',' && character != 127; };
-
     // Bytes above 127 are parts of UTF-8 characters.
-    const auto isAllowedByte = [isAllowed] (char character)
-    { return isAllowed (character) || static_cast<unsigned char> (character) > 127; };
+    const auto isAllowed = [] (unsigned char byte) { return byte > ' ' && byte != ',' && byte != 127; };
 
     if (name.empty() || name.size() > DeviceConfig::maximumNameLength)
         return "a name has 1 to " + std::to_string (DeviceConfig::maximumNameLength) + " bytes";
 
-    if (! std::all_of (name.begin(), name.end(), isAllowedByte))
+    if (! std::all_of (name.begin(), name.end(), isAllowed))
         return "a name has no spaces, commas or control characters";
 
     if (name == "all")
@@ -189,66 +145,34 @@ std::string checkName (std::string_view name)
     return {};
 }
 
-std::string parseOptions (int numArguments, char* const* arguments, Options& options)
+Machine::CommandLine describeCommandLine (Options& options)
 {
-    options.controllers.clear();
-    parseControllers ("1", options);
+    const auto into = [&options] (std::string (*parse) (const std::string&, Options&))
+    { return [&options, parse] (const std::string& value) { return parse (value, options); }; };
 
-    for (int i = 1; i < numArguments; ++i)
-    {
-        const std::string argument (arguments[i]);
-        const auto name = argument.substr (0, argument.find ('='));
-        const auto* option =
-            std::find_if (std::begin (known), std::end (known), [&name] (const Option& o) { return o.name == name; });
-        const auto isValueAttached = name.size() < argument.size();
-
-        if (name.empty() || name[0] != '-')
-            return argument + ": options only, please";
-
-        if (option == std::end (known) || (option->value.empty() && isValueAttached))
-            return argument + ": no such option";
-
-        std::string value;
-
-        if (isValueAttached)
-            value = argument.substr (name.size() + 1);
-        else if (! option->value.empty() && ++i == numArguments)
-            return argument + " needs a value";
-        else if (! option->value.empty())
-            value = arguments[i];
-
-        if (const auto error = option->parse (value, options); ! error.empty())
-            return std::string (name).append (": ").append (error);
-    }
-
-    const auto numNames = static_cast<std::uint32_t> (options.names.size());
-    const auto numInterfaces = options.numInterfaces.value_or (numNames > 0 ? numNames : defaultInterfaces);
-
-    if (numNames > numInterfaces)
-        return "more names than interfaces";
-
-    options.names.resize (numInterfaces);
-    return {};
-}
-
-std::string getHelpText()
-{
-    return "Usage: quendel-simulator [OPTION]...\n"
-           "Plays the driver of FireWire audio interfaces in a machine folder, for Quendel to look at.\n"
-           "\n"
-           + describeOptions()
-           + "\n"
-             "Prints \"serving DIR\" when it is ready. Then it reads orders from standard input, one a line, and\n"
-             "answers each with one line, \"ok ...\" or \"error: ...\". DEV is a device's name, or \"all\". A wrong\n"
-             "order changes nothing. Orders:\n"
-             "\n"
-           + getOrderHelp()
-           + "\n"
-             "REQUEST is stream-status, map-statistics, reset-statistics, event-entry, probe, read-counters,\n"
-             "clear-counters, other, or open (with always or never).\n"
-             "\n"
-             "The end of standard input does not end it; quit, SIGINT and SIGTERM do. It then takes away the\n"
-             "interfaces and whatever else it made. Exit code: 0, or 2 when it could not start.\n";
+    return { .program = "quendel-simulator",
+             .purpose = "Plays the driver of FireWire audio interfaces in a machine folder, for Quendel to look at.\n",
+             .options = { { "interfaces",
+                            "N",
+                            "interfaces to start with, 0 to 64 (default: one for each name, or 2)",
+                            into (parseInterfaces) },
+                          { "names", "A,B,...", "their names, up to 63 bytes each", into (parseNames) },
+                          { "rate", "HZ", "their sample rate, 22050 to 192000 (default 48000)", into (parseRate) },
+                          { "buffer", "SAMPLES", "their buffer size, 16 to 8192 (default 256)", into (parseBuffer) },
+                          { "seed",
+                            "N",
+                            "what their behaviour is made from; the same number, the same behaviour (default 1)",
+                            into (parseSeed) },
+                          { "clock",
+                            "real|orders",
+                            "whether time passes as everywhere (default) or only by order",
+                            into (parseClock) },
+                          { "controllers",
+                            "N|ID,...",
+                            "host controllers, by number (default 1) or by their device-instance ids",
+                            into (parseControllers) } },
+             .details = getDetails(),
+             .machine = &options.machine };
 }
 
 } // namespace Simulation

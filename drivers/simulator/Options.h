@@ -1,5 +1,7 @@
 #pragma once
 
+#include "drivers/machine/CommandLine.h"
+
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -14,25 +16,24 @@ namespace Simulation
 
 inline constexpr std::uint32_t maximumInterfaces = 64;
 
+/** Device-instance ids of so many host controllers. */
+std::vector<std::string> makeControllers (std::uint32_t number);
+
 /** What the simulator is started with. */
 struct Options
 {
     std::string machine;                        /**< Path of the machine folder; empty: the usual one. */
     std::vector<std::string> names;             /**< One interface for each; an empty name lets the simulator choose. */
-    std::optional<std::uint32_t> numInterfaces; /**< As asked for; none: as many as names, or the usual number. */
-    std::vector<std::string> controllers;
+    std::optional<std::uint32_t> numInterfaces; /**< None: one for each name, or the usual number. */
+    std::vector<std::string> controllers = makeControllers (1);
     std::uint32_t sampleRate = 48000; /**< Hz. */
     std::uint32_t bufferSize = 256;   /**< Sample frames. */
     std::uint64_t seed = 1;
     bool isClockOrdered = false; /**< Time passes by order only. */
-    bool wantsHelp = false;
 };
 
-/** Reads the command line; returns an empty string, or one line that says what is wrong with it. */
-std::string parseOptions (int numArguments, char* const* arguments, Options& options);
-
-/** Everything that --help says. */
-std::string getHelpText();
+/** What is read goes into these options, which have to stay where they are. */
+Machine::CommandLine describeCommandLine (Options& options);
 
 /** An empty string when this can be a device's name, else one line that says why not. */
 std::string checkName (std::string_view name);

@@ -14,7 +14,7 @@ using DriverProtocol::requestNames;
 using Words = std::vector<std::string_view>;
 using Devices = std::vector<SimulatedDevice*>;
 
-/** What an order works with: its words, and the devices that its second word names. */
+/** What an order works with: its words, and the devices that the second one names when it is to name some. */
 struct Call
 {
     Simulator& simulator;
@@ -25,12 +25,20 @@ struct Call
 struct Order
 {
     std::string_view name;
-    std::string_view arguments;
+    std::string_view arguments; // each is one word; those in brackets may be left out
     std::string_view explanation;
-    std::size_t minimumWords; // the order's name included
-    std::size_t maximumWords;
-    bool namesDevice;
     std::string (*execute) (const Call& call);
+
+    bool namesDevices() const { return arguments.starts_with ("DEV"); }
+
+    bool takes (std::size_t numArguments) const
+    {
+        const auto count = [this] (char character) { return std::ranges::count (arguments, character); };
+        const auto maximum = static_cast<std::size_t> (arguments.empty() ? 0 : count (' ') + 1);
+        return numArguments <= maximum && numArguments + static_cast<std::size_t> (count ('[')) >= maximum;
+    }
+
+    std::string describe() const { return std::string (name).append (arguments.empty() ? "" : " ").append (arguments); }
 };
 
 std::string failed (const std::string& reason)
@@ -109,9 +117,8 @@ std::string failOpening (const Call& call)
     if (word != "always" && word != "never")
         return failed ("open fails always or never");
 
-    for (auto* device : call.devices)
-        if (const auto error = device->getServer().setOpening (word == "never"); ! error.empty())
-            return failed (error);
+    for (const auto* device : call.devices)
+        device->setOpening (word == "never");
 
     return "ok";
 }
@@ -144,7 +151,7 @@ std::string fail (const Call& call)
 std::string stop (const Call& call)
 {
     for (auto* device : call.devices)
-        device->getServer().setAnswering (false);
+        call.simulator.setAnswering (*device, false);
 
     return "ok";
 }
@@ -152,7 +159,7 @@ std::string stop (const Call& call)
 std::string resume (const Call& call)
 {
     for (auto* device : call.devices)
-        device->getServer().setAnswering (true);
+        call.simulator.setAnswering (*device, true);
 
     return "ok";
 }
@@ -161,8 +168,8 @@ std::string fill (const Call& call)
 {
     std::uint32_t length = 0;
 
-    if (! parseNumber (call.words[2], length) || length > EventLog::maximumLength)
-        return failed ("a log has 0 to " + std::to_string (EventLog::maximumLength) + " entries");
+    if (! parseNumber (call.words[2], length) || length > Machine::EventRing::maximumLength)
+        return failed ("a log has 0 to " + std::to_string (Machine::EventRing::maximumLength) + " entries");
 
     for (auto* device : call.devices)
     {
@@ -241,52 +248,30 @@ std::string quit (const Call& call)
 std::string help (const Call& call);
 
 constexpr Order orders[] = {
-    { "help", "", "name the orders", 1, 1, false, help },
-    { "plug", "[NAME]", "plug a device in", 1, 2, false, plug },
-    { "unplug", "DEV", "take it away; its requests fail from now on", 2, 2, true, unplug },
-    { "kill", "DEV", "take it away as a crash would: no more answers", 2, 2, true, kill },
-    { "rate", "DEV HZ", "change the sample rate; its stream restarts", 3, 3, true, setRate },
-    { "buffer", "DEV SAMPLES", "change the buffer size; its stream restarts", 3, 3, true, setBuffer },
-    { "glitch", "DEV", "make the host late for the next buffer", 2, 2, true, glitch },
-    { "fail", "DEV REQUEST [COUNT|always|never]", "fail the next requests of a kind (1)", 3, 4, true, fail },
-    { "stop", "DEV", "stop answering; requests stay pending", 2, 2, true, stop },
-    { "resume", "DEV", "answer again, pending requests first", 2, 2, true, resume },
-    { "fill", "DEV COUNT", "rewrite the event log with so many entries; it keeps that length", 3, 3, true, fill },
-    { "take-view",
-      "DEV",
-      "take the statistics block from those who map it; the next open maps another",
-      2,
-      2,
-      true,
-      takeView },
-    { "tick", "MILLISECONDS", "let time pass, with --clock orders", 2, 2, false, tick },
-    { "status",
-      "",
-      "every device's sample rate, buffer size, log length and connections",
-      1,
-      1,
-      false,
-      describeStatus },
-    { "counts", "DEV", "requests received since the device was plugged in", 2, 2, true, describeCounts },
-    { "quit", "", "take everything away and end", 1, 1, false, quit },
+    { "help", "", "name the orders", help },
+    { "plug", "[NAME]", "plug a device in", plug },
+    { "unplug", "DEV", "take it away; its requests fail from now on", unplug },
+    { "kill", "DEV", "take it away as a crash would: no more answers", kill },
+    { "rate", "DEV HZ", "change the sample rate; its stream restarts", setRate },
+    { "buffer", "DEV SAMPLES", "change the buffer size; its stream restarts", setBuffer },
+    { "glitch", "DEV", "make the host late for the next buffer", glitch },
+    { "fail", "DEV REQUEST [COUNT|always|never]", "fail the next requests of a kind (1)", fail },
+    { "stop", "DEV", "stop answering; requests stay pending", stop },
+    { "resume", "DEV", "answer again, pending requests first", resume },
+    { "fill", "DEV COUNT", "rewrite the event log with so many entries; it keeps that length", fill },
+    { "take-view", "DEV", "take the statistics from those who map them; the next open maps others", takeView },
+    { "tick", "MILLISECONDS", "let time pass, with --clock orders", tick },
+    { "status", "", "every device's sample rate, buffer size, log length and connections", describeStatus },
+    { "counts", "DEV", "requests since the device was plugged in", describeCounts },
+    { "quit", "", "take everything away and end", quit },
 };
-
-std::string describeSyntax (const Order& order)
-{
-    std::string syntax (order.name);
-
-    if (! order.arguments.empty())
-        syntax.append (" ").append (order.arguments);
-
-    return syntax;
-}
 
 std::string help (const Call&)
 {
     std::string line = "ok";
 
     for (const auto& order : orders)
-        line += (line == "ok" ? " " : "; ") + describeSyntax (order);
+        line += (line == "ok" ? " " : "; ") + order.describe();
 
     return line;
 }
@@ -331,15 +316,15 @@ std::string executeOrder (Simulator& simulator, std::string_view line)
     if (order == std::end (orders))
         return failed ("no such order: " + std::string (words[0]) + "; try help");
 
-    if (words.size() < order->minimumWords || words.size() > order->maximumWords)
-        return failed ("usage: " + describeSyntax (*order));
+    if (! order->takes (words.size() - 1))
+        return failed ("usage: " + order->describe());
 
     Call call { simulator, words, {} };
 
-    if (order->namesDevice)
+    if (order->namesDevices())
         call.devices = findDevices (simulator, words[1]);
 
-    if (order->namesDevice && call.devices.empty() && words[1] != "all")
+    if (order->namesDevices() && call.devices.empty() && words[1] != "all")
         return failed ("no such device: " + std::string (words[1]));
 
     return order->execute (call);
@@ -347,15 +332,10 @@ std::string executeOrder (Simulator& simulator, std::string_view line)
 
 std::string getOrderHelp()
 {
-    constexpr std::size_t explanationColumn = 42;
     std::string text;
 
     for (const auto& order : orders)
-    {
-        auto line = "  " + describeSyntax (order) + "  ";
-        line.resize (std::max (line.size(), explanationColumn), ' ');
-        text += line + std::string (order.explanation) + "\n";
-    }
+        text += Machine::explain (order.describe(), std::string (order.explanation));
 
     return text;
 }

@@ -1,7 +1,11 @@
 #include "drivers/simulator/SimulatedDevice.h"
 
+#include "protocol/MachineLayout.h"
+
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace Simulation
@@ -17,18 +21,19 @@ static std::size_t getIndex (const Request& request)
 }
 
 SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
-                                  std::string machineFolder,
-                                  std::string folderName,
+                                  const std::string& machineFolder,
+                                  std::string newFolderName,
                                   Clock newClock)
-    : clock (std::move (newClock)),
-      server (
-          std::make_unique<InterfaceServer> (attach (config, std::move (machineFolder), std::move (folderName)), *this))
+    : folderName (std::move (newFolderName)),
+      interfaces (machineFolder + "/" + MachineLayout::interfacesFolder + "/"),
+      clock (std::move (newClock)),
+      server (std::make_unique<InterfaceServer> (attach (config, machineFolder), *this))
 {
     advance();
 }
 
 /* Starts the model and describes the interface that it is to have. */
-InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, std::string machineFolder, std::string folderName)
+InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, const std::string& machineFolder)
 {
     model.reset (config, clock());
 
@@ -40,8 +45,8 @@ InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, std::string 
     uniqueName.push_back (0);
 
     InterfaceSetup setup;
-    setup.machineFolder = std::move (machineFolder);
-    setup.name = std::move (folderName);
+    setup.machineFolder = machineFolder;
+    setup.name = folderName;
     setup.capabilities = Bytes (bytes, bytes + sizeof (record));
     setup.uniqueName = std::move (uniqueName);
     return setup;
@@ -70,14 +75,31 @@ void SimulatedDevice::publish()
     server->getSection().write (&published, sizeof (published));
 }
 
-void SimulatedDevice::received (const Request& request)
+/* A client opens the interface by its socket. Meanwhile that lies where the folder of an interface that is not present
+   would: the next simulator there clears it away if this one is killed. */
+void SimulatedDevice::setOpening (bool shouldOpen) const
 {
-    ++numReceived[getIndex (request)];
+    const std::filesystem::path shown = interfaces + folderName, hidden = interfaces + "." + folderName;
+    std::error_code ignored;
+
+    if (shouldOpen)
+    {
+        std::filesystem::rename (hidden / MachineLayout::driverSocket, shown / MachineLayout::driverSocket, ignored);
+        std::filesystem::remove (hidden, ignored);
+    }
+    else
+    {
+        std::filesystem::create_directory (hidden, ignored);
+        std::filesystem::rename (shown / MachineLayout::driverSocket, hidden / MachineLayout::driverSocket, ignored);
+    }
 }
 
 Reply SimulatedDevice::handle (const Request& request)
 {
-    if (auto& failure = failures[getIndex (request)]; failure > 0)
+    const auto index = getIndex (request);
+    ++numReceived[index];
+
+    if (auto& failure = failures[index]; failure > 0)
     {
         if (failure != always)
             --failure;

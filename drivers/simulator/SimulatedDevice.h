@@ -27,7 +27,7 @@ public:
     /** Value of failNext() for as long as it is not changed. */
     static constexpr std::uint32_t always = 0xFFFFFFFF;
 
-    SimulatedDevice (const DeviceConfig& config, std::string machineFolder, std::string folderName, Clock clock);
+    SimulatedDevice (const DeviceConfig& config, const std::string& machineFolder, std::string folderName, Clock clock);
 
     /** Moves the model to the present and shows its statistics to whoever maps them. */
     void advance();
@@ -35,10 +35,13 @@ public:
     /** Makes so many requests of a kind fail with ERROR_GEN_FAILURE; 0 ends it. */
     void failNext (RequestKind kind, std::uint32_t count) { failures[static_cast<std::size_t> (kind)] = count; }
 
-    /** Requests of a kind received so far, whatever became of them. */
+    /** Requests of a kind so far, whatever became of them. */
     std::uint64_t getNumReceived (RequestKind kind) const { return numReceived[static_cast<std::size_t> (kind)]; }
 
     std::string_view getName() const { return model.getConfig().name; }
+
+    /** When false, opening the device's interface fails although it is present. */
+    void setOpening (bool shouldOpen) const;
 
     /** Takes the statistics block away from whoever maps it; whoever opens the device anew maps another one. */
     void takeView();
@@ -49,14 +52,15 @@ public:
     /** Gives the server of a device that is not present any more away; the device can then be destroyed. */
     std::unique_ptr<Machine::InterfaceServer> releaseServer() { return std::move (server); }
 
-    void received (const Machine::Request& request) override;
     Machine::Reply handle (const Machine::Request& request) override;
 
 private:
-    Machine::InterfaceSetup attach (const DeviceConfig& config, std::string machineFolder, std::string folderName);
+    Machine::InterfaceSetup attach (const DeviceConfig& config, const std::string& machineFolder);
 
     void publish();
 
+    const std::string folderName;
+    const std::string interfaces; // the folder that the interface's is in
     DeviceModel model;
     StatisticsBlock published {};
     const Clock clock;

@@ -15,6 +15,7 @@ namespace
 // Short of the program's four looks a second by far, so that each finds fresh figures.
 constexpr int advanceMilliseconds = 20;
 constexpr int idleMilliseconds = 1000;
+constexpr std::uint32_t usualInterfaces = 2;
 constexpr std::int64_t ticksPerMillisecond = MachineLayout::ticksPerSecond / 1000;
 
 // The simulator's own interface class, by which it knows its folders.
@@ -32,13 +33,21 @@ Simulator::Simulator (Clock newClock) : clock (std::move (newClock)), host (clas
 
 Simulator::~Simulator()
 {
-    for (const auto& device : devices)
-        device->getServer().unplug();
+    while (! devices.empty())
+        unplug (*devices.back());
 }
 
 std::string Simulator::start (const Options& newOptions)
 {
     options = newOptions;
+
+    const auto numNames = options.names.size();
+    const std::size_t numInterfaces = options.numInterfaces.value_or (numNames > 0 ? numNames : usualInterfaces);
+
+    if (numNames > numInterfaces)
+        return "more names than interfaces";
+
+    options.names.resize (numInterfaces);
 
     if (options.isClockOrdered)
         clock = [this] { return orderedTime; };
@@ -133,12 +142,14 @@ std::string Simulator::plug (std::string& name)
 
 void Simulator::unplug (SimulatedDevice& device)
 {
+    device.setOpening (true); // its folder is to go
     device.getServer().unplug();
     retire (device);
 }
 
 void Simulator::kill (SimulatedDevice& device)
 {
+    device.setOpening (true);
     device.getServer().kill();
     retire (device);
 }

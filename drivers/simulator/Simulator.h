@@ -50,6 +50,12 @@ public:
     */
     std::string plug (std::string& name);
 
+    /** When false, the device's requests stay pending until this is said or it is taken away. */
+    void setAnswering (SimulatedDevice& device, bool shouldAnswer)
+    {
+        host.setServing (device.getServer(), shouldAnswer);
+    }
+
     void unplug (SimulatedDevice& device);
     void kill (SimulatedDevice& device);
 

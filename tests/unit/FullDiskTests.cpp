@@ -1,6 +1,6 @@
 #include "events/EventReport.h"
 
-#include "drivers/machine/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -32,7 +32,7 @@ juce::String makeReport (int count)
 TEST (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
 {
     const auto whole = makeReport (2);
-    const Machine::FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
+    const FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
     const juce::File undeletable ("/proc/self/fd/" + juce::String (memory.get()));
     undeletable.appendText ("an earlier report that was longer, " + whole);
     EventReport::write (undeletable, makeRows (2), names, [] (double) { return true; });

@@ -1,9 +1,9 @@
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/HandleNotification.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Patience.h"
 #include "platform/linux/Section.h"
 #include "platform/linux/Win32StandIn.h"
+#include "posix/FileDescriptor.h"
 #include "protocol/MachineLayout.h"
 #include "protocol/RequestKind.h"
 

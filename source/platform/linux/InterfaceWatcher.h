@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 #include <mutex>
 #include <set>
 #include <string>

@@ -1,8 +1,8 @@
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/HandleNotification.h"
 #include "platform/linux/InterfaceWatcher.h"
 #include "platform/linux/MachineFolder.h"
 #include "platform/linux/Win32StandIn.h"
+#include "posix/FileDescriptor.h"
 #include "protocol/MachineLayout.h"
 
 #include <algorithm>
