@@ -1,7 +1,6 @@
 #include "drivers/pipewire/AudioInterface.h"
 
 #include "drivers/machine/CheckedRequest.h"
-#include "drivers/machine/Clock.h"
 #include "drivers/machine/ErrorCode.h"
 #include "protocol/MachineLayout.h"
 
@@ -58,6 +57,7 @@ InterfaceSetup describe (const AudioInterface::Description& description, const s
 
 AudioInterface::AudioInterface (const Description& description, const std::string& machineFolder)
     : name (description.name),
+      path (description.path),
       figures (description.number),
       server (std::make_unique<InterfaceServer> (describe (description, machineFolder), *this))
 {
@@ -74,17 +74,16 @@ void AudioInterface::readEvent (std::uint64_t connection,
                                 std::uint32_t index,
                                 DriverProtocol::CommandEnvelope& envelope)
 {
-    DriverProtocol::EventLogEntry entry {};
-    entry.type = DriverProtocol::noSuchEntry;
+    auto& reader = readers[connection];
 
-    if (const auto event = figures.getEvents().read (connection, index))
-    {
-        entry.timestamp = event->time;
-        entry.frequency = MachineLayout::ticksPerSecond;
-        entry.type = static_cast<std::uint32_t> (event->type);
-        entry.param = event->parameter;
-        entry.auxValue = event->auxValue;
-    }
+    if (reader == nullptr)
+        reader = std::make_unique<EventReader>();
+
+    const auto entry = reader->read (figures.getEvents(), index, MachineLayout::ticksPerSecond);
+
+    // Nobody asks beyond the first index without an entry.
+    if (entry.type == DriverProtocol::noSuchEntry)
+        readers.erase (connection);
 
     std::memcpy (envelope.words, &entry, sizeof (entry));
 }

@@ -5,6 +5,7 @@
 #include "protocol/DriverProtocol.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -23,12 +24,14 @@ public:
         std::string folderName; /**< See Machine::InterfaceSetup. */
         std::string name;       /**< UTF-8; what is longer than the registry value may be is cut. */
         std::uint32_t vendor = 0, type = 0;
+        std::string path; /**< Below sysfs, of a FireWire device; empty where it is not known. */
     };
 
     AudioInterface (const Description& description, const std::string& machineFolder);
 
     DeviceFigures& getFigures() { return figures; }
     const std::string& getName() const { return name; }
+    const std::string& getPath() const { return path; }
 
     /** Shows the statistics to whoever maps them. */
     void publish();
@@ -39,13 +42,15 @@ public:
     std::unique_ptr<Machine::InterfaceServer> releaseServer() { return std::move (server); }
 
     Machine::Reply handle (const Machine::Request& request) override;
-    void closed (std::uint64_t connection) override { figures.getEvents().forget (connection); }
+    void closed (std::uint64_t connection) override { readers.erase (connection); }
 
 private:
     void readEvent (std::uint64_t connection, std::uint32_t index, DriverProtocol::CommandEnvelope& envelope);
 
     const std::string name;
+    const std::string path;
     DeviceFigures figures;
+    std::map<std::uint64_t, std::unique_ptr<Machine::EventReader>> readers; // by connection, while they read
     std::unique_ptr<Machine::InterfaceServer> server;
 };
 

@@ -1,5 +1,7 @@
 #include "drivers/pipewire/DeviceFigures.h"
+
 #include "protocol/DriverProtocol.h"
+#include "protocol/MachineLayout.h"
 
 #include <algorithm>
 #include <cmath>
@@ -302,12 +304,21 @@ std::vector<Xrun>
     }
 
     if (numXruns > 0)
+    {
+        events.markXrun (time / nanosecondsPerTick, MachineLayout::ticksPerSecond);
         log (time,
              EventType::debugCounts,
              counters.overflows + counters.underruns,
              static_cast<std::int8_t> (std::min (numXruns, 127u)));
+    }
 
     return xruns;
+}
+
+void DeviceFigures::kernelComplained (std::int64_t now)
+{
+    ++counters.syncCount;
+    log (now, EventType::bufferState, ++numComplaints);
 }
 
 //==============================================================================

@@ -52,6 +52,9 @@ public:
     */
     std::optional<std::vector<Xrun>> add (const Account& account, const Roster& roster);
 
+    /** The kernel has complained of this device or of what it hangs on. */
+    void kernelComplained (std::int64_t now);
+
     void resetStatistics();
     void clearCounters();
 
@@ -59,7 +62,7 @@ public:
     const Counters& getCounters() const { return counters; }
     std::uint32_t getSampleRate() const { return sampleRate; } /**< Hz; 0 before the first cycle. */
     std::uint32_t getBufferSize() const { return bufferSize; } /**< Sample frames; 0 before the first cycle. */
-    Machine::EventRing& getEvents() { return events; }
+    const Machine::EventRing& getEvents() const { return events; }
 
 private:
     /** A time that is measured again and again, nanoseconds. */
@@ -111,6 +114,7 @@ private:
     Counters counters;
     std::uint32_t sampleRate = 0, bufferSize = 0;
     int numUnsettled = 0; // cycles to come whose period is not of the new length yet
+    std::uint32_t numComplaints = 0;
     double loggedCorrection = 1;
     Machine::EventRing events;
 };

@@ -163,6 +163,7 @@ TEST_F (SimulatorOrders, FailStopAndUnplug)
     EXPECT_EQ (ask (pending, ReadStreamStatus), Client::noReply);
     const Client late (place);
     EXPECT_EQ (order ("unplug A"), "ok");
+    simulator->serve();
     EXPECT_EQ (pending.receive(), deviceNotConnected);
     EXPECT_EQ (ask (client, ReadStreamStatus), deviceNotConnected);
     EXPECT_EQ (ask (late, ReadStreamStatus), deviceNotConnected);
@@ -240,29 +241,6 @@ TEST (SimulatorInterface, RefusesTakenAndImpossibleNames)
 
     // The one that was there before can still be opened.
     const Client client (machine.getInterfaceFolder ("device").getFullPathName().toStdString());
-}
-
-/** A log that moved while it is read would tell of some events twice and of others never. */
-TEST (SimulatorEventLog, StandsStillWhileItIsRead)
-{
-    const auto log = std::make_unique<EventLog>();
-    EventLog::Entry entry {};
-    log->reset (100);
-
-    const auto lengthAfter = [&] (std::int64_t time)
-    {
-        log->append ({ time, 0, EventType::listenAttach, 0 });
-        return log->getLength();
-    };
-
-    EXPECT_EQ (lengthAfter (10), 1u);
-    EXPECT_TRUE (log->read (0, 20, entry));
-    EXPECT_EQ (lengthAfter (30), 1u);
-    EXPECT_FALSE (log->read (1, 30, entry));
-    EXPECT_EQ (lengthAfter (40), 2u) << "it has been read to its end";
-    EXPECT_TRUE (log->read (0, 50, entry));
-    EXPECT_EQ (lengthAfter (150), 2u);
-    EXPECT_EQ (lengthAfter (151), 3u) << "who was reading has gone";
 }
 
 } // namespace

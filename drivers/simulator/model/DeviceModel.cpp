@@ -57,7 +57,8 @@ void DeviceModel::reset (const DeviceConfig& newConfig, std::int64_t now)
         config.frequency = defaults.frequency;
 
     random = Random (config.seed);
-    events.reset (seconds (1));
+    events.restartWithLimit (EventRing::maximumLength);
+    lastEventTime = INT64_MIN;
 
     const auto history = clamp (now, 0, seconds (historySeconds));
     currentTime = clamp (now, 0, INT64_MAX / 2) - history;
@@ -301,7 +302,9 @@ void DeviceModel::publishStatistics()
 //==============================================================================
 void DeviceModel::log (std::int64_t time, EventType type, std::uint32_t param, std::int8_t auxValue)
 {
-    events.append ({ time, param, type, auxValue });
+    // Each event has a time of its own.
+    lastEventTime = time > lastEventTime ? time : lastEventTime + 1;
+    events.append ({ lastEventTime, param, type, auxValue });
 }
 
 void DeviceModel::log (const Buffer& buffer)
@@ -380,9 +383,10 @@ void DeviceModel::logTalk (const Buffer& buffer, std::int64_t time)
 void DeviceModel::fillEventLog (std::uint32_t length)
 {
     events.restartWithLimit (length);
+    lastEventTime = INT64_MIN;
 
     // Soon after the computer's start there is not time enough for history at the stream's own pace.
-    const auto numBuffers = clamp (length, 0, EventLog::maximumLength) / eventsPerBuffer + 1;
+    const auto numBuffers = clamp (length, 0, EventRing::maximumLength) / eventsPerBuffer + 1;
     std::uint32_t remainder = 0;
     const auto period = clamp (bufferStart / numBuffers, 1, nextPeriod (remainder));
     // The buffer numbers say that the stream has run for at least as long.
@@ -443,7 +447,7 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
 
         case RequestKind::eventEntry:
         {
-            const auto entry = readEventEntry (request.eventIndex);
+            const auto entry = eventReader.read (events, request.eventIndex, config.frequency);
             std::memcpy (words, &entry, sizeof (entry));
             break;
         }
@@ -467,24 +471,6 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
 
     return { .outputSize = writeReply (request, output, outputCapacity, probeReplySize),
              .mapsStatistics = request.kind == RequestKind::mapStatistics };
-}
-
-DriverProtocol::EventLogEntry DeviceModel::readEventEntry (std::uint32_t index)
-{
-    EventLog::Entry event;
-    DriverProtocol::EventLogEntry entry {};
-    entry.type = DriverProtocol::noSuchEntry;
-
-    if (events.read (index, currentTime, event))
-    {
-        entry.timestamp = event.time;
-        entry.frequency = config.frequency;
-        entry.type = static_cast<std::uint32_t> (event.type);
-        entry.param = event.param;
-        entry.auxValue = event.auxValue;
-    }
-
-    return entry;
 }
 
 void DeviceModel::fillTransaction (CheckedRequest& request)

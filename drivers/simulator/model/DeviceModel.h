@@ -2,7 +2,7 @@
 
 #include "drivers/machine/CheckedRequest.h"
 #include "drivers/machine/ErrorCode.h"
-#include "drivers/simulator/model/EventLog.h"
+#include "drivers/machine/EventRing.h"
 #include "drivers/simulator/model/Random.h"
 #include "protocol/DriverProtocol.h"
 #include "protocol/StatisticsBlock.h"
@@ -41,7 +41,7 @@ struct DeviceConfig
 
     Bytes and times go in, bytes come out. There is no clock, heap, thread, file or floating point in here, so
     it runs in a process or in a kernel driver, and the same seed with the same calls gives the same
-    bytes. An object is large (its event log holds 16384 entries): keep it off the stack. Call reset()
+    bytes. An object is large (it has an event log): keep it off the stack. Call reset()
     before anything else. Used by one thread at a time.
 */
 class DeviceModel
@@ -111,7 +111,8 @@ public:
 
     /** Rewrites the event log with this many entries, at most 16384, that lead up to the present.
 
-        It keeps this length from then on: each new event takes the place of the oldest.
+        It keeps this length from then on: each new event takes the place of the oldest. Of two programs that read it at
+        once, each goes on with what the last one to begin has found.
     */
     void fillEventLog (std::uint32_t length);
 
@@ -159,12 +160,13 @@ private:
     void log (const Buffer& buffer);
     void logListen (const Buffer& buffer, std::int64_t time);
     void logTalk (const Buffer& buffer, std::int64_t time);
-    DriverProtocol::EventLogEntry readEventEntry (std::uint32_t index);
     void fillTransaction (Machine::CheckedRequest& request);
 
     DeviceConfig config;
     StatisticsBlock statistics {};
-    EventLog events;
+    Machine::EventRing events;
+    Machine::EventReader eventReader;
+    std::int64_t lastEventTime = 0;
     Random random;
 
     std::int64_t currentTime = 0;
