@@ -234,7 +234,7 @@ bool Driver::plugIn (Interfaces& interfaces, AudioInterface::Description descrip
 void Driver::plugInDevice (std::uint32_t number, const Properties& properties)
 {
     const auto name = getFirst (properties, { "device.name", "node.group", "node.name" });
-    AudioInterface::Description description { number, {}, {}, 0, 0 };
+    AudioInterface::Description description { number, {}, {}, 0, 0, {} };
     description.name = makeLine (getFirst (
         properties,
         { "device.description", "device.nick", "node.description", "node.nick", "device.name", "node.name" }));
@@ -244,6 +244,7 @@ void Driver::plugInDevice (std::uint32_t number, const Properties& properties)
         const auto ids = readFireWireIds (sysfs, getFirst (properties, { "device.sysfs.path" }));
         description.vendor = ids.vendor;
         description.type = ids.model;
+        description.path = getFirst (properties, { "device.sysfs.path" });
     }
 
     // Other buses have ids of their own, which PipeWire tells.
@@ -269,7 +270,7 @@ void Driver::plugInClients (const Account& account)
             continue;
 
         const auto name = node.process == 0 ? node.name : node.name + " (" + std::to_string (node.process) + ")";
-        plugIn (clients, { node.interface, {}, name, 0, 0 }, "client#" + name);
+        plugIn (clients, { node.interface, {}, name, 0, 0, {} }, "client#" + name);
     }
 }
 
@@ -307,6 +308,14 @@ void Driver::unplugAll()
     accountant = {};
     profiler.reset();
     hasSettled = false;
+}
+
+void Driver::kernelComplained (const std::vector<std::string>& names)
+{
+    for (const auto& name : names)
+        for (const auto& [number, device] : devices)
+            if (isBelow (device->getPath(), name))
+                device->getFigures().kernelComplained (readNanoseconds());
 }
 
 //==============================================================================

@@ -46,6 +46,12 @@ public:
     /** Takes in what PipeWire has said, and says on standard output which xruns there were. */
     void listen();
 
+    /** Counts and logs complaints of the kernel's where they belong.
+
+        @param names  see KernelLog
+    */
+    void kernelComplained (const std::vector<std::string>& names);
+
     const Machine::Host& getHost() const { return host; }
     const Graph& getGraph() const { return graph; }
 

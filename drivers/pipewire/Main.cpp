@@ -1,36 +1,29 @@
 #include "drivers/machine/ServingLoop.h"
 #include "drivers/pipewire/Driver.h"
+#include "drivers/pipewire/KernelLog.h"
+#include "drivers/pipewire/MachineCheck.h"
 
 #include <chrono>
-#include <cstdio>
 
 int main (int numArguments, char** arguments)
 {
-    constexpr int couldNotStart = 2;
     PipeWire::Options options;
+    const auto commandLine = PipeWire::describeCommandLine (options);
 
-    if (const auto error = PipeWire::parseOptions (numArguments, arguments, options); ! error.empty())
-    {
-        std::fprintf (stderr, "quendel-pipewire: %s; try --help\n", error.c_str());
-        return couldNotStart;
-    }
-
-    if (options.wantsHelp)
-    {
-        std::fputs (PipeWire::getHelpText().c_str(), stdout);
-        return 0;
-    }
+    if (const auto exitCode = commandLine.read (numArguments, arguments))
+        return *exitCode;
 
     // Before there is anything to leave behind.
     Machine::ServingLoop loop;
     PipeWire::Driver driver;
 
     if (const auto error = driver.start (options, "/sys"); ! error.empty())
-    {
-        std::fprintf (stderr, "quendel-pipewire: %s\n", error.c_str());
-        return couldNotStart;
-    }
+        return commandLine.fail (error);
 
+    for (const auto& line : PipeWire::checkMachine ("/"))
+        commandLine.say (line);
+
+    const PipeWire::KernelLog kernelLog ("/dev/kmsg");
     Machine::announceServing (driver.getHost().getPath());
 
     const auto listen = [&driver]
@@ -44,6 +37,12 @@ int main (int numArguments, char** arguments)
     // Newer PipeWires tell of each cycle as it comes: nobody looks ten times a second, or needs to know sooner.
     constexpr std::chrono::milliseconds rest { 100 };
     loop.add (driver.getGraph().getDescriptor(), listen, rest);
+    loop.add (kernelLog.getDescriptor(),
+              [&driver, &kernelLog]
+              {
+                  driver.kernelComplained (kernelLog.read());
+                  return true;
+              });
     loop.run ([&driver] { return driver.serve(); });
     return 0;
 }

@@ -17,14 +17,6 @@ namespace
 constexpr std::uint32_t fireWireClass = 0x0c00; // serial bus controller, IEEE 1394; a byte for the kind follows
 constexpr std::uint32_t idMask = 0xffffff;
 
-std::string readLine (const fs::path& file)
-{
-    std::ifstream stream (file);
-    std::string line;
-    std::getline (stream, line);
-    return line;
-}
-
 std::uint32_t readId (const fs::path& file)
 {
     return parseId (readLine (file));
@@ -36,6 +28,14 @@ bool isBusNode (const std::string& name)
     return name.size() > 2 && name.starts_with ("fw") && name.find_first_not_of ("0123456789", 2) == std::string::npos;
 }
 } // namespace
+
+std::string readLine (const fs::path& file)
+{
+    std::ifstream stream (file);
+    std::string line;
+    std::getline (stream, line);
+    return line;
+}
 
 std::uint32_t parseId (const std::string& text)
 {
@@ -78,6 +78,12 @@ std::vector<std::string> findHostControllers (const std::string& sysfs)
     }
 
     return ids;
+}
+
+bool isBelow (const std::string& devicePath, const std::string& name)
+{
+    const fs::path parts (devicePath);
+    return std::find (parts.begin(), parts.end(), name) != parts.end();
 }
 
 FireWireIds readFireWireIds (const std::string& sysfs, const std::string& devicePath)

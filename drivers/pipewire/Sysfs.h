@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,15 @@ struct FireWireIds
                        below it will do
 */
 FireWireIds readFireWireIds (const std::string& sysfs, const std::string& devicePath);
+
+/** Whether a device is the one that the kernel calls so, or hangs on it.
+
+    @param devicePath  as for readFireWireIds()
+*/
+bool isBelow (const std::string& devicePath, const std::string& name);
+
+/** The first line of one of the kernel's files; empty when there is none. */
+std::string readLine (const std::filesystem::path& file);
 
 /** A number as properties and the kernel's files write it, in hexadecimal with 0x in front or in decimal; 0 for
     anything else. */

@@ -482,7 +482,7 @@ TEST (PipeWireInterfaceTests, requestsAreAnsweredAsTheProtocolHasThem)
 {
     using namespace DriverProtocol;
 
-    AudioInterface interface ({ 1, "folder", "Name", 1, 2 }, "/nowhere");
+    AudioInterface interface ({ 1, "folder", "Name", 1, 2, "" }, "/nowhere");
     const auto ask = [&] (const auto& input, std::uint32_t code, std::uint32_t size)
     {
         const auto* bytes = reinterpret_cast<const std::uint8_t*> (&input);
