@@ -171,6 +171,9 @@ TEST_F (SimulatorOrders, FailStopAndUnplug)
     EXPECT_EQ (::lseek (unplugged.get(), 0, SEEK_END), 0);
 
     EXPECT_EQ (order ("plug A"), "ok A");
+    EXPECT_EQ (order ("fail all open always"), "ok");
+    EXPECT_FALSE (fs::exists (place / "driver"));
+    EXPECT_EQ (order ("fail A open never"), "ok");
     const Client other (place);
     EXPECT_EQ (ask (other, ReadStreamStatus), noError);
     EXPECT_EQ (order ("kill all"), "ok");
