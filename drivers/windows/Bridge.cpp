@@ -9,9 +9,6 @@
 
 #include <cstddef>
 #include <cstring>
-#include <future>
-#include <string>
-#include <thread>
 #include <vector>
 
 namespace Bridge
@@ -19,117 +16,65 @@ namespace Bridge
 
 namespace
 {
-constexpr char ownWindowClass[] = "Quendel test bridge";
-constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
-
-/** The 8-bit form of the path when the notification came with a 16-bit one, else nothing. */
-std::string convertWidePath (const DEV_BROADCAST_DEVICEINTERFACE_W& event)
+LRESULT CALLBACK windowProcedure (HWND window, UINT message, WPARAM event, LPARAM data)
 {
-    const auto* bytes = reinterpret_cast<const char*> (&event) + nameOffset;
+    const auto* wide = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_W*> (data);
 
-    // A path begins with two ASCII characters.
-    if (event.dbcc_size < nameOffset + 2 * sizeof (wchar_t) || bytes[0] == 0 || bytes[1] != 0)
-        return {};
-
-    const auto room = (event.dbcc_size - nameOffset) / sizeof (wchar_t);
-    std::wstring wide (room, 0);
-    std::memcpy (wide.data(), bytes, room * sizeof (wchar_t));
-
-    std::string path (4 * room, 0);
-    const auto length = WideCharToMultiByte (CP_ACP,
-                                             0,
-                                             wide.c_str(),
-                                             -1,
-                                             path.data(),
-                                             static_cast<int> (path.size()),
-                                             nullptr,
-                                             nullptr);
-    path.resize (length > 0 ? static_cast<std::size_t> (length) - 1 : 0);
-    return path;
-}
-
-LRESULT CALLBACK windowProcedure (HWND window, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    if (message == WM_DEVICECHANGE && lParam != 0)
+    // In 8 bits the first two characters, which are alike, would be read as one.
+    if (message == WM_DEVICECHANGE && wide != nullptr && wide->dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE
+        && wide->dbcc_name[0] == L'\\')
     {
-        const auto& event = *reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_W*> (lParam);
+        std::string path;
 
-        if (event.dbcc_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
-            if (const auto path = convertWidePath (event); ! path.empty())
-                notifyProgram (static_cast<unsigned long> (wParam), path.c_str());
+        // The test bus's paths are ASCII.
+        for (const auto* character = wide->dbcc_name; *character != 0; ++character)
+            path.push_back (static_cast<char> (*character));
+
+        notifyProgram (static_cast<unsigned long> (event), path);
     }
 
-    return DefWindowProcA (window, message, wParam, lParam);
+    return DefWindowProcA (window, message, event, data);
 }
 
-bool registerWindow()
+DEV_BROADCAST_DEVICEINTERFACE_A makeHeader (std::size_t size)
 {
-    WNDCLASSEXA windowClass {};
-    windowClass.cbSize = sizeof (windowClass);
-    windowClass.lpfnWndProc = windowProcedure;
-    windowClass.hInstance = GetModuleHandleA (nullptr);
-    windowClass.lpszClassName = ownWindowClass;
-    RegisterClassExA (&windowClass);
-
-    const auto window = CreateWindowExA (0,
-                                         ownWindowClass,
-                                         nullptr,
-                                         0,
-                                         0,
-                                         0,
-                                         0,
-                                         0,
-                                         HWND_MESSAGE,
-                                         nullptr,
-                                         windowClass.hInstance,
-                                         nullptr);
-
-    DEV_BROADCAST_DEVICEINTERFACE_A filter {};
-    filter.dbcc_size = sizeof (filter);
-    filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    filter.dbcc_classguid = DriverProtocol::makeInterfaceClass<GUID>();
-
-    return window != nullptr && RegisterDeviceNotificationA (window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE) != nullptr;
+    DEV_BROADCAST_DEVICEINTERFACE_A header {};
+    header.dbcc_size = static_cast<DWORD> (size);
+    header.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    header.dbcc_classguid = DriverProtocol::makeInterfaceClass<GUID>();
+    return header;
 }
 } // namespace
 
 bool start()
 {
-    std::promise<bool> registered;
-    auto result = registered.get_future();
+    const auto window = CreateWindowA ("Static", nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+    SetWindowLongPtrA (window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR> (windowProcedure));
 
-    std::thread (
-        [&registered]
-        {
-            registered.set_value (registerWindow());
-
-            for (MSG message {}; GetMessageA (&message, nullptr, 0, 0) > 0;)
-                DispatchMessageA (&message);
-        })
-        .detach();
-
-    return result.get();
+    auto filter = makeHeader (sizeof (DEV_BROADCAST_DEVICEINTERFACE_A));
+    return RegisterDeviceNotificationA (window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE) != nullptr;
 }
 
-bool notifyProgram (unsigned long event, const char* path)
+bool notifyProgram (unsigned long event, const std::string& path)
 {
     constexpr UINT timeoutMs = 10'000;
+    constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
 
-    const auto window = FindWindowExA (HWND_MESSAGE, nullptr, ProgramNames::notificationWindow, nullptr);
+    // The text goes on behind the header.
+    const auto size = nameOffset + path.size() + 1;
+    const auto header = makeHeader (size);
+    std::vector<char> data (sizeof (header) + path.size() + 1);
+    std::memcpy (data.data(), &header, sizeof (header));
+    std::memcpy (data.data() + nameOffset, path.c_str(), path.size() + 1);
 
-    if (window == nullptr)
-        return false;
-
-    const auto size = nameOffset + std::strlen (path) + 1;
-    std::vector<DEV_BROADCAST_DEVICEINTERFACE_A> storage (size / sizeof (DEV_BROADCAST_DEVICEINTERFACE_A) + 1);
-    auto& header = storage.front();
-    header.dbcc_size = static_cast<DWORD> (size);
-    header.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    header.dbcc_classguid = DriverProtocol::makeInterfaceClass<GUID>();
-    std::memcpy (reinterpret_cast<char*> (&header) + nameOffset, path, std::strlen (path) + 1);
-
-    const auto data = reinterpret_cast<LPARAM> (&header);
-    return SendMessageTimeoutA (window, WM_DEVICECHANGE, event, data, SMTO_NORMAL, timeoutMs, nullptr) != 0;
+    return SendMessageTimeoutA (FindWindowExA (HWND_MESSAGE, nullptr, ProgramNames::notificationWindow, nullptr),
+                                WM_DEVICECHANGE,
+                                event,
+                                reinterpret_cast<LPARAM> (data.data()),
+                                SMTO_NORMAL,
+                                timeoutMs,
+                                nullptr)
+           != 0;
 }
 
 } // namespace Bridge

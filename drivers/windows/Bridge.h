@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 /** Brings device notifications to the program where Wine does not.
 
     Wine 8.0 hands a window that was made and registered with the 8-bit calls the notification with 16-bit text, of
@@ -10,7 +12,7 @@
 namespace Bridge
 {
 
-/** Starts it, for the rest of the process. @returns false when there is no window or no registration */
+/** Starts it on the calling thread, which is to dispatch its messages from now on. @returns false when it cannot be */
 bool start();
 
 /** Tells the program of a change of an interface, as the system would.
@@ -19,6 +21,6 @@ bool start();
     @param path   of the interface
     @returns      false when there is no program, or it does not answer
 */
-bool notifyProgram (unsigned long event, const char* path);
+bool notifyProgram (unsigned long event, const std::string& path);
 
 } // namespace Bridge

@@ -1,48 +1,52 @@
 #include "drivers/windows/Interface.h"
 
 #include <cstring>
+#include <initializer_list>
 #include <new>
 
 namespace
 {
 constexpr auto interfaceClass = DriverProtocol::makeInterfaceClass<GUID>();
-constexpr std::size_t classNameLength = sizeof (DriverProtocol::interfaceClassText) - 1;
-constexpr SIZE_T pageSize = 4096;
 
+/** The status that the system takes for a Windows error code. */
 NTSTATUS statusOf (std::uint32_t error)
 {
-    switch (error)
-    {
-        case Machine::noError:
-            return STATUS_SUCCESS;
+    constexpr std::uint32_t isErrorCode = 0xC0010000;
+    return error == Machine::noError ? STATUS_SUCCESS : static_cast<NTSTATUS> (isErrorCode | error);
+}
 
-        case Machine::invalidFunction:
-            return STATUS_INVALID_DEVICE_REQUEST;
+DriverProtocol::RequestKind identify (IRP* irp)
+{
+    const auto& sizes = IoGetCurrentIrpStackLocation (irp)->Parameters.DeviceIoControl;
+    return DriverProtocol::identifyRequest (sizes.IoControlCode,
+                                            irp->AssociatedIrp.SystemBuffer,
+                                            sizes.InputBufferLength);
+}
 
-        case Machine::invalidParameter:
-            return STATUS_INVALID_PARAMETER;
-
-        case Machine::insufficientBuffer:
-            return STATUS_BUFFER_TOO_SMALL;
-
-        case Machine::deviceNotConnected:
-            return STATUS_DEVICE_NOT_CONNECTED;
-
-        default:
-            return STATUS_UNSUCCESSFUL;
-    }
+/** Leaves the address alone when it cannot be done. */
+NTSTATUS mapSection (HANDLE section, HANDLE process, ULONG protection, void*& address)
+{
+    void* result = nullptr;
+    SIZE_T size = 0;
+    const auto status = ZwMapViewOfSection (section, process, &result, 0, 0, nullptr, &size, ViewUnmap, 0, protection);
+    address = NT_SUCCESS (status) ? result : address;
+    return status;
 }
 } // namespace
 
 //==============================================================================
-Interface* Interface::create (std::uint32_t slot, const Simulation::DeviceConfig& config, std::int64_t now)
+Interface* Interface::create (DEVICE_OBJECT* device,
+                              std::uint32_t number,
+                              const Simulation::DeviceConfig& config,
+                              std::int64_t now)
 {
     void* memory = ExAllocatePool (NonPagedPool, sizeof (Interface));
 
     if (memory == nullptr)
         return nullptr;
 
-    auto* result = new (memory) Interface (slot, config, now);
+    auto* result = new (memory) Interface (device, number);
+    result->model.reset (config, now);
 
     if (NT_SUCCESS (result->createBlock()))
         return result;
@@ -51,15 +55,10 @@ Interface* Interface::create (std::uint32_t slot, const Simulation::DeviceConfig
     return nullptr;
 }
 
-Interface::Interface (std::uint32_t slotNumber, const Simulation::DeviceConfig& config, std::int64_t now)
-    : slot (slotNumber)
-{
-    model.reset (config, now);
-}
-
 void Interface::destroy()
 {
     stop();
+    answerKept();
 
     if (block != nullptr)
         ZwUnmapViewOfSection (NtCurrentProcess(), block);
@@ -74,28 +73,14 @@ void Interface::destroy()
 NTSTATUS Interface::createBlock()
 {
     LARGE_INTEGER size;
-    size.QuadPart = pageSize;
+    size.QuadPart = sizeof (StatisticsBlock);
     auto status = ZwCreateSection (&section, SECTION_ALL_ACCESS, nullptr, &size, PAGE_READWRITE, SEC_COMMIT, nullptr);
 
-    if (! NT_SUCCESS (status))
-        return status;
-
-    SIZE_T viewSize = 0;
-    status = ZwMapViewOfSection (section,
-                                 NtCurrentProcess(),
-                                 &block,
-                                 0,
-                                 0,
-                                 nullptr,
-                                 &viewSize,
-                                 ViewUnmap,
-                                 0,
-                                 PAGE_READWRITE);
+    if (NT_SUCCESS (status))
+        status = mapSection (section, NtCurrentProcess(), PAGE_READWRITE, block);
 
     if (NT_SUCCESS (status))
         publish();
-    else
-        block = nullptr;
 
     return status;
 }
@@ -106,9 +91,9 @@ void Interface::publish()
 }
 
 //==============================================================================
-NTSTATUS Interface::start (DEVICE_OBJECT* physicalDevice)
+NTSTATUS Interface::start()
 {
-    auto status = IoRegisterDeviceInterface (physicalDevice, &interfaceClass, nullptr, &link);
+    auto status = IoRegisterDeviceInterface (device, &interfaceClass, nullptr, &link);
 
     if (NT_SUCCESS (status))
         status = writeRegistryValues();
@@ -123,63 +108,61 @@ NTSTATUS Interface::start (DEVICE_OBJECT* physicalDevice)
 /** Under the name by which the registry knows the link; Wine has no call that opens this key. */
 NTSTATUS Interface::writeRegistryValues()
 {
-    constexpr std::size_t prefixLength = 4; // of the link: "\??\"
+    WCHAR key[256] {};
+    constexpr const char* guid = DriverProtocol::interfaceClassText;
+    _snwprintf (key,
+                sizeof (key) / sizeof (WCHAR) - 1,
+                L"\\Registry\\Machine\\System\\CurrentControlSet\\Control\\DeviceClasses\\%hs"
+                L"\\##?#TESTBUS#TAMRIX#%04u#%hs\\#\\Device Parameters",
+                guid,
+                number,
+                guid);
+    RtlCreateRegistryKey (RTL_REGISTRY_ABSOLUTE, key);
 
-    WCHAR storage[512];
-    UNICODE_STRING path { 0, sizeof (storage), storage };
-    UNICODE_STRING className { classNameLength * sizeof (WCHAR),
-                               classNameLength * sizeof (WCHAR),
-                               link.Buffer + link.Length / sizeof (WCHAR) - classNameLength };
-    UNICODE_STRING name { static_cast<USHORT> (link.Length - prefixLength * sizeof (WCHAR)),
-                          link.MaximumLength,
-                          link.Buffer + prefixLength };
-
-    RtlAppendUnicodeToString (&path, L"\\Registry\\Machine\\System\\CurrentControlSet\\Control\\DeviceClasses\\");
-    RtlAppendUnicodeStringToString (&path, &className);
-    RtlAppendUnicodeToString (&path, L"\\##?#");
-    RtlAppendUnicodeStringToString (&path, &name);
-
-    if (const auto status = RtlAppendUnicodeToString (&path, L"\\#\\Device Parameters"); ! NT_SUCCESS (status))
-        return status;
-
-    OBJECT_ATTRIBUTES attributes;
-    InitializeObjectAttributes (&attributes, &path, OBJ_CASE_INSENSITIVE, nullptr, nullptr);
-    HANDLE key = nullptr;
-    auto status = ZwCreateKey (&key, KEY_ALL_ACCESS, &attributes, 0, nullptr, REG_OPTION_VOLATILE, nullptr);
-
-    if (! NT_SUCCESS (status))
-        return status;
+    const auto write = [&key] (const WCHAR* name, ULONG type, void* data, std::size_t size)
+    { return RtlWriteRegistryValue (RTL_REGISTRY_ABSOLUTE, key, name, type, data, static_cast<ULONG> (size)); };
 
     auto capabilities = model.getCapabilities();
+    const auto status = write (L"hwinfo_caps", REG_BINARY, &capabilities, sizeof (capabilities));
 
     // The device's name is 8-bit text, which the registry keeps as 16-bit text.
-    WCHAR deviceName[Simulation::DeviceConfig::maximumNameLength + 1] {};
-    ULONG nameSize = 0;
-    const auto* text = model.getConfig().name;
-    RtlUTF8ToUnicodeN (deviceName, sizeof (deviceName), &nameSize, text, static_cast<ULONG> (std::strlen (text) + 1));
-
-    UNICODE_STRING valueName;
-    RtlInitUnicodeString (&valueName, L"hwinfo_caps");
-    status = ZwSetValueKey (key, &valueName, 0, REG_BINARY, &capabilities, sizeof (capabilities));
-
-    RtlInitUnicodeString (&valueName, L"unique_name");
-
-    if (NT_SUCCESS (status))
-        status = ZwSetValueKey (key, &valueName, 0, REG_SZ, deviceName, nameSize);
-
-    ZwClose (key);
-    return status;
+    WCHAR name[sizeof (Simulation::DeviceConfig::name)] {};
+    ULONG size = 0;
+    RtlUTF8ToUnicodeN (name,
+                       sizeof (name),
+                       &size,
+                       getConfig().name,
+                       static_cast<ULONG> (std::strlen (getConfig().name)));
+    return NT_SUCCESS (status) ? write (L"unique_name", REG_SZ, name, size + sizeof (WCHAR)) : status;
 }
 
 void Interface::stop()
 {
     isGone = true;
-    takeViews();
+    takeViews (nullptr);
+
+    // Wine takes the link away itself, and tells nobody when there is none.
+    setOpening (true);
 
     if (isAnnounced)
         IoSetDeviceInterfaceState (&link, FALSE);
 
     isAnnounced = false;
+}
+
+void Interface::setOpening (bool canBeOpened)
+{
+    if (! isAnnounced || isLocked != canBeOpened)
+        return;
+
+    WCHAR name[64] {};
+    ULONG size = 0;
+    UNICODE_STRING target;
+    IoGetDeviceProperty (device, DevicePropertyPhysicalDeviceObjectName, sizeof (name), name, &size);
+    RtlInitUnicodeString (&target, name);
+
+    isLocked = ! canBeOpened;
+    isLocked ? IoDeleteSymbolicLink (&link) : IoCreateSymbolicLink (&link, &target);
 }
 
 //==============================================================================
@@ -188,71 +171,51 @@ void Interface::stop()
 */
 NTSTATUS Interface::map (FILE_OBJECT* file, HANDLE process, std::uint32_t& address)
 {
-    View* free = nullptr;
+    View* place = nullptr;
 
     for (auto& view : views)
-    {
-        if (view.file == nullptr)
-            free = &view;
+        if (view.file == file || (view.file == nullptr && (place == nullptr || place->file == nullptr)))
+            place = &view;
 
-        if (view.file == file)
-        {
-            address = static_cast<std::uint32_t> (reinterpret_cast<ULONG_PTR> (view.address));
-            return STATUS_SUCCESS;
-        }
-    }
-
-    if (free == nullptr)
+    if (place == nullptr)
         return STATUS_INSUFFICIENT_RESOURCES;
 
-    CLIENT_ID client { process, nullptr };
-    OBJECT_ATTRIBUTES attributes;
-    InitializeObjectAttributes (&attributes, nullptr, 0, nullptr, nullptr);
-    View view { file, nullptr, nullptr };
-    auto status = ZwOpenProcess (&view.process, PROCESS_ALL_ACCESS, &attributes, &client);
+    auto status = STATUS_SUCCESS;
 
-    if (! NT_SUCCESS (status))
-        return status;
-
-    SIZE_T size = 0;
-    status =
-        ZwMapViewOfSection (section, view.process, &view.address, 0, 0, nullptr, &size, ViewUnmap, 0, PAGE_READONLY);
-
-    if (! NT_SUCCESS (status))
+    if (place->file == nullptr)
     {
-        ZwClose (view.process);
-        return status;
+        CLIENT_ID client { process, nullptr };
+        OBJECT_ATTRIBUTES attributes;
+        InitializeObjectAttributes (&attributes, nullptr, 0, nullptr, nullptr);
+        status = ZwOpenProcess (&place->process, PROCESS_ALL_ACCESS, &attributes, &client);
+
+        if (NT_SUCCESS (status))
+            status = mapSection (section, place->process, PAGE_READONLY, place->address);
+
+        place->file = NT_SUCCESS (status) ? file : nullptr;
     }
 
-    *free = view;
-    address = static_cast<std::uint32_t> (reinterpret_cast<ULONG_PTR> (view.address));
-    return STATUS_SUCCESS;
+    address = static_cast<std::uint32_t> (reinterpret_cast<ULONG_PTR> (place->address));
+    return status;
 }
 
-void Interface::take (View& view)
-{
-    if (view.file == nullptr)
-        return;
-
-    ZwUnmapViewOfSection (view.process, view.address);
-    ZwClose (view.process);
-    view = {};
-}
-
-void Interface::takeViews()
+void Interface::takeViews (const FILE_OBJECT* file)
 {
     for (auto& view : views)
-        take (view);
+    {
+        if (view.file == nullptr || (file != nullptr && view.file != file))
+            continue;
+
+        ZwUnmapViewOfSection (view.process, view.address);
+        ZwClose (view.process);
+        view = {};
+    }
 }
 
-void Interface::closed (FILE_OBJECT* file)
+void Interface::closed (const FILE_OBJECT* file)
 {
-    if (owner == file)
-        owner = nullptr;
-
-    for (auto& view : views)
-        if (view.file == file)
-            take (view);
+    owner = owner == file ? nullptr : owner;
+    takeViews (file);
 }
 
 //==============================================================================
@@ -262,60 +225,118 @@ void Interface::advance (std::int64_t now)
     publish();
 }
 
-Interface::Treatment Interface::receive (ULONG controlCode, const void* input, ULONG size)
+bool Interface::isIn (Trouble trouble, RequestKind kind)
 {
-    const auto kind = DriverProtocol::identifyRequest (controlCode, input, size);
-    ++received[static_cast<std::uint32_t> (kind)];
-
-    const auto use = [] (std::uint32_t& count) { return count > 0 && count-- > 0; };
-    auto& trouble = troubleWith (kind);
-    return use (trouble.hangs) ? Treatment::hang : use (trouble.holds) ? Treatment::hold : Treatment::answer;
+    auto& count = troubles[static_cast<std::size_t> (trouble)][static_cast<std::size_t> (kind)];
+    return count > 0 && count-- > 0;
 }
 
-void Interface::endHanging()
+NTSTATUS Interface::handle (IRP* irp, std::int64_t now, DRIVER_CANCEL* cancel)
 {
-    for (auto& trouble : troubles)
-        trouble.hangs = trouble.holds = 0;
+    const auto kind = identify (irp);
+    ++received[static_cast<std::size_t> (kind)];
+    advance (now);
+
+    for (const auto trouble : { Trouble::hang, Trouble::hold })
+        if (isIn (trouble, kind))
+            return keep (irp, trouble == Trouble::hang ? cancel : nullptr);
+
+    // Nobody else is answered meanwhile: the system hands requests over one by one.
+    if (slownessMs > 0)
+    {
+        constexpr std::int64_t unitsPerMs = 10'000;
+        LARGE_INTEGER delay;
+        delay.QuadPart = -unitsPerMs * slownessMs;
+        KeDelayExecutionThread (KernelMode, FALSE, &delay);
+    }
+
+    return answer (irp, PsGetCurrentProcessId());
 }
 
-NTSTATUS Interface::handle (FILE_OBJECT* file,
-                            HANDLE process,
-                            ULONG controlCode,
-                            void* buffer,
-                            ULONG inputSize,
-                            ULONG outputSize,
-                            ULONG& size)
+NTSTATUS Interface::keep (IRP* irp, DRIVER_CANCEL* cancel)
 {
-    size = 0;
+    for (auto& place : kept)
+    {
+        if (place.irp != nullptr)
+            continue;
+
+        place = { irp, PsGetCurrentProcessId(), cancel != nullptr };
+        IoMarkIrpPending (irp);
+        IoSetCancelRoutine (irp, cancel);
+        return STATUS_PENDING;
+    }
+
+    return complete (irp, STATUS_INSUFFICIENT_RESOURCES);
+}
+
+void Interface::forget (const IRP* irp)
+{
+    for (auto& place : kept)
+        if (place.irp == irp)
+            place = {};
+}
+
+/** Leaves out what is being cancelled. */
+void Interface::answerKept()
+{
+    for (auto& place : kept)
+    {
+        const auto [irp, process, canBeCancelled] = place;
+        place = {};
+
+        if (irp != nullptr && (! canBeCancelled || IoSetCancelRoutine (irp, nullptr) != nullptr))
+            answer (irp, process);
+    }
+}
+
+void Interface::resume()
+{
+    for (const auto trouble : { Trouble::hang, Trouble::hold })
+        for (auto& count : troubles[static_cast<std::size_t> (trouble)])
+            count = 0;
+
+    answerKept();
+}
+
+NTSTATUS Interface::answer (IRP* irp, HANDLE process)
+{
+    ULONG size = 0;
+    const auto status = answer (irp, process, size);
+    return complete (irp, status, size);
+}
+
+/** Writes the answer over the request, its length to size. */
+NTSTATUS Interface::answer (IRP* irp, HANDLE process, ULONG& size)
+{
+    const auto& request = *IoGetCurrentIrpStackLocation (irp);
+    const auto& sizes = request.Parameters.DeviceIoControl;
+    auto* buffer = irp->AssociatedIrp.SystemBuffer;
+    const auto kind = identify (irp);
 
     if (isGone)
         return STATUS_DEVICE_NOT_CONNECTED;
 
-    if (isExclusive && file != owner)
+    if (isExclusive && request.FileObject != owner)
         return STATUS_SHARING_VIOLATION;
 
-    auto& trouble = troubleWith (DriverProtocol::identifyRequest (controlCode, buffer, inputSize));
-
-    if (trouble.failures > 0)
-    {
-        --trouble.failures;
+    if (isIn (Trouble::fail, kind))
         return STATUS_UNSUCCESSFUL;
-    }
 
-    if (trouble.warnings > 0)
+    if (isIn (Trouble::warn, kind))
     {
-        constexpr int madeUp = 0x3C;
-        --trouble.warnings;
-        RtlFillMemory (buffer, outputSize, madeUp);
-        size = outputSize;
+        constexpr int meaningless = 0x3C;
+        size = sizes.OutputBufferLength;
+        RtlFillMemory (buffer, size, meaningless);
         return STATUS_BUFFER_OVERFLOW;
     }
 
-    const auto reply = model.handle (controlCode, buffer, inputSize, buffer, outputSize);
+    const auto reply =
+        model.handle (sizes.IoControlCode, buffer, sizes.InputBufferLength, buffer, sizes.OutputBufferLength);
     publish();
 
     if (reply.mapsStatistics)
-        if (const auto status = map (file, process, static_cast<DriverProtocol::CommandEnvelope*> (buffer)->words[0]);
+        if (const auto status =
+                map (request.FileObject, process, static_cast<DriverProtocol::CommandEnvelope*> (buffer)->words[0]);
             ! NT_SUCCESS (status))
             return status;
 
@@ -323,20 +344,24 @@ NTSTATUS Interface::handle (FILE_OBJECT* file,
     return statusOf (reply.error);
 }
 
-void Interface::describe (TestBus::State& state) const
+void Interface::describe (Answer& answer) const
 {
-    state.isPresent = 1;
-    state.numOpens = numOpens;
+    ULONG_PTR numViews = 0, highestView = 0, numKept = 0;
 
     for (const auto& view : views)
     {
-        if (view.file == nullptr)
-            continue;
-
         const auto address = reinterpret_cast<ULONG_PTR> (view.address);
-        state.highestView = state.highestView < address ? address : state.highestView;
-        ++state.numViews;
+        highestView = address > highestView ? address : highestView;
+        numViews += view.file != nullptr ? 1 : 0;
     }
 
-    RtlCopyMemory (state.received, received, sizeof (received));
+    for (const auto& place : kept)
+        numKept += place.irp != nullptr ? 1 : 0;
+
+    // As the system makes the path of what the bus says.
+    answer.add (" %s path=\\\\?\\testbus#tamrix#%04u#%s", getConfig().name, number, DriverProtocol::interfaceClassText);
+    answer.add (" open=%u views=%I64u waiting=%I64u highest-view=%I64u", numOpens, numViews, numKept, highestView);
+
+    for (std::size_t i = 0; i < DriverProtocol::numRequestKinds; ++i)
+        answer.add (" %s=%u", DriverProtocol::requestNames[i], received[i]);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "drivers/simulator/model/DeviceModel.h"
+#include "drivers/windows/Answer.h"
 #include "drivers/windows/Kernel.h"
-#include "drivers/windows/TestBus.h"
 
 /** One audio interface on the test bus: the simulator's model behind a device interface of the driver's class. Used by
     one thread at a time.
@@ -10,12 +10,21 @@
 class Interface
 {
 public:
-    /** Large: allocate it with create(), free it with destroy(). @returns null when there is no room for it */
-    static Interface* create (std::uint32_t slot, const Simulation::DeviceConfig& config, std::int64_t now);
+    using RequestKind = DriverProtocol::RequestKind;
+
+    /** Large: allocate it with create(), free it with destroy().
+
+        @param number  of its place on the bus, which is the last part of its path
+        @returns       null when there is no room for it
+    */
+    static Interface*
+        create (DEVICE_OBJECT* device, std::uint32_t number, const Simulation::DeviceConfig& config, std::int64_t now);
+
+    /** Also answers the requests that are kept. */
     void destroy();
 
     /** Registers the device interface, with its registry values, and announces it. */
-    NTSTATUS start (DEVICE_OBJECT* physicalDevice);
+    NTSTATUS start();
 
     /** Answers nothing any more, takes the block out of all processes and, if started, says that it is gone. */
     void stop();
@@ -23,7 +32,9 @@ public:
     /** Answers nothing any more and keeps quiet about it. */
     void kill() { isGone = true; }
 
-    std::uint32_t getSlot() const { return slot; }
+    DEVICE_OBJECT* getDevice() const { return device; }
+    std::uint32_t getNumber() const { return number; }
+    const Simulation::DeviceConfig& getConfig() const { return model.getConfig(); }
 
     //==============================================================================
     /** The first open file is the one that an exclusive interface answers: under Wine no open can be refused. */
@@ -34,54 +45,52 @@ public:
     }
 
     /** Takes the block out of the process that had opened this file. */
-    void closed (FILE_OBJECT* file);
+    void closed (const FILE_OBJECT* file);
 
-    /** How a request that has just come is to be treated. */
-    enum class Treatment
-    {
-        answer,
-        hang,
-        hold
-    };
+    /** Answers a control request, or keeps it.
 
-    Treatment receive (ULONG controlCode, const void* input, ULONG size);
-
-    /** Answers a control request in place.
-
-        @param process  whose request it is
-        @returns        the status, and in size the bytes of the answer
+        @param cancel  called by the system for one that is kept; then forget() it
     */
-    NTSTATUS handle (FILE_OBJECT* file,
-                     HANDLE process,
-                     ULONG controlCode,
-                     void* buffer,
-                     ULONG inputSize,
-                     ULONG outputSize,
-                     ULONG& size);
+    NTSTATUS handle (IRP* irp, std::int64_t now, DRIVER_CANCEL* cancel);
+
+    void forget (const IRP* irp);
 
     //==============================================================================
-    /** What becomes of the next requests of a kind; counts that are used up one by one. */
-    struct Trouble
+    /** What can become of requests. */
+    enum class Trouble
     {
-        std::uint32_t failures;
-        std::uint32_t warnings;
-        std::uint32_t hangs;
-        std::uint32_t holds;
+        fail, /**< They fail. */
+        warn, /**< They fail with a warning, and an answer that means nothing. */
+        hang, /**< They are kept until they are cancelled, or resume(). */
+        hold  /**< As hang, but they cannot be cancelled. */
     };
 
-    Trouble& troubleWith (TestBus::RequestKind kind) { return troubles[static_cast<std::uint32_t> (kind)]; }
-    void endHanging();
+    /** Means trouble for the next requests of a kind, so many of them. */
+    void makeTrouble (Trouble trouble, RequestKind kind, std::uint32_t count)
+    {
+        troubles[static_cast<std::size_t> (trouble)][static_cast<std::size_t> (kind)] = count;
+    }
+
+    /** Answers the requests that are kept, and keeps none any more. */
+    void resume();
+
+    /** Lets nobody open it, or everybody again. */
+    void setOpening (bool canBeOpened);
+
     void makeExclusive() { isExclusive = true; }
     void slowDown (std::uint32_t milliseconds) { slownessMs = milliseconds; }
-    std::uint32_t getSlownessMs() const { return slownessMs; }
+
+    /** Moves the model on and shows its statistics to whoever maps them. */
     void advance (std::int64_t now);
-    void glitch() { model.glitch(); }
-    bool setSampleRate (std::uint32_t hz) { return model.setSampleRate (hz); }
-    bool setBufferSize (std::uint32_t samples) { return model.setBufferSize (samples); }
-    void limitLog (std::uint32_t length) { model.fillEventLog (length); }
-    void takeViews();
-    void removeLink() { IoDeleteSymbolicLink (&link); }
-    void describe (TestBus::State& state) const;
+
+    /** Takes the block out of the process that has opened a file, or out of all. */
+    void takeViews (const FILE_OBJECT* file);
+
+    Simulation::DeviceModel& getModel() { return model; }
+
+    /** Its name and path, opens so far, views of the block and their highest address, requests that are kept, and
+       requests so far by kind. */
+    void describe (Answer& answer) const;
 
 private:
     /** The statistics block in a process that has opened the interface. */
@@ -92,28 +101,43 @@ private:
         void* address;
     };
 
-    static constexpr std::uint32_t maximumViews = 8;
+    /** A request that is answered later, or never. */
+    struct Kept
+    {
+        IRP* irp;
+        HANDLE process;
+        bool canBeCancelled;
+    };
 
-    Interface (std::uint32_t slotNumber, const Simulation::DeviceConfig& config, std::int64_t now);
+    static constexpr std::size_t numTroubles = 4;
+
+    Interface (DEVICE_OBJECT* itsDevice, std::uint32_t itsNumber) : device (itsDevice), number (itsNumber) {}
 
     NTSTATUS createBlock();
     NTSTATUS writeRegistryValues();
     void publish();
     NTSTATUS map (FILE_OBJECT* file, HANDLE process, std::uint32_t& address);
-    static void take (View& view);
+    bool isIn (Trouble trouble, RequestKind kind);
+    NTSTATUS keep (IRP* irp, DRIVER_CANCEL* cancel);
+    void answerKept();
+    NTSTATUS answer (IRP* irp, HANDLE process);
+    NTSTATUS answer (IRP* irp, HANDLE process, ULONG& size);
 
-    const std::uint32_t slot;
+    DEVICE_OBJECT* const device;
+    const std::uint32_t number;
     bool isGone = false;
     bool isAnnounced = false;
     bool isExclusive = false;
+    bool isLocked = false;
     FILE_OBJECT* owner = nullptr;
     std::uint32_t numOpens = 0;
     UNICODE_STRING link {};
     HANDLE section = nullptr;
     void* block = nullptr; // in the driver's own process
-    View views[maximumViews] {};
+    View views[8] {};
+    Kept kept[32] {};
     std::uint32_t received[DriverProtocol::numRequestKinds] {};
-    Trouble troubles[DriverProtocol::numRequestKinds] {};
+    std::uint32_t troubles[numTroubles][DriverProtocol::numRequestKinds] {};
     std::uint32_t slownessMs = 0;
     Simulation::DeviceModel model;
 };

@@ -12,3 +12,12 @@ extern "C"
 #undef interface
 #undef min
 #undef max
+
+/** Gives a request back to whom it came from. @returns the status */
+inline NTSTATUS complete (IRP* irp, NTSTATUS status, ULONG_PTR information = 0)
+{
+    irp->IoStatus.Status = status;
+    irp->IoStatus.Information = information;
+    IoCompleteRequest (irp, IO_NO_INCREMENT);
+    return status;
+}

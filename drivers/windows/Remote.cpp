@@ -1,6 +1,4 @@
 #include "drivers/windows/Bridge.h"
-#include "drivers/windows/Failure.h"
-#include "drivers/windows/Installer.h"
 #include "drivers/windows/TestBus.h"
 #include "drivers/windows/Windows.h"
 #include "protocol/ProgramNames.h"
@@ -10,42 +8,42 @@
 #include <dbt.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <functional>
+#include <cstdlib>
 #include <iostream>
 #include <iterator>
-#include <map>
-#include <set>
+#include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
-#include <utility>
-#include <vector>
+#include <string_view>
+#include <thread>
 
-/* Takes orders for the test bus, one a line, on its standard input: those that the simulator takes, and some about what
-   only Windows has. Each is answered by one line, "ok ..." or "error: ...". Ends with its input.
+/* Says "serving" when the test bus is there, then takes orders on its standard input, one a line: its own, which are
+   about what only Windows has, and all that the bus takes. Each is answered by one line, "ok ..." or "error: ...". Ends
+   with "quit" or its input.
 
-   While it runs it keeps the Wine session alive, and is the notification bridge once it has been told to. */
+   While it runs it keeps the Wine session alive, and is the notification bridge. */
 
 namespace
 {
-using DriverProtocol::requestNames;
-using TestBus::Action;
-using TestBus::Order;
-using TestBus::State;
+/** Why an order could not be carried out. */
+struct Failure : std::runtime_error
+{
+    using runtime_error::runtime_error;
+};
+
+/** Throws a Failure, with the system's last error, unless it is done. */
+void check (bool isDone, const std::string& what)
+{
+    if (! isDone)
+        throw Failure (what + " (" + std::to_string (GetLastError()) + ")");
+}
 
 /** A file or device that is open for as long as this lives. */
-class OpenFile
+struct OpenFile
 {
-public:
-    explicit OpenFile (const std::string& path)
-        : handle (CreateFileA (path.c_str(),
-                               GENERIC_READ | GENERIC_WRITE,
-                               FILE_SHARE_READ | FILE_SHARE_WRITE,
-                               nullptr,
-                               OPEN_EXISTING,
-                               0,
-                               nullptr))
+    OpenFile (const std::string& path, DWORD access, DWORD sharing, DWORD disposition)
+        : handle (CreateFileA (path.c_str(), access, sharing, nullptr, disposition, 0, nullptr))
     {
         check (handle != INVALID_HANDLE_VALUE, "cannot open " + path);
     }
@@ -55,81 +53,90 @@ public:
     OpenFile (const OpenFile&) = delete;
     OpenFile& operator= (const OpenFile&) = delete;
 
-    template <typename Input, typename Output>
-    void control (DWORD code, const Input& input, Output& output) const
-    {
-        DWORD size = 0;
-        auto request = input;
-        check (DeviceIoControl (handle, code, &request, sizeof (request), &output, sizeof (output), &size, nullptr)
-                   != FALSE,
-               "the request failed");
-    }
-
-private:
-    HANDLE handle;
+    const HANDLE handle;
 };
 
-//==============================================================================
-template <typename Number>
-Number read (std::istream& words, const char* what)
+/** What lasts from one order to the next. */
+struct Remote
 {
-    Number number {};
+    Windows::KeyWatch keys;
+    std::optional<OpenFile> heldFile;
+};
 
-    if (! (words >> number))
-        throw Failure (std::string ("wanted: ") + what);
-
-    return number;
+/** The bus's answer to an order. */
+std::string tellBus (const std::string& line)
+{
+    const OpenFile bus (TestBus::openPath,
+                        GENERIC_READ | GENERIC_WRITE,
+                        FILE_SHARE_READ | FILE_SHARE_WRITE,
+                        OPEN_EXISTING);
+    std::string order (line), answer (TestBus::maximumAnswer + 1, 0);
+    DWORD size = 0;
+    check (DeviceIoControl (bus.handle,
+                            TestBus::orderCode,
+                            order.data(),
+                            static_cast<DWORD> (order.size()),
+                            answer.data(),
+                            static_cast<DWORD> (answer.size()),
+                            &size,
+                            nullptr)
+               != FALSE,
+           "the bus does not answer");
+    answer.resize (size);
+    return answer;
 }
 
-/** Slots by the names of the devices that have been plugged in; each keeps its own. */
-std::map<std::string, std::uint32_t> slotsByName;
+/** Where the program keeps the place of its window, as texts. */
+using ProgramNames::settingsKey;
+constexpr const char* settingsNames[] { "x", "y" };
 
-State send (const Order& order)
+std::string describeSettings (Remote&, std::istream&)
 {
-    State state {};
-    OpenFile (TestBus::openPath).control (TestBus::orderCode, order, state);
-    return state;
+    std::string answer ("ok");
+
+    for (const auto* name : settingsNames)
+    {
+        char text[64] {};
+        DWORD size = sizeof (text) - 1;
+
+        if (RegGetValueA (HKEY_CURRENT_USER, settingsKey, name, RRF_RT_REG_SZ, nullptr, text, &size) == ERROR_SUCCESS)
+            answer.append (" ").append (name).append ("=").append (text);
+    }
+
+    return answer;
 }
 
-State send (Action action, std::uint32_t slot, std::int64_t value = 0)
+std::string store (Remote&, std::istream& words)
 {
-    Order order {};
-    order.action = action;
-    order.slot = slot;
-    order.value = value;
-    return send (order);
+    RegDeleteTreeA (HKEY_CURRENT_USER, settingsKey);
+    const auto* name = std::begin (settingsNames);
+
+    for (std::string text; words >> text && name != std::end (settingsNames); ++name)
+    {
+        const auto size = static_cast<DWORD> (text.size() + 1);
+        const auto error = RegSetKeyValueA (HKEY_CURRENT_USER, settingsKey, *name, REG_SZ, text.c_str(), size);
+        check (error == ERROR_SUCCESS, "not stored");
+    }
+
+    return "ok";
 }
 
-bool isPresent (std::uint32_t slot)
+std::string notify (Remote&, std::istream& words)
 {
-    return send (Action::look, slot).isPresent != 0;
-}
+    std::string event, device;
+    words >> event >> device;
+    const auto isQuery = event == "query-remove";
+    const auto counts = tellBus ("counts " + device);
+    const std::string_view label ("path=");
+    const auto path = counts.find (label);
 
-/** The slots that a device's name, or "all", stands for. */
-std::vector<std::uint32_t> readSlots (std::istream& words)
-{
-    const auto wanted = read<std::string> (words, "device");
-    std::vector<std::uint32_t> slots;
+    if ((! isQuery && event != "query-remove-failed") || path == std::string::npos)
+        return "error: no such event or device";
 
-    for (const auto& [name, slot] : slotsByName)
-        if ((wanted == "all" || wanted == name) && isPresent (slot))
-            slots.push_back (slot);
-
-    if (slots.empty() && wanted != "all")
-        throw Failure ("no such device: " + wanted);
-
-    std::sort (slots.begin(), slots.end());
-    return slots;
-}
-
-TestBus::RequestKind findKind (const std::string& name)
-{
-    const auto found = std::find (std::begin (requestNames), std::end (requestNames), name);
-
-    if (found == std::end (requestNames))
-        throw Failure ("no such kind of request: " + name);
-
-    return static_cast<TestBus::RequestKind> (found - std::begin (requestNames));
+    check (Bridge::notifyProgram (isQuery ? DBT_DEVICEQUERYREMOVE : DBT_DEVICEQUERYREMOVEFAILED,
+                                  counts.substr (path + label.size(), counts.find (' ', path) - path - label.size())),
+           "the program does not answer");
+    return "ok";
 }
 
 /** What is left of the line. */
@@ -140,308 +147,112 @@ std::string readRest (std::istream& words)
     return rest;
 }
 
-std::int64_t getFrequency()
+/** As scanners do for moments. */
+std::string holdFile (Remote& remote, std::istream& words)
 {
-    LARGE_INTEGER frequency {};
-    QueryPerformanceFrequency (&frequency);
-    return frequency.QuadPart;
-}
-
-/** Of the interface in a slot, as the system makes it of what the bus says. */
-std::string getPath (std::uint32_t slot)
-{
-    return "\\\\?\\testbus#tamrix#000" + std::to_string (slot + 1) + "#" + DriverProtocol::interfaceClassText;
-}
-
-//==============================================================================
-/** Whether a program can open the interface. */
-bool isAnnounced (std::uint32_t slot)
-{
-    try
-    {
-        OpenFile file (getPath (slot));
-        return true;
-    }
-    catch (const Failure&)
-    {
-        return false;
-    }
-}
-
-/** The system starts and removes interfaces on a thread of its own. */
-void waitUntil (std::uint32_t slot, bool shouldBeThere)
-{
-    constexpr DWORD patienceMs = 20'000, intervalMs = 5;
-
-    for (DWORD waited = 0; isAnnounced (slot) != shouldBeThere; waited += intervalMs)
-    {
-        check (waited < patienceMs, getPath (slot) + (shouldBeThere ? " does not come" : " does not go"));
-        Sleep (intervalMs);
-    }
-}
-
-void plug (std::istream& words)
-{
-    const auto name = read<std::string> (words, "name");
-    const auto slot = slotsByName.emplace (name, slotsByName.size()).first->second;
-
-    Order order {};
-    order.action = Action::plug;
-    order.slot = slot;
-    order.value = getFrequency();
-    std::memcpy (order.text, name.data(), std::min (name.size(), sizeof (order.text) - 1));
-    send (order);
-    waitUntil (slot, true);
-}
-
-/** An action on every device that is named, with a number behind the name. */
-void applyToAll (Action action, std::istream& words, const char* number)
-{
-    const auto slots = readSlots (words);
-    const auto value = read<std::uint32_t> (words, number);
-
-    for (const auto slot : slots)
-        send (action, slot, value);
-}
-
-void applyToAll (Action action, std::istream& words)
-{
-    for (const auto slot : readSlots (words))
-        send (action, slot);
-}
-
-void trouble (Action action, std::uint32_t slot, TestBus::RequestKind kind, std::uint32_t count)
-{
-    Order order {};
-    order.action = action;
-    order.slot = slot;
-    order.kind = kind;
-    order.value = count;
-    send (order);
-}
-
-constexpr std::uint32_t always = 0xFFFFFFFF;
-
-/** How often; once if it is not said. */
-std::uint32_t readCount (std::istream& words)
-{
-    std::string count = "1";
-    words >> count;
-
-    if (count == "always" || count == "never")
-        return count == "always" ? always : 0;
-
-    std::istringstream number (count);
-    return read<std::uint32_t> (number, "how often");
-}
-
-/** Interfaces that nobody can open, nor hear of when they go: under Wine that takes the link away. */
-std::set<std::uint32_t> locked;
-
-void lock (std::uint32_t slot)
-{
-    send (Action::removeLink, slot);
-    locked.insert (slot);
-}
-
-/** An action on the next requests of a kind. An interface cannot refuse to be opened: its link goes, for good. */
-void trouble (Action action, std::istream& words)
-{
-    const auto slots = readSlots (words);
-    const auto name = read<std::string> (words, "kind of request");
-    const auto count = readCount (words);
-
-    for (const auto slot : slots)
-    {
-        if (name == "open")
-            lock (slot);
-        else
-            trouble (action, slot, findKind (name), count);
-    }
-}
-
-void stopAnswering (std::istream& words)
-{
-    for (const auto slot : readSlots (words))
-        for (std::uint32_t kind = 0; kind < DriverProtocol::numRequestKinds; ++kind)
-            trouble (Action::hold, slot, static_cast<TestBus::RequestKind> (kind), always);
-}
-
-void unplug (std::uint32_t slot)
-{
-    send (Action::unplug, slot);
-
-    if (locked.erase (slot) > 0)
-        Bridge::notifyProgram (DBT_DEVICEREMOVECOMPLETE, getPath (slot).c_str());
-
-    waitUntil (slot, false);
-}
-
-void unplug (std::istream& words)
-{
-    for (const auto slot : readSlots (words))
-        unplug (slot);
-}
-
-void kill (std::istream& words)
-{
-    for (const auto slot : readSlots (words))
-    {
-        send (Action::kill, slot);
-        unplug (slot);
-    }
-}
-
-/** What the answer says beside "ok". */
-std::ostringstream answer;
-
-/** What was asked of the devices so far, and what they hold. */
-void describeCounts (std::istream& words)
-{
-    for (const auto slot : readSlots (words))
-    {
-        const auto state = send (Action::look, slot);
-        answer << " open=" << state.numOpens << " views=" << state.numViews << " waiting=" << state.numWaiting
-               << " highest-view=" << state.highestView;
-
-        for (std::size_t i = 0; i < std::size (requestNames); ++i)
-            answer << ' ' << requestNames[i] << '=' << state.received[i];
-    }
-}
-
-/** Where the program keeps the place of its window, as texts. */
-constexpr const char* settingsNames[] { "x", "y" };
-
-void describeSettings (std::istream&)
-{
-    for (const auto* name : settingsNames)
-    {
-        char text[64] {};
-        DWORD size = sizeof (text) - 1;
-
-        if (RegGetValueA (HKEY_CURRENT_USER, ProgramNames::settingsKey, name, RRF_RT_REG_SZ, nullptr, text, &size)
-            == ERROR_SUCCESS)
-            answer << ' ' << name << '=' << text;
-    }
-}
-
-void store (std::istream& words)
-{
-    for (const auto* name : settingsNames)
-    {
-        const auto text = read<std::string> (words, name);
-        const auto size = static_cast<DWORD> (text.size() + 1);
-        const auto error =
-            RegSetKeyValueA (HKEY_CURRENT_USER, ProgramNames::settingsKey, name, REG_SZ, text.c_str(), size);
-        check (error == ERROR_SUCCESS, "not stored");
-    }
-}
-
-/** An empty bus without a past, and no settings. */
-void reset (std::istream&)
-{
-    std::istringstream all ("all");
-    unplug (all);
-    slotsByName.clear();
-    RegDeleteTreeA (HKEY_CURRENT_USER, ProgramNames::settingsKey);
-}
-
-void notify (std::istream& words)
-{
-    const std::map<std::string, unsigned long> events { { "query-remove", DBT_DEVICEQUERYREMOVE },
-                                                        { "query-remove-failed", DBT_DEVICEQUERYREMOVEFAILED } };
-
-    const auto event = events.find (read<std::string> (words, "event"));
-
-    if (event == events.end())
-        throw Failure ("no such event");
-
-    for (const auto slot : readSlots (words))
-        check (Bridge::notifyProgram (event->second, getPath (slot).c_str()), "the program does not answer");
-}
-
-/** Opens a file so that nobody else can, as scanners do for moments; without a name it lets go of it. */
-void holdFile (std::istream& words)
-{
-    static HANDLE held = INVALID_HANDLE_VALUE;
-    CloseHandle (std::exchange (held, INVALID_HANDLE_VALUE));
+    remote.heldFile.reset();
 
     if (const auto path = readRest (words); ! path.empty())
+        remote.heldFile.emplace (path, GENERIC_READ, 0, OPEN_ALWAYS);
+
+    return "ok";
+}
+
+std::string help (Remote& remote, std::istream& words);
+
+std::string countUrgentThreads (Remote&, std::istream& words)
+{
+    const auto number = Windows::countUrgentThreads (readRest (words));
+    check (number >= 0, "no such window");
+    return "ok " + std::to_string (number);
+}
+
+struct Order
+{
+    std::string_view name;
+    std::string_view arguments; // those in brackets may be left out
+    std::string (*carryOut) (Remote& remote, std::istream& words);
+};
+
+constexpr Order orders[] {
+    { "help", "", help },
+    { "quit", "", [] (Remote&, std::istream&) { return tellBus ("reset"); } },
+    { "notify", "query-remove|query-remove-failed DEV", notify },
+    { "hold-file", "[PATH]", holdFile },
+    { "stored", "", describeSettings },
+    { "store", "[X] [Y]", store },
+    { "box-text",
+      "TITLE",
+      [] (Remote&, std::istream& words) { return "ok " + Windows::getBoxText (readRest (words)); } },
+    { "keyboard", "", [] (Remote&, std::istream&) { return "ok " + Windows::getKeyboardOwner(); } },
+    { "watch-keys",
+      "",
+      [] (Remote& remote, std::istream&) { return std::string (remote.keys.watch() ? "ok 1" : "ok 0"); } },
+    { "keys-down",
+      "",
+      [] (Remote& remote, std::istream&) { return "ok " + std::to_string (remote.keys.countDown()); } },
+    { "urgent-threads", "TITLE", countUrgentThreads },
+};
+
+/** The bus's orders, and these. */
+std::string help (Remote&, std::istream&)
+{
+    auto answer = tellBus ("help");
+
+    for (const auto& order : orders)
+        if (order.carryOut != help)
+            answer.append ("; ")
+                .append (order.name)
+                .append (order.arguments.empty() ? "" : " ")
+                .append (order.arguments);
+
+    return answer;
+}
+
+/** The answer to an order. */
+std::string carryOut (Remote& remote, const std::string& line)
+{
+    std::istringstream words (line);
+    std::string name;
+    words >> name;
+    const auto isNamed = [&name] (const Order& order) { return order.name == name; };
+    const auto* order = std::find_if (std::begin (orders), std::end (orders), isNamed);
+
+    try
     {
-        held = CreateFileA (path.c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
-        check (held != INVALID_HANDLE_VALUE, "cannot open " + path);
+        return order != std::end (orders) ? order->carryOut (remote, words) : tellBus (line);
+    }
+    catch (const Failure& failure)
+    {
+        return std::string ("error: ") + failure.what();
     }
 }
 
-//==============================================================================
-using Command = std::function<void (std::istream&)>;
-
-const std::map<std::string, Command> commands {
-    { "install", [] (std::istream& words) { Installer::installTestBus (readRest (words)); } },
-    { "controller", [] (std::istream& words) { Installer::installHostController (readRest (words)); } },
-    { "bridge", [] (std::istream&) { check (Bridge::start(), "no bridge"); } },
-    { "notify", notify },
-    { "reset", reset },
-
-    { "plug", plug },
-    { "unplug", [] (std::istream& words) { unplug (words); } },
-    { "kill", kill },
-    { "rate", [] (std::istream& words) { applyToAll (Action::rate, words, "Hz"); } },
-    { "buffer", [] (std::istream& words) { applyToAll (Action::buffer, words, "samples"); } },
-    { "glitch", [] (std::istream& words) { applyToAll (Action::glitch, words); } },
-    { "fail", [] (std::istream& words) { trouble (Action::fail, words); } },
-    { "warn", [] (std::istream& words) { trouble (Action::warn, words); } },
-    { "hang", [] (std::istream& words) { trouble (Action::hang, words); } },
-    { "hold", [] (std::istream& words) { trouble (Action::hold, words); } },
-    { "exclusive", [] (std::istream& words) { applyToAll (Action::exclusive, words); } },
-    { "slow", [] (std::istream& words) { applyToAll (Action::slow, words, "milliseconds"); } },
-    { "stop", stopAnswering },
-    { "resume", [] (std::istream& words) { applyToAll (Action::release, words); } },
-    { "fill", [] (std::istream& words) { applyToAll (Action::limitLog, words, "number of entries"); } },
-    { "take-view", [] (std::istream& words) { applyToAll (Action::takeView, words); } },
-    { "tick", [] (std::istream& words) { send (Action::tick, 0, read<std::uint32_t> (words, "milliseconds")); } },
-    { "hold-file", holdFile },
-    { "counts", describeCounts },
-    { "stored", describeSettings },
-    { "store", store },
-    { "box-text", [] (std::istream& words) { answer << ' ' << Windows::getBoxText (readRest (words)); } },
-    { "keyboard", [] (std::istream&) { answer << ' ' << Windows::getKeyboardOwner(); } },
-    { "watch-keys", [] (std::istream&) { answer << (Windows::watchKeys() ? " 1" : " 0"); } },
-    { "keys-down", [] (std::istream&) { answer << ' ' << Windows::countKeysDown(); } },
-    { "urgent-threads",
-      [] (std::istream& words)
-      {
-          const auto number = Windows::countUrgentThreads (readRest (words));
-          check (number >= 0, "no such window");
-          answer << ' ' << number;
-      } },
-};
-
-void carryOut (const std::string& line)
+void serve()
 {
-    std::istringstream words (line);
-    const auto command = commands.find (read<std::string> (words, "command"));
+    constexpr DWORD intervalMs = 20;
+    Remote remote;
 
-    if (command == commands.end())
-        throw Failure ("no such command");
+    // The system starts the bus when the session begins, with other things.
+    while (carryOut (remote, "reset") != "ok")
+        Sleep (intervalMs);
 
-    command->second (words);
+    std::cout << "serving" << std::endl;
+
+    for (std::string line; line != "quit" && std::getline (std::cin, line);)
+        std::cout << carryOut (remote, line) << std::endl;
+
+    std::exit (0);
 }
 } // namespace
 
 int main()
 {
-    for (std::string line; std::getline (std::cin, line);)
-    {
-        try
-        {
-            answer.str ({});
-            carryOut (line);
-            std::cout << "ok" << answer.str() << std::endl;
-        }
-        catch (const Failure& failure)
-        {
-            std::cout << "error: " << failure.what() << std::endl;
-        }
-    }
+    if (! Bridge::start())
+        return 1;
+
+    std::thread (serve).detach();
+
+    for (MSG message {}; GetMessageA (&message, nullptr, 0, 0) > 0;)
+        DispatchMessageA (&message);
 }

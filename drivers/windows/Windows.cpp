@@ -13,10 +13,6 @@ namespace
 {
 constexpr char boxClass[] = "#32770";
 
-/** The window whose keys are watched, and its thread. */
-HWND watched = nullptr;
-HANDLE watchedThread = nullptr;
-
 BOOL CALLBACK addText (HWND window, LPARAM context)
 {
     constexpr int room = 512;
@@ -60,22 +56,26 @@ std::string getKeyboardOwner()
     return std::string (className) + " " + title;
 }
 
-bool watchKeys()
+bool KeyWatch::watch()
 {
-    if (watchedThread != nullptr)
-    {
-        AttachThreadInput (GetCurrentThreadId(), GetThreadId (watchedThread), FALSE);
-        CloseHandle (watchedThread);
-    }
+    stop();
+    window = GetForegroundWindow();
+    const auto id = GetWindowThreadProcessId (window, nullptr);
+    thread = OpenThread (SYNCHRONIZE | THREAD_QUERY_LIMITED_INFORMATION, FALSE, id);
 
-    watched = GetForegroundWindow();
-    const auto thread = GetWindowThreadProcessId (watched, nullptr);
-    watchedThread = OpenThread (SYNCHRONIZE | THREAD_QUERY_LIMITED_INFORMATION, FALSE, thread);
-
-    return watched != GetDesktopWindow() && AttachThreadInput (GetCurrentThreadId(), thread, TRUE) != FALSE;
+    return window != GetDesktopWindow() && AttachThreadInput (GetCurrentThreadId(), id, TRUE) != FALSE;
 }
 
-int countKeysDown()
+void KeyWatch::stop()
+{
+    if (thread == nullptr)
+        return;
+
+    AttachThreadInput (GetCurrentThreadId(), GetThreadId (thread), FALSE);
+    CloseHandle (thread);
+}
+
+int KeyWatch::countDown() const
 {
     constexpr BYTE isDown = 0x80;
     constexpr UINT timeoutMs = 10'000;
@@ -84,7 +84,7 @@ int countKeysDown()
     const auto isKey = [] (int code)
     { return code >= VK_BACK && code != VK_SHIFT && code != VK_CONTROL && code != VK_MENU; };
 
-    if (WaitForSingleObject (watchedThread, 0) != WAIT_TIMEOUT)
+    if (WaitForSingleObject (thread, 0) != WAIT_TIMEOUT)
         return -1;
 
     BYTE states[256] {};
@@ -95,7 +95,7 @@ int countKeysDown()
         number += isKey (code) && (states[code] & isDown) != 0 ? 1 : 0;
 
     // Taken out of the queue, but yet to be handled: this is answered afterwards.
-    SendMessageTimeoutA (watched, WM_NULL, 0, 0, SMTO_NORMAL, timeoutMs, nullptr);
+    SendMessageTimeoutA (window, WM_NULL, 0, 0, SMTO_NORMAL, timeoutMs, nullptr);
     return number;
 }
 

@@ -36,10 +36,10 @@ def pytest_collection_modifyitems(config, items):
 
 @pytest.fixture(scope='session')
 def wine(request):
-    session = WineSession(request.config.getoption('--windows-build').resolve())
+    session = WineSession(Desk(True), request.config.getoption('--windows-build').resolve(), 'pl_PL', 'ja_JP')
 
     try:
-        WineWorld(session).install()
+        session.install()
         yield session
     finally:
         session.end()

@@ -85,10 +85,27 @@ class Window:
         return place.x, place.y, size.width, size.height
 
 
-class Desk:
+class Screen:
+    """The display that the user has, and the programs that were started on it."""
+
+    def __init__(self):
+        self.programs, self.environment = [], {}
+
+    def close(self):
+        for program in reversed(self.programs):
+            program.kill()
+
+    def start(self, command, environment=None, **options):
+        """Starts a program on this screen; it ends with the screen at the latest."""
+        self.programs.append(Program(command, {**(environment or {}), **self.environment}, **options))
+        return self.programs[-1]
+
+
+class Desk(Screen):
     def __init__(self, managed, size=(1280, 1024)):
         """An empty screen, with a window manager or without."""
-        self.programs, self.probe, self.size = [], None, size
+        super().__init__()
+        self.probe, self.size = None, size
         reading, writing = os.pipe()
         self.server = self.start(['Xvfb', '-displayfd', writing, '-screen', 0, f'{size[0]}x{size[1]}x24', '-nolisten',
                                   'tcp', '-noreset'], pass_fds=[writing])
@@ -127,15 +144,7 @@ class Desk:
 
     def close(self):
         self.display.close()
-
-        for program in reversed(self.programs):
-            program.kill()
-
-    def start(self, command, environment=None, **options):
-        """Starts a program on this screen; it ends with the desk at the latest."""
-        shown = {} if not hasattr(self, 'environment') else self.environment
-        self.programs.append(Program(command, {**(environment or {}), **shown}, **options))
-        return self.programs[-1]
+        super().close()
 
     # ------------------------------------------------------------------------------------------------------------
     def windows(self, title=None):

@@ -147,9 +147,9 @@ def test_starts_where_it_is_unpacked(world):
 # The guard with structured exceptions, and names in another code page, come on top.
 @pytest.mark.only_in('wine', why='elsewhere ctest runs them')
 @pytest.mark.parametrize('program, tests, language, told',
-                         [('QuendelTests', '-' + UNSUITABLE, 'pl_PL', 'code page 1250'),
+                         [('QuendelTests', '-' + UNSUITABLE, None, 'code page 1250'),
                           ('QuendelTests', 'SystemTextTests.*', 'ja_JP', 'code page 932'),
-                          ('QuendelStructuredTests', '*', 'pl_PL', '3 tests')])
+                          ('QuendelStructuredTests', '*', None, '3 tests')])
 def test_the_unit_tests_pass(world, program, tests, language, told):
     world.plug('Tamrix-1', 'Zażółć')
     tests = world.session.run(world.build / f'{program}.exe', '--gtest_brief=1', f'--gtest_filter={tests}',

@@ -32,6 +32,21 @@ def click_button(desk, view, name):
     desk.click(view, BUTTONS[name] * width // 4, BUTTONS_Y * height // VIEW_HEIGHT)
 
 
+def start_driver(desk, command, environment):
+    """One that takes orders, once it serves."""
+    driver = desk.start(command, environment, encoding='utf-8', stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    told = driver.process.stdout.readline()
+    assert told.startswith('serving'), told + driver.read_errors()
+    return driver
+
+
+def ask(driver, line):
+    """Its answer to an order."""
+    driver.process.stdin.write(line + '\n')
+    driver.process.stdin.flush()
+    return driver.process.stdout.readline().strip()
+
+
 def windows_path(path):
     return 'Z:' + str(path).replace('/', '\\')
 
@@ -51,9 +66,7 @@ class World:
 
     def order(self, line):
         """The answer to an order, without the "ok" in front."""
-        self.orders.process.stdin.write(line + '\n')
-        self.orders.process.stdin.flush()
-        answer = self.orders.process.stdout.readline().strip()
+        answer = ask(self.orders, line)
         assert answer.split()[:1] == ['ok'], f'{line}: {answer or "no answer"}'
         return answer[3:]
 
@@ -192,9 +205,7 @@ class LinuxWorld(World):
                             'JUCE_FONT_PATH': '/usr/share/fonts/truetype/liberation'}
         simulator = [build / 'drivers/simulator/quendel-simulator', '--interfaces', '0', '--clock', 'orders',
                      '--controllers', ','.join(CONTROLLERS)]
-        self.orders = self.desk.start(simulator, self.environment, text=True, stdin=subprocess.PIPE,
-                                      stdout=subprocess.PIPE)
-        assert self.orders.process.stdout.readline().startswith('serving'), self.orders.read_errors()
+        self.orders = start_driver(self.desk, simulator, self.environment)
 
     def end(self):
         self.desk.close()
@@ -252,25 +263,29 @@ class LinuxWorld(World):
 
 
 class WineSession:
-    """A Wine prefix on a display of its own, with the test bus and its remote: one for all cases, as it takes a while."""
+    """A Wine prefix, with the test bus and its remote: one for all cases, as it takes a while."""
 
     LOADER, SERVER = '/usr/lib/wine/wine64', '/usr/lib/wine/wineserver64'
 
-    def __init__(self, build):
+    def __init__(self, desk, build, *languages):
+        """languages -- of the user; the first one is that of programs for which no other is said"""
         self.folder = tempfile.TemporaryDirectory(prefix='quendel-wine-')
         folder = pathlib.Path(self.folder.name)
-        self.desk, self.build, self.prefix = Desk(True), build, folder / 'prefix'
+        self.desk, self.build, self.prefix = desk, build, folder / 'prefix'
 
         # Windows keeps text in the code page of the user's language.
-        for language in 'pl_PL', 'ja_JP':
+        for language in languages:
             subprocess.run(['localedef', '-i', language, '-f', 'UTF-8', folder / f'{language}.UTF-8'], check=True)
 
         # What the program says of itself, and crashes; the rest is Wine's.
-        self.environment = {'LOCPATH': str(folder), 'HOME': str(folder), 'TZ': 'UTC', 'WINELOADER': self.LOADER,
-                            'WINEDLLOVERRIDES': 'mscoree,mshtml,winedbg.exe=', 'WINEDEBUG': '-all,warn+debugstr'}
-        self.home = self.make_prefix(build / 'prefix')
-        self.remote = self.run(build / 'QuendelTestRemote.exe', encoding='utf-8', stdin=subprocess.PIPE,
-                               stdout=subprocess.PIPE)
+        self.environment = {'LOCPATH': str(folder), 'LC_CTYPE': [*languages, 'C'][0] + '.UTF-8', 'HOME': str(folder),
+                            'TZ': 'UTC', 'WINELOADER': self.LOADER, 'WINEDLLOVERRIDES': 'mscoree,mshtml,winedbg.exe=',
+                            'WINEDEBUG': '-all,warn+debugstr'}
+
+    def install(self):
+        """Afterwards the remote takes orders."""
+        self.home = self.make_prefix(self.build / 'machine')
+        self.remote = start_driver(self.desk, [self.LOADER, self.build / 'QuendelTestRemote.exe'], self.environment)
 
     def make_prefix(self, template):
         """A copy, as making one takes longer than many cases."""
@@ -278,10 +293,13 @@ class WineSession:
             self.environment['WINEPREFIX'] = f'{template}.new'
             shutil.rmtree(f'{template}.new', ignore_errors=True)
             assert self.run('wineboot', '--init').wait_for_exit(patience=300) == 0
+            registry = windows_path(ROOT / 'drivers/windows/machine.reg')
+            assert self.run('regedit', '/S', registry).wait_for_exit() == 0
             self.tell_server('-w')
             pathlib.Path(f'{template}.new').rename(template)
 
         subprocess.run(['cp', '-a', template, self.prefix], check=True)
+        shutil.copy(self.build / 'QuendelTestBus.sys', self.prefix / 'drive_c/windows/system32/drivers')
         self.environment['WINEPREFIX'] = str(self.prefix)
 
         # The folders of the user, who had another home then.
@@ -293,9 +311,9 @@ class WineSession:
 
         return user
 
-    def run(self, *command, language='pl_PL', **options):
-        environment = {**self.environment, 'LC_CTYPE': language + '.UTF-8'}
-        return self.desk.start([self.LOADER, *command], environment, **options)
+    def run(self, *command, language=None, **options):
+        environment = {'LC_CTYPE': language + '.UTF-8'} if language else {}
+        return self.desk.start([self.LOADER, *command], {**self.environment, **environment}, **options)
 
     def tell_server(self, option):
         subprocess.run([self.SERVER, option], env={**os.environ, **self.environment}, check=True)
@@ -312,14 +330,7 @@ class WineWorld(World):
         self.session, self.orders, self.build = session, session.remote, session.build
         self.older = len(self.desk.programs)
         self.order('reset')
-
-    def install(self):
-        self.order(f'install {windows_path(self.build / "QuendelTestBus.sys")}')
-
-        for controller in CONTROLLERS:
-            self.order(f'controller {controller}')
-
-        self.order('bridge')
+        self.order('store')
 
     def end(self):
         for program in self.desk.programs[self.older:]:
