@@ -72,6 +72,13 @@ class Interface:
                 for time, rate, kind, parameter in itertools.takewhile(lambda entry: entry[2] != NO_ENTRY, entries)]
 
 
+def stall(client, has_shown):
+    """Makes a client keep PipeWire waiting until that has shown."""
+    client.process.send_signal(signal.SIGSTOP)
+    wait_until('an xrun', has_shown)
+    client.process.send_signal(signal.SIGCONT)
+
+
 class Studio:
     def __init__(self, build):
         """build -- the folder that the programs were built in"""
@@ -158,6 +165,21 @@ class Studio:
 
     def wait_for_words(self, words):
         wait_until(f'quendel-pipewire says "{words}"', lambda: words in self.driver.read_errors())
+
+    def play_to_main(self):
+        """Makes a sink that is played to, and measures it."""
+        self.make_sink('Main')
+        self.measure('--all')
+        self.wait_for_names('Main')
+        self.play('Main')
+        self.main = self.open('Main')
+        wait_until('cycles', lambda: self.main.playback()[0] > 0)
+
+    def stall_player(self):
+        """Returns the underruns afterwards; a busy machine can have made some before."""
+        before = self.main.counters()[1]
+        stall(self.player, lambda: self.main.counters()[1] > before)
+        return self.main.counters()[1]
 
     # ------------------------------------------------------------------------------------------------------------
     def wait_for_names(self, *names):

@@ -1,17 +1,25 @@
 """Makes the pictures in docs/images anew; scripts/screenshots runs it."""
 
-from desk import Desk
-from worlds import ROOT, LinuxWorld
+from desk import Desk, wait_until
+from studio import Studio
+from worlds import FIRST_PLACE, ROOT, LinuxWorld
+
+BUILD = ROOT / 'build/release'
+FIRST_FIGURE = 174, 112, 140, 14
 
 
-def main():
-    world = LinuxWorld(Desk(True), ROOT / 'build/release')
+def save(name, desk, window):
+    picture = ROOT / f'docs/images/{name}.png'
+    desk.picture(window).save(picture)
+    print(picture)
+
+
+def picture_simulator():
+    world = LinuxWorld(Desk(True), BUILD)
 
     def take(name, window):
-        picture = ROOT / f'docs/images/{name}.png'
         world.picture(window=window)
-        world.desk.picture(window).save(picture)
-        print(picture)
+        save(name, world.desk, window)
 
     world.plug('Studio', 'Stage')
     world.order('glitch Stage')
@@ -27,4 +35,21 @@ def main():
     world.end()
 
 
-main()
+def picture_pipewire():
+    """These figures are measured: no two pictures are the same."""
+    studio, desk = Studio(BUILD), Desk(True)
+    studio.start_pipewire()
+    studio.play_to_main()
+    studio.stall_player()
+    wait_until('two seconds of cycles', lambda: studio.main.playback()[0] > 46)
+    desk.start([BUILD / 'source/quendel'], studio.environment)
+    view = desk.wait_for_window('Quendel')
+    wait_until('the view is where it belongs', lambda: view.bounds[:2] == FIRST_PLACE)
+    wait_until('figures', lambda: max(desk.picture(view, FIRST_FIGURE).getextrema()[0]) > 200)
+    save('pipewire-window', desk, view)
+    desk.close()
+    studio.end()
+
+
+picture_simulator()
+picture_pipewire()

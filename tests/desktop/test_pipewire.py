@@ -8,7 +8,7 @@ import time
 
 import pytest
 from desk import Desk, wait_until
-from studio import DEBUG_COUNTS, TALK_COMPLETE, Studio, missing
+from studio import DEBUG_COUNTS, TALK_COMPLETE, Studio, missing, stall
 from worlds import FIRST_PLACE, click_button
 
 pytestmark = pytest.mark.skipif(bool(missing()), reason=f'not installed: {", ".join(missing())}')
@@ -24,13 +24,7 @@ def studio(request):
 
 @pytest.fixture
 def playing(studio):
-    """With a sink that is played to, and measured."""
-    studio.make_sink('Main')
-    studio.measure('--all')
-    studio.wait_for_names('Main')
-    studio.play('Main')
-    studio.main = studio.open('Main')
-    wait_until('cycles', lambda: studio.main.playback()[0] > 0)
+    studio.play_to_main()
     return studio
 
 
@@ -77,23 +71,9 @@ def test_every_cycle_is_that_of_pw_profiler(playing):
     assert longest >= max(logged) / 1e6 - 1e-6
 
 
-def stall(client, has_shown):
-    """Makes a client keep PipeWire waiting until that has shown."""
-    client.process.send_signal(signal.SIGSTOP)
-    wait_until('an xrun', has_shown)
-    client.process.send_signal(signal.SIGCONT)
-
-
-def stall_player(playing):
-    """Returns the underruns afterwards; a busy machine can have made some before."""
-    before = playing.main.counters()[1]
-    stall(playing.player, lambda: playing.main.counters()[1] > before)
-    return playing.main.counters()[1]
-
-
 def test_a_client_that_stalls_makes_an_xrun(playing):
     start = time.monotonic()
-    underruns = stall_player(playing)
+    underruns = playing.stall_player()
     xruns = [(when, number) for when, kind, number in playing.main.events() if kind == DEBUG_COUNTS]
     assert [number for _, number in xruns][:underruns] == list(range(1, underruns + 1))
     assert any(start < when < time.monotonic() for when, _ in xruns)
@@ -187,7 +167,7 @@ def test_what_is_missing_is_said(studio):
 
 
 def test_the_program_shows_and_reports_it(playing):
-    underruns = stall_player(playing)
+    underruns = playing.stall_player()
     documents = playing.home / 'Documents'
     desk = Desk(True)
 
@@ -207,10 +187,6 @@ def test_the_program_shows_and_reports_it(playing):
         figures = re.compile(r'\nMain \(null\)\n.*Playback count: +[1-9].*Underruns: +(\d+)', re.DOTALL)
         report = wait_until('a report with figures', lambda: figures.search(save()))
         assert underruns <= int(report[1]) <= playing.main.counters()[1]
-
-        # It is in the README.
-        if pictures := os.environ.get('QUENDEL_PICTURES'):
-            desk.picture(view).save(f'{pictures}/pipewire-window.png')
 
         click_button(desk, view, 'Events')
         desk.wait_for_window('Event log')
