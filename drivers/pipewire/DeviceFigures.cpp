@@ -78,21 +78,15 @@ std::optional<std::vector<Xrun>> DeviceFigures::add (const Account& account, con
 
     const auto& cycle = *account.cycle;
 
-    // Nothing that was measured before compares with what comes. The period that ends here has the old length, and so
-    // has the next one, whose end had been set before.
+    // The period that ends with another length's first cycle has the old one, and so has the next, whose end had been
+    // set before.
     if (! account.isLate && bufferSize > 0
         && ((cycle.duration > 0 && cycle.duration != bufferSize) || (cycle.rate > 0 && cycle.rate != sampleRate)))
-    {
-        beginAfresh();
         numUnsettled = 2;
-    }
 
     for (std::size_t side : { record, playback })
         if (parts[side] != nullptr)
-            measureSide (side, *parts[side], account, numUnsettled > 0);
-
-    if (numUnsettled > 0)
-        --numUnsettled;
+            measureSide (side, *parts[side], account);
 
     if (parts[playback] != nullptr)
         measureOffset();
@@ -102,6 +96,13 @@ std::optional<std::vector<Xrun>> DeviceFigures::add (const Account& account, con
 
     if (! account.isLate)
         measureClock (account, parts);
+
+    // Nothing that was measured until now compares with what comes.
+    if (numUnsettled > 0)
+    {
+        --numUnsettled;
+        beginAfresh();
+    }
 
     return countXruns (account, roster, parts);
 }
@@ -126,7 +127,7 @@ const Part* DeviceFigures::findPart (const Account& account, std::size_t side) c
     return found;
 }
 
-void DeviceFigures::measureSide (std::size_t index, const Part& part, const Account& account, bool isUnsettled)
+void DeviceFigures::measureSide (std::size_t index, const Part& part, const Account& account)
 {
     auto& side = sides[index];
     const auto& driver = account.cycle->driver;
@@ -150,7 +151,7 @@ void DeviceFigures::measureSide (std::size_t index, const Part& part, const Acco
             && account.cycle->position != side.expectedPosition)
             ++counters.syncCount;
 
-        if (driver.previousSignal > 0 && driver.signal > driver.previousSignal && ! isUnsettled)
+        if (driver.previousSignal > 0 && driver.signal > driver.previousSignal)
         {
             side.lastPeriod = driver.signal - driver.previousSignal;
             side.period.add (side.lastPeriod);

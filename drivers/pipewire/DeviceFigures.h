@@ -97,7 +97,7 @@ private:
 
     const Part* findPart (const Account& account, std::size_t side) const;
     void beginAfresh();
-    void measureSide (std::size_t side, const Part& part, const Account& account, bool isUnsettled);
+    void measureSide (std::size_t side, const Part& part, const Account& account);
     void measureOffset();
     void measureFollowers (const Account& account, bool isClient);
     void measureClock (const Account& account, const std::array<const Part*, 2>& parts);
@@ -113,7 +113,7 @@ private:
     Measurement wakeup, host, offset;
     Counters counters;
     std::uint32_t sampleRate = 0, bufferSize = 0;
-    int numUnsettled = 0; // cycles to come whose period is not of the new length yet
+    int numUnsettled = 0; // cycles to come that end a period of the old length
     std::uint32_t numComplaints = 0;
     double loggedCorrection = 1;
     Machine::EventRing events;

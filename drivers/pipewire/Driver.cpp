@@ -334,7 +334,7 @@ void Driver::nodeAdded (std::uint32_t id, const Properties& properties)
 {
     Node node;
     node.kind = identify (properties);
-    node.name = makeLine (getFirst (properties, { "node.description", "node.name", "application.name" }));
+    node.name = makeLine (getFirst (properties, { "node.description", "node.name", "application.name", "media.name" }));
 
     // A client of somebody's who connects for it tells of its process itself.
     node.process = parseId (getFirst (properties, { "application.process.id" }));

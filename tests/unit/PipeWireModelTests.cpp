@@ -284,8 +284,8 @@ TEST_F (PipeWireFiguresTests, nothingIsComparedWithWhatWasBeforeAnotherQuantum)
     run (40, { follow (player, 0, 7, 9) });
     cycle.rate = 0; // not told
     cycle.duration = 96;
-    run (40, {}); // the cycle that ends here had the old length, and so has the next one
-    run (40, {});
+    run (40, { follow (player, 0, 7, 9) }); // the cycle that ends here had the old length, and so has the next one
+    run (40, { follow (player, 0, 7, 9) });
     run (2, {});
     EXPECT_EQ (describe(), "playback 5: 2 2, record 0: 0 0, wake-up 0 0, host 3 3");
     EXPECT_EQ (figures.getSampleRate(), 48000u);
