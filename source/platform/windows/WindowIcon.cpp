@@ -10,22 +10,19 @@ void apply (const juce::Component& component)
     constexpr int firstIcon = 1;
     const auto window = static_cast<HWND> (component.getWindowHandle());
 
-    const auto set = [window] (WPARAM kind, int width, int height)
+    // For the window's own display, which need not be like the main one. The icons are let go with the program.
+    const auto set = [&] (WPARAM kind, int unscaledSize)
     {
-        // Shared: the system keeps it, and takes it back with the program.
-        const auto icon = LoadImageA (GetModuleHandleA (nullptr),
-                                      MAKEINTRESOURCEA (firstIcon),
-                                      IMAGE_ICON,
-                                      GetSystemMetrics (width),
-                                      GetSystemMetrics (height),
-                                      LR_SHARED);
+        const int size = juce::roundToInt (unscaledSize * component.getPeer()->getPlatformScaleFactor());
+        const auto* name = MAKEINTRESOURCEA (firstIcon);
 
-        if (icon != nullptr)
+        if (auto* icon = LoadImageA (GetModuleHandleA (nullptr), name, IMAGE_ICON, size, size, LR_DEFAULTCOLOR))
             SendMessageA (window, WM_SETICON, kind, reinterpret_cast<LPARAM> (icon));
     };
 
-    set (ICON_SMALL, SM_CXSMICON, SM_CYSMICON);
-    set (ICON_BIG, SM_CXICON, SM_CYICON);
+    constexpr int smallSize = 16, bigSize = 32;
+    set (ICON_SMALL, smallSize);
+    set (ICON_BIG, bigSize);
 }
 
 } // namespace WindowIcon
