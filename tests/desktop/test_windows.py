@@ -117,24 +117,40 @@ def expect_to_start(world, program):
 
 
 @pytest.mark.only_in('wine', why='an installer of that system')
-@pytest.mark.parametrize('scope, place', [('user', 'users/*/AppData/Local/Programs'), ('machine', 'Program Files')])
-def test_installs_upgrades_and_goes_without_a_trace(world, scope, place):
+def test_installs_upgrades_repairs_and_goes_without_a_trace(world, tmp_path):
+    """The older package has an older program, of which nothing stays."""
     drive = world.session.prefix / 'drive_c'
-    names = ['Changes.txt', 'Licence.txt', 'Quendel.exe', 'Read me.txt', 'Third-party notices.txt']
+    folder = drive / 'Program Files/Quendel'
 
-    def install(how, package):
-        assert world.session.run('msiexec', how, windows_path(package), '/qn').wait_for_exit() == 0
+    def install(*arguments):
+        assert world.session.run('msiexec', *arguments, '/qn').wait_for_exit() == 0
 
-    for folder in world.build / 'older', ROOT / 'build/packages':
-        [package] = folder.glob(f'Quendel-*-{scope}.msi')
-        install('/i', package)
-        [program] = drive.glob(f'{place}/Quendel/Quendel.exe')
-        assert sorted(file.name for file in program.parent.iterdir()) == names
+    def contents(folder):
+        return {file.name: file.read_bytes() for file in folder.iterdir()}
+
+    def installed():
+        """What the system lists, by code and version."""
+        asked = world.session.run('reg', 'query', r'HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall', '/s',
+                                  stdout=subprocess.PIPE, text=True)
+        return re.findall(r'Uninstall\\(\{.*?\})\s.*?DisplayVersion\s+REG_SZ\s+(\S+)', asked.process.communicate()[0], re.DOTALL)
+
+    for packages in world.build / 'older', ROOT / 'build/packages':
+        [package] = packages.glob('Quendel-*.msi')
+        [archive] = packages.glob('Quendel-*-windows.zip')
+        shutil.unpack_archive(archive, tmp_path / package.stem)
+        expected = contents(tmp_path / package.stem / 'Quendel')
+        install('/i', windows_path(package))
+        assert contents(folder) == expected
+        [(code, version)] = installed()
+        assert package.stem == f'Quendel-{version}'
         assert len(list(drive.rglob('Quendel.lnk'))) == 1
 
-    expect_to_start(world, program)
-    install('/x', package)
-    assert not program.parent.exists() and not list(drive.rglob('Quendel.lnk'))
+    (folder / 'Quendel.exe').unlink()
+    install('/i', windows_path(package), 'REINSTALL=ALL', 'REINSTALLMODE=omus')  # Wine does not know /f
+    assert contents(folder) == expected
+    expect_to_start(world, folder / 'Quendel.exe')
+    install('/x', code)
+    assert not folder.exists() and installed() == [] and not list(drive.rglob('Quendel.lnk'))
 
 
 @pytest.mark.only_in('wine', why='an archive for that system')
