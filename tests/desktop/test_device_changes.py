@@ -61,7 +61,7 @@ def test_columns_are_in_the_order_of_arrival_whatever_the_systems_order(world):
     assert names() == (beta, alpha)
 
 
-@pytest.mark.parametrize('opened', ['message', 'events', 'dialog'])
+@pytest.mark.parametrize('opened', ['message', 'events', 'dialog', 'question'])
 def test_ends_with_the_last_device_whatever_is_open(world, opened):
     world.plug('Alpha')
     world.order('fill Alpha 50')
@@ -73,13 +73,19 @@ def test_ends_with_the_last_device_whatever_is_open(world, opened):
     else:
         events = world.open_events()
 
-    if opened == 'dialog':
-        world.open_save_dialog(events)
+    if opened in ('dialog', 'question'):
+        dialog = world.open_save_dialog(events)
+
+    if opened == 'question':
+        (world.documents / 'mine.txt').write_bytes(b'precious')
+        world.name_file(dialog, 'mine.txt')
+        world.wait_for_question()
 
     world.order('kill all')
     world.expect_exit()
     assert world.stored() == FIRST_PLACE
-    assert len(list(world.documents.iterdir())) == (opened == 'message')
+    files = [file.read_bytes() for file in world.documents.iterdir()]
+    assert files == [b'precious'] if opened == 'question' else len(files) == (opened == 'message')
 
 
 def test_goes_on_when_a_driver_stops_answering(world):
