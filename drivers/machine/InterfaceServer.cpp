@@ -123,6 +123,15 @@ Reply Reply::failure (std::uint32_t error)
 }
 
 //==============================================================================
+void InterfaceSetup::describeDevice (const DriverProtocol::CapabilityRecord& record, std::string_view deviceName)
+{
+    const auto* bytes = reinterpret_cast<const std::uint8_t*> (&record);
+    capabilities = Bytes (bytes, bytes + sizeof (record));
+    uniqueName = Bytes (deviceName.begin(), deviceName.end());
+    uniqueName->push_back (0);
+}
+
+//==============================================================================
 InterfaceServer::InterfaceServer (InterfaceSetup newSetup, RequestHandler& newHandler)
     : setup (std::move (newSetup)),
       handler (newHandler),

@@ -2,6 +2,7 @@
 
 #include "drivers/machine/Section.h"
 #include "posix/FileDescriptor.h"
+#include "protocol/DriverProtocol.h"
 #include "protocol/StatisticsBlock.h"
 
 #include <cstddef>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Machine
@@ -59,6 +61,12 @@ public:
 /** What a device interface looks like in the machine folder. */
 struct InterfaceSetup
 {
+    /** Fills the registry key in.
+
+        @param deviceName  in UTF-8
+    */
+    void describeDevice (const DriverProtocol::CapabilityRecord& record, std::string_view deviceName);
+
     std::string machineFolder; /**< Has the folder "interfaces" already. */
     std::string name;          /**< Of the interface's folder: no slash, no dot in front. */
     bool hasRegistryKey = true;

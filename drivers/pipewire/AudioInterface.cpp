@@ -39,18 +39,10 @@ InterfaceSetup describe (const AudioInterface::Description& description, const s
     record.vendor = description.vendor << 8;
     record.type = description.type;
 
-    Bytes capabilities (sizeof (record));
-    std::memcpy (capabilities.data(), &record, sizeof (record));
-
-    const auto name = cutToFit (description.name);
-    Bytes uniqueName (name.begin(), name.end());
-    uniqueName.push_back (0);
-
     InterfaceSetup setup;
     setup.machineFolder = machineFolder;
     setup.name = description.folderName;
-    setup.capabilities = std::move (capabilities);
-    setup.uniqueName = std::move (uniqueName);
+    setup.describeDevice (record, cutToFit (description.name));
     return setup;
 }
 } // namespace

@@ -37,18 +37,10 @@ InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, const std::s
 {
     model.reset (config, clock());
 
-    const auto record = model.getCapabilities();
-    const auto* bytes = reinterpret_cast<const std::uint8_t*> (&record);
-
-    const auto name = getName();
-    Bytes uniqueName (name.begin(), name.end());
-    uniqueName.push_back (0);
-
     InterfaceSetup setup;
     setup.machineFolder = machineFolder;
     setup.name = folderName;
-    setup.capabilities = Bytes (bytes, bytes + sizeof (record));
-    setup.uniqueName = std::move (uniqueName);
+    setup.describeDevice (model.getCapabilities(), getName());
     return setup;
 }
 
