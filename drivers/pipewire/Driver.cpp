@@ -174,13 +174,15 @@ void Driver::measure (const Account& account)
 void Driver::writeXruns (bool waits)
 {
     const auto wallTime = std::chrono::system_clock::now().time_since_epoch();
+    const auto lines = journal.take (readNanoseconds(),
+                                     std::chrono::duration_cast<std::chrono::nanoseconds> (wallTime).count(),
+                                     waits);
 
-    for (const auto& line : journal.take (readNanoseconds(),
-                                          std::chrono::duration_cast<std::chrono::nanoseconds> (wallTime).count(),
-                                          waits))
+    for (const auto& line : lines)
         std::printf ("%s\n", line.c_str());
 
-    std::fflush (stdout);
+    if (! lines.empty())
+        std::fflush (stdout);
 }
 
 //==============================================================================
