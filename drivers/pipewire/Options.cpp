@@ -39,8 +39,8 @@ at.
                      { "device",
                        "NAME",
                        R"(the device of this name, whatever it is, and no others but those named like this: its
-                            device.name, device.description or device.nick, or the node.name or node.description of a
-                            node without a device)",
+                       device.name, device.description or device.nick, or the node.group, node.name or node.description
+                       of nodes without a device)",
                        addDevice } },
         .details =
             R"(Prints "serving DIR" when the folder is there. PipeWire may start later, stop and start again: devices come
