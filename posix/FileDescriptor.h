@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -28,14 +27,6 @@ public:
 
     /** Gives the descriptor up to the caller. */
     int release() noexcept { return std::exchange (fd, -1); }
-
-    /** True when both are open to the same file or folder. */
-    bool isSameFile (const FileDescriptor& other) const noexcept
-    {
-        struct stat mine = {}, theirs = {};
-        return ::fstat (fd, &mine) == 0 && ::fstat (other.fd, &theirs) == 0 && mine.st_dev == theirs.st_dev
-               && mine.st_ino == theirs.st_ino;
-    }
 
     explicit operator bool() const noexcept { return fd >= 0; }
 

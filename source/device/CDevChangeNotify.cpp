@@ -4,11 +4,7 @@
 #include "device/DeviceList.h"
 #include "device/DriverText.h"
 #include "device/Win32NotificationWindow.h"
-
-/** Asks, on the notification thread, for a look at what changed before the notifications started; lParam names the
-    notifier that is to look.
-*/
-static constexpr UINT catchUpMessage = WM_APP;
+#include "platform/NotificationWindow.h"
 
 CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass,
                                     DeviceList& devicesToUpdate,
@@ -18,22 +14,13 @@ CDevChangeNotify::CDevChangeNotify (const GUID& interfaceClass,
 {
     Win32NotificationWindow::addListener (this);
 
-    DEV_BROADCAST_DEVICEINTERFACE_A filter {};
-    filter.dbcc_size = sizeof (filter);
-    filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    filter.dbcc_classguid = interfaceClass;
-
-    const auto window = Win32NotificationWindow::getWindowHandle();
-    registration = RegisterDeviceNotificationA (window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
-
-    if (registration != nullptr && firstListener != nullptr)
-        PostMessageA (window, catchUpMessage, 0, reinterpret_cast<LPARAM> (this));
+    registration = NotificationWindow::registerInterfaces (Win32NotificationWindow::getWindowHandle(), interfaceClass);
 }
 
 CDevChangeNotify::~CDevChangeNotify()
 {
     if (registration != nullptr)
-        UnregisterDeviceNotification (registration);
+        NotificationWindow::unregisterInterfaces (registration);
 
     Win32NotificationWindow::removeListener (this);
 }
@@ -63,13 +50,13 @@ void CDevChangeNotify::post (DeviceChange change, const void* device)
 //==============================================================================
 void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM lParam)
 {
-    if (lParam == 0 || ! hasListener())
+    if (! hasListener())
         return;
 
-    if (message == catchUpMessage && lParam == reinterpret_cast<LPARAM> (this))
-        catchUp();
+    if (message == NotificationWindow::changesMissed)
+        catchUp (wParam != 0);
 
-    if (message != WM_DEVICECHANGE)
+    if (message != WM_DEVICECHANGE || lParam == 0)
         return;
 
     const auto* event = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*> (lParam);
@@ -80,29 +67,31 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
     if (event->dbcc_devicetype != DBT_DEVTYP_DEVICEINTERFACE)
         return;
 
-    const auto getPath = [event]
-    {
-        constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
-        const auto room = event->dbcc_size > nameOffset ? event->dbcc_size - nameOffset : 0;
-        return textFromDriver (reinterpret_cast<const char*> (event) + nameOffset, room);
-    };
+    constexpr auto nameOffset = offsetof (DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
+    const auto* name = reinterpret_cast<const char*> (event) + nameOffset;
+    const auto room = event->dbcc_size > nameOffset ? event->dbcc_size - nameOffset : 0;
+    const auto path = pathFromSystem ({ name, ::strnlen (name, room) });
+    const auto device = devices.findInterface (path);
 
     switch (wParam)
     {
         case DBT_DEVICEARRIVAL:
-            deviceArrived (getPath());
+            deviceArrived (path);
             break;
 
         case DBT_DEVICEQUERYREMOVE:
         case DBT_DEVICEREMOVEPENDING:
             // One that the removal was made possible for cannot answer, and may yet stay.
-            if (const auto device = devices.findByPath (getPath()); device != nullptr && device->isClosedForRemoval())
-                break;
+            if (device != nullptr && ! device->isClosedForRemoval())
+                deviceMayHaveGone (*device);
 
-            [[fallthrough]];
+            break;
 
         case DBT_DEVICEREMOVECOMPLETE:
-            deviceMayHaveGone (getPath());
+            // One that was found since is not the one that has gone.
+            if (device != nullptr && ! (device->isYetToBeOpened() && DeviceList::getPresentPaths().contains (path)))
+                deviceMayHaveGone (*device);
+
             break;
 
         default:
@@ -110,51 +99,46 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
     }
 }
 
-/** Interfaces that came or went after the list was made and before the notifications started. */
-void CDevChangeNotify::catchUp()
+/** Changes that no notification tells of: those from after the list was made and before the notifications started, and
+    what the system lost. Who came is listed before who went is not, so that the list is never empty in between.
+*/
+void CDevChangeNotify::catchUp (bool listedMayBeOld)
 {
     const auto present = DeviceList::getPresentPaths();
 
-    for (const auto& device : devices.getDevices())
-        if (! present.contains (device->getPath(), true))
-            deviceMayHaveGone (device->getPath());
-
     for (const auto& path : present)
-        if (devices.findByPath (path) == nullptr)
+        if (const auto listed = devices.findInterface (path); listed == nullptr || (listedMayBeOld && listed->isOpen()))
             deviceArrived (path);
+
+    for (const auto& device : devices.getDevices())
+        if (! present.contains (device->getPath()))
+            deviceMayHaveGone (*device);
 }
 
-/** A device that left and came back can arrive while the list still holds it. If that one still answers, it is the
-    same device, and it is not listed twice; if not, its removal went unnoticed and is made up for. One that the view
-    has still to open has only just been found by catching up.
+/** A device that left and came back can arrive while the list still holds it. If that one still answers, or is only
+    silent, it is the same device, and it is not listed twice; if not, its removal went unnoticed and is made up for.
+   One that the view has still to open has only just been found by catching up.
 */
 void CDevChangeNotify::deviceArrived (const juce::String& path)
 {
-    const auto listed = devices.findByPath (path);
+    const auto listed = devices.findInterface (path);
 
-    if (listed != nullptr)
-    {
-        if (listed->isYetToBeOpened() || listed->probe() == 0)
-            return;
+    if (listed != nullptr && (listed->isYetToBeOpened() || listed->probe() == 0 || listed->owesAnswer()))
+        return;
 
-        devices.removeByPath (path);
-    }
-
-    if (const auto device = devices.scan (&path); device != nullptr)
+    if (const auto device = devices.scan (&path, listed.get()); device != nullptr)
         post (DeviceArrivedMessage, device.get());
     else if (listed != nullptr)
         post (DeviceRemovedMessage, listed.get());
 }
 
-void CDevChangeNotify::deviceMayHaveGone (const juce::String& path)
+void CDevChangeNotify::deviceMayHaveGone (HwDevice& device)
 {
-    const auto device = devices.findByPath (path);
-
-    if (device == nullptr || device->probe() == 0)
+    if (device.probe() == 0)
         return;
 
-    devices.removeByPath (path);
-    post (DeviceRemovedMessage, device.get());
+    devices.removeByPath (device.getPath());
+    post (DeviceRemovedMessage, &device);
 }
 
 /** That a device is gone is known from its interface. */

@@ -35,9 +35,9 @@ public:
     void handleWin32Message (UINT message, WPARAM wParam, LPARAM lParam) override;
 
 private:
-    void catchUp();
+    void catchUp (bool listedMayBeOld);
     void deviceArrived (const juce::String& path);
-    void deviceMayHaveGone (const juce::String& path);
+    void deviceMayHaveGone (HwDevice& device);
     void followHandle (WPARAM event, const DEV_BROADCAST_HANDLE& notification);
     bool hasListener() const;
     void post (DeviceChange change, const void* device);

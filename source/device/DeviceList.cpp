@@ -76,20 +76,23 @@ static void enumerateInterfaces (Visit&& visit)
 juce::StringArray DeviceList::getPresentPaths()
 {
     juce::StringArray paths;
-    enumerateInterfaces ([&paths] (const auto& path, auto, auto&) { paths.add (textFromDriver (path)); });
+    enumerateInterfaces ([&paths] (const auto& path, auto, auto&) { paths.add (pathFromSystem (path)); });
     return paths;
 }
 
-HwDevice::Ptr DeviceList::scan (const juce::String* path)
+HwDevice::Ptr DeviceList::scan (const juce::String* path, const HwDevice* replaced)
 {
     const juce::ScopedLock locked (lock);
+    const bool ignoresCase = path != nullptr && ! getPresentPaths().contains (*path);
     auto* deviceLock = &lock == &ownLock ? nullptr : &lock;
     HwDevice::Ptr result;
 
     enumerateInterfaces (
         [&] (const auto& interfacePath, auto set, auto& interfaceData)
         {
-            if (path != nullptr && ! textFromDriver (interfacePath).equalsIgnoreCase (*path))
+            const auto present = pathFromSystem (interfacePath);
+
+            if (path != nullptr && (ignoresCase ? ! present.equalsIgnoreCase (*path) : present != *path))
                 return;
 
             const HwDevice::Ptr device (new HwDevice (interfacePath, set, interfaceData, deviceLock));
@@ -102,6 +105,7 @@ HwDevice::Ptr DeviceList::scan (const juce::String* path)
             result = accepted ? device : nullptr;
         });
 
+    std::erase_if (devices, [replaced] (const auto& device) { return device.get() == replaced; });
     return result;
 }
 
@@ -129,9 +133,12 @@ void DeviceList::clear()
 /** Call with the lock held. */
 DeviceList::Devices::const_iterator DeviceList::find (const juce::String& path) const
 {
-    return std::find_if (devices.begin(),
-                         devices.end(),
-                         [&path] (const auto& device) { return device->getPath().equalsIgnoreCase (path); });
+    const auto findIf = [this] (const auto& isSought)
+    { return std::find_if (devices.begin(), devices.end(), isSought); };
+    const auto found = findIf ([&path] (const auto& device) { return device->getPath() == path; });
+    return found != devices.end()
+               ? found
+               : findIf ([&path] (const auto& device) { return device->getPath().equalsIgnoreCase (path); });
 }
 
 HwDevice::Ptr DeviceList::findByPath (const juce::String& path)
@@ -139,6 +146,13 @@ HwDevice::Ptr DeviceList::findByPath (const juce::String& path)
     const juce::ScopedLock locked (lock);
     const auto found = find (path);
     return found != devices.end() ? *found : nullptr;
+}
+
+HwDevice::Ptr DeviceList::findInterface (const juce::String& path)
+{
+    const auto device = findByPath (path);
+    const bool isAnother = device != nullptr && device->getPath() != path && getPresentPaths().contains (path);
+    return isAnother ? nullptr : device;
 }
 
 void DeviceList::removeByPath (const juce::String& path)

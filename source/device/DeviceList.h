@@ -40,15 +40,21 @@ public:
 
     /** Inserts the present interfaces, or only the one of that path. It does not look at what the list holds:
         an interface that is already in it is inserted again.
-        @returns the device inserted last, or null
+        @param replaced  leaves the list at the same moment, also when nothing is inserted; may be null
+        @returns         the device inserted last, or null
     */
-    HwDevice::Ptr scan (const juce::String* path);
+    HwDevice::Ptr scan (const juce::String* path, const HwDevice* replaced = nullptr);
 
     /** Of the interfaces that are present, listed or not, in the system's order. */
     static juce::StringArray getPresentPaths();
 
-    /** Paths are compared ignoring case. @returns null when there is no such device */
+    /** The very path goes before one that differs in case. @returns null when there is no such device */
     HwDevice::Ptr findByPath (const juce::String& path);
+
+    /** The device of an interface that the system named, which may spell its path in another case, unless there is an
+        interface of the very path that is another one.
+    */
+    HwDevice::Ptr findInterface (const juce::String& path);
 
     /** Takes the first device of that path out of the list. The device dies with its last reference, which can be
         right here.

@@ -2,7 +2,6 @@
 
 #include "device/DriverText.h"
 #include "device/Win32NotificationWindow.h"
-#include "platform/DriverCalls.h"
 
 using namespace DriverProtocol;
 
@@ -14,7 +13,7 @@ HwDevice::HwDevice (std::string pathOfInterface,
                     juce::CriticalSection* lockToUse)
     : lock (lockToUse != nullptr ? *lockToUse : ownLock),
       systemPath (std::move (pathOfInterface)),
-      path (textFromDriver (systemPath))
+      path (pathFromSystem (systemPath))
 {
     readRegistry (deviceInfoSet, interfaceData);
 }
@@ -80,21 +79,28 @@ bool HwDevice::openInterface()
     // Whatever an earlier open had mapped is gone, and its address can be another device's by now.
     statisticsAddress = 0;
 
-    handle = DriverCalls::open (systemPath.c_str(), Win32NotificationWindow::findWindowHandle());
+    handle = DriverHandle::open (systemPath.c_str(), Win32NotificationWindow::findWindowHandle());
 
-    if (handle == INVALID_HANDLE_VALUE)
+    if (handle == nullptr)
     {
         usable = false;
         return false;
     }
 
+    mapStatistics();
+    return true;
+}
+
+/** Call with the lock held. */
+void HwDevice::mapStatistics()
+{
     CommandEnvelope envelope {};
     envelope.code = MapStatistics;
+    const auto outcome = sendCommand (DriverHandle::Kind::lasting, envelope);
+    isMapUnanswered = outcome == DriverHandle::Outcome::unanswered;
 
-    if (sendCommand (envelope) == succeeded)
+    if (outcome == DriverHandle::Outcome::succeeded)
         statisticsAddress = envelope.words[0];
-
-    return true;
 }
 
 void HwDevice::close()
@@ -111,8 +117,7 @@ void HwDevice::close()
 void HwDevice::closeInterface()
 {
     const juce::ScopedLock handleChanges (handleLock);
-    DriverCalls::close (handle);
-    handle = INVALID_HANDLE_VALUE;
+    handle.reset();
     closedForRemoval = false;
 }
 
@@ -121,7 +126,7 @@ void HwDevice::reopen()
     const juce::ScopedLock locked (lock);
 
     // Open again now, it would forbid the removal after all.
-    if (closedForRemoval)
+    if (closedForRemoval || owesAnswer())
         return;
 
     close();
@@ -133,22 +138,23 @@ void HwDevice::closeForRemoval (const DEV_BROADCAST_HANDLE& notification)
 {
     const juce::ScopedLock locked (lock);
 
-    if (closedForRemoval || ! DriverCalls::isAbout (notification, handle))
+    if (closedForRemoval || handle == nullptr || ! handle->isAbout (notification))
         return;
 
     // First of all: it ends a reading of the event log, which would let nobody else have the handle for long.
     closedForRemoval = true;
 
     const juce::ScopedLock handleChanges (handleLock);
-    DriverCalls::closeFile (handle);
+    handle->closeFile();
     statisticsAddress = 0;
+    isMapUnanswered = false;
 }
 
 void HwDevice::openAfterRemovalFailed (const DEV_BROADCAST_HANDLE& notification)
 {
     const juce::ScopedLock locked (lock);
 
-    if (! closedForRemoval || ! DriverCalls::isAbout (notification, handle))
+    if (! closedForRemoval || ! handle->isAbout (notification))
         return;
 
     closeInterface();
@@ -156,6 +162,18 @@ void HwDevice::openAfterRemovalFailed (const DEV_BROADCAST_HANDLE& notification)
 }
 
 //==============================================================================
+bool HwDevice::owesAnswer() const
+{
+    const juce::ScopedLock locked (lock);
+    return handle != nullptr && handle->owesAnswer();
+}
+
+bool HwDevice::isOpen() const
+{
+    const juce::ScopedLock locked (lock);
+    return handle != nullptr && ! closedForRemoval;
+}
+
 bool HwDevice::isYetToBeOpened() const
 {
     const juce::ScopedLock locked (lock);
@@ -182,10 +200,11 @@ std::uint32_t HwDevice::getBufferSize() const
 
 //==============================================================================
 /** The reply overwrites the request. */
-RequestResult HwDevice::sendCommand (CommandEnvelope& envelope)
+DriverHandle::Outcome HwDevice::sendCommand (DriverHandle::Kind kind, CommandEnvelope& envelope)
 {
     constexpr DWORD size = sizeof (envelope);
-    return DriverCalls::request (handle, IOCTL_DEVICE_COMMAND, &envelope, size, &envelope, size) ? succeeded : failed;
+    return handle != nullptr ? handle->request (kind, IOCTL_DEVICE_COMMAND, &envelope, size, &envelope, size)
+                             : DriverHandle::Outcome::failed;
 }
 
 RequestResult HwDevice::readStreamStatus()
@@ -195,7 +214,7 @@ RequestResult HwDevice::readStreamStatus()
     CommandEnvelope envelope {};
     envelope.code = ReadStreamStatus;
 
-    if (sendCommand (envelope) != succeeded)
+    if (sendCommand (DriverHandle::Kind::look, envelope) != DriverHandle::Outcome::succeeded)
         return failed;
 
     std::memcpy (streamStatus.data(), envelope.words, sizeof (streamStatus));
@@ -208,9 +227,9 @@ void HwDevice::resetStatistics()
 
     CommandEnvelope envelope {};
     envelope.code = ResetStatistics;
-    sendCommand (envelope);
+    sendCommand (DriverHandle::Kind::act, envelope);
 
-    accessFirmwareCounters (ClearFirmwareCounters);
+    accessFirmwareCounters (DriverHandle::Kind::act, ClearFirmwareCounters);
 }
 
 RequestResult HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entry)
@@ -223,23 +242,29 @@ RequestResult HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entr
     envelope.code = ReadEventEntry;
     envelope.words[0] = index;
 
-    const auto result = sendCommand (envelope);
+    const auto outcome = sendCommand (DriverHandle::Kind::act, envelope);
     std::memcpy (&entry, envelope.words, sizeof (entry));
-    return result;
+    return outcome == DriverHandle::Outcome::succeeded ? succeeded : failed;
 }
 
 //==============================================================================
-TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, void* output, std::size_t outputSize)
+TransactionResult HwDevice::transact (const void* input,
+                                      std::size_t inputSize,
+                                      void* output,
+                                      std::size_t outputSize,
+                                      DriverHandle::Kind kind)
 {
     constexpr std::uint32_t refusedStatus = 0x102, otherRefusedStatus = 0xC0120090;
     constexpr std::uint32_t harmlessDeviceStatus = 12;
 
-    if (! DriverCalls::request (handle,
-                                IOCTL_DEVICE_TRANSACTION,
-                                input,
-                                static_cast<DWORD> (inputSize),
-                                output,
-                                static_cast<DWORD> (outputSize)))
+    if (handle == nullptr
+        || handle->request (kind,
+                            IOCTL_DEVICE_TRANSACTION,
+                            input,
+                            static_cast<DWORD> (inputSize),
+                            output,
+                            static_cast<DWORD> (outputSize))
+               != DriverHandle::Outcome::succeeded)
         return failed;
 
     TransactionBlock reply;
@@ -254,19 +279,23 @@ TransactionResult HwDevice::transact (const void* input, std::size_t inputSize, 
     return reply.deviceStatus == 0 || reply.deviceStatus == harmlessDeviceStatus ? succeeded : deviceFailed;
 }
 
-TransactionResult HwDevice::accessFirmwareCounters (FirmwareCounterAccess access)
+TransactionResult HwDevice::accessFirmwareCounters (DriverHandle::Kind kind, FirmwareCounterAccess access)
 {
     block.length = fullLength;
     block.requestClass = 0;
     block.code = AccessFirmwareCounters;
     block.words[0] = access;
-    return transact (&block, sizeof (block), &block, sizeof (block));
+    return transact (&block, sizeof (block), &block, sizeof (block), kind);
 }
 
 TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)
 {
     const juce::ScopedLock locked (lock);
-    const auto result = accessFirmwareCounters (ReadFirmwareCounters);
+    const auto result = accessFirmwareCounters (DriverHandle::Kind::look, ReadFirmwareCounters);
+
+    // By now it has answered something else.
+    if (isMapUnanswered && ! owesAnswer())
+        mapStatistics();
 
     if (result == succeeded)
         std::memcpy (counters.data(), block.words, sizeof (counters));

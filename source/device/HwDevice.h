@@ -1,7 +1,7 @@
 #pragma once
 
 #include "device/HwInfoCaps.h"
-#include "platform/Win32.h"
+#include "platform/DriverHandle.h"
 #include "protocol/DriverProtocol.h"
 #include <array>
 #include <atomic>
@@ -54,7 +54,9 @@ public:
     /** Takes one open back; the last one closes the interface. Without an open it does nothing. */
     void close();
 
-    /** One close and one open, which no other request comes between; nothing while it is closed for its removal. */
+    /** One close and one open, which no other request comes between. Nothing while it is closed for its removal, nor
+        while its driver owes an answer: nothing that is new would be learnt by opening it again.
+    */
     void reopen();
 
     /** For when the system asks whether the device may be removed, to have its driver updated for instance, which an
@@ -71,6 +73,12 @@ public:
     /** True between these two: the device cannot answer, and may yet stay. */
     bool isClosedForRemoval() const noexcept { return closedForRemoval; }
 
+    /** True when its driver has not answered a request that was given up: slow or silent, but not gone. */
+    bool owesAnswer() const;
+
+    /** False as well while it is closed for its removal. */
+    bool isOpen() const;
+
     /** True as long as nobody has tried to open a device that can be used. Such a one cannot answer a probe. */
     bool isYetToBeOpened() const;
 
@@ -78,7 +86,7 @@ public:
     /** As the user called it, from the registry. Never changes. */
     juce::String getName() const { return name; }
 
-    /** The interface path as text, which Windows compares without regard to case. Never changes. */
+    /** The interface's path, each byte of it a character, for comparing. Never changes. */
     juce::String getPath() const { return path; }
 
     std::uint32_t getVendorId() const noexcept { return caps.getVendorId(); }
@@ -86,7 +94,8 @@ public:
     const HwInfoCaps& getCaps() const noexcept { return caps; }
 
     /** Where the driver's StatisticsBlock for this device is in this process, as the MapStatistics of the last open
-        said; 0 before, and when that failed. Reading there can fault, as it does once the device is closed.
+        said; 0 before, and when that failed. One that was not answered in time is sent again once the driver has
+        answered anything else. Reading there can fault, as it does once the device is closed.
     */
     std::uint32_t getStatisticsAddress() const;
 
@@ -124,7 +133,11 @@ public:
     RequestResult readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
 
     /** One transaction, on an input and an output buffer that may be the same. Call with the lock held. */
-    TransactionResult transact (const void* input, std::size_t inputSize, void* output, std::size_t outputSize);
+    TransactionResult transact (const void* input,
+                                std::size_t inputSize,
+                                void* output,
+                                std::size_t outputSize,
+                                DriverHandle::Kind kind = DriverHandle::Kind::act);
 
 private:
     /** Room for the probe's reply: its fixed part and 100 words. */
@@ -133,8 +146,9 @@ private:
     void readRegistry (HDEVINFO deviceInfoSet, SP_DEVICE_INTERFACE_DATA& interfaceData);
     bool openInterface();
     void closeInterface();
-    RequestResult sendCommand (DriverProtocol::CommandEnvelope& envelope);
-    TransactionResult accessFirmwareCounters (DriverProtocol::FirmwareCounterAccess access);
+    void mapStatistics();
+    DriverHandle::Outcome sendCommand (DriverHandle::Kind kind, DriverProtocol::CommandEnvelope& envelope);
+    TransactionResult accessFirmwareCounters (DriverHandle::Kind kind, DriverProtocol::FirmwareCounterAccess access);
 
     DriverProtocol::TransactionBlock block {};
     HwInfoCaps caps;
@@ -146,12 +160,13 @@ private:
     bool usable = false;
     std::uint32_t openCount = 0;
     std::atomic<bool> closedForRemoval { false };
-    HANDLE handle = INVALID_HANDLE_VALUE;
-    juce::CriticalSection handleLock; // below the device's; both are held while the handle changes
+    std::unique_ptr<DriverHandle> handle; // null: closed, or it could not be opened
+    juce::CriticalSection handleLock;     // below the device's; both are held while the handle changes
     std::size_t probeReplySize = DriverProtocol::probeReplyFixedSize;
     std::array<std::uint8_t, replyAreaSize> replyArea {};
     std::array<std::uint32_t, DriverProtocol::numStreamStatusWords> streamStatus {};
     std::uint32_t statisticsAddress = 0;
+    bool isMapUnanswered = false;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (HwDevice)
 };

@@ -1,6 +1,6 @@
 #include "device/Win32NotificationWindow.h"
 
-#include "protocol/ProgramNames.h"
+#include "platform/NotificationWindow.h"
 
 Win32NotificationWindow* Win32NotificationWindow::instance = nullptr;
 
@@ -21,9 +21,8 @@ Win32NotificationWindow::~Win32NotificationWindow()
 {
     constexpr int allowanceMs = 2000;
 
-    // The default processing of WM_CLOSE destroys the window, which ends the message loop.
     if (const auto handle = waitForWindow(); handle != nullptr)
-        PostMessageA (handle, WM_CLOSE, 0, 0);
+        NotificationWindow::close (handle);
 
     stopThread (allowanceMs);
     instance = nullptr;
@@ -32,10 +31,10 @@ Win32NotificationWindow::~Win32NotificationWindow()
 //==============================================================================
 HWND Win32NotificationWindow::waitForWindow() const
 {
-    constexpr DWORD pollIntervalMs = 10;
+    constexpr int pollIntervalMs = 10;
 
     while (isThreadRunning() && window.load() == nullptr)
-        Sleep (pollIntervalMs);
+        sleep (pollIntervalMs);
 
     return window.load();
 }
@@ -69,58 +68,12 @@ void Win32NotificationWindow::removeListener (Win32MessageListener* listener)
 //==============================================================================
 void Win32NotificationWindow::run()
 {
-    WNDCLASSEXA windowClass {};
-    windowClass.cbSize = sizeof (windowClass);
-    windowClass.style = CS_HREDRAW | CS_VREDRAW;
-    windowClass.lpfnWndProc = windowProcedure;
-    windowClass.hInstance = GetModuleHandleA (nullptr);
-    windowClass.hbrBackground = reinterpret_cast<HBRUSH> (static_cast<LONG_PTR> (COLOR_WINDOW + 1));
-    windowClass.lpszClassName = ProgramNames::notificationWindow;
-    RegisterClassExA (&windowClass);
+    NotificationWindow::run (window,
+                             [this] (UINT message, WPARAM wParam, LPARAM lParam)
+                             {
+                                 const juce::ScopedLock locked (listenerLock);
 
-    const auto handle = CreateWindowExA (0,
-                                         ProgramNames::notificationWindow,
-                                         nullptr,
-                                         0,
-                                         0,
-                                         0,
-                                         0,
-                                         0,
-                                         HWND_MESSAGE,
-                                         nullptr,
-                                         windowClass.hInstance,
-                                         nullptr);
-
-    if (handle == nullptr)
-        return;
-
-    SetWindowLongPtrA (handle, GWLP_USERDATA, reinterpret_cast<LONG_PTR> (this));
-    window.store (handle);
-
-    MSG message {};
-
-    for (;;)
-    {
-        const auto result = GetMessageA (&message, handle, 0, 0);
-
-        // -1: the window is gone.
-        if (result == 0 || result == -1)
-            return;
-
-        TranslateMessage (&message);
-        DispatchMessageA (&message);
-    }
-}
-
-LRESULT CALLBACK Win32NotificationWindow::windowProcedure (HWND handle, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    if (auto* owner = reinterpret_cast<Win32NotificationWindow*> (GetWindowLongPtrA (handle, GWLP_USERDATA)))
-    {
-        const juce::ScopedLock locked (owner->listenerLock);
-
-        for (auto* listener : owner->listeners)
-            listener->handleWin32Message (message, wParam, lParam);
-    }
-
-    return DefWindowProcA (handle, message, wParam, lParam);
+                                 for (auto* listener : listeners)
+                                     listener->handleWin32Message (message, wParam, lParam);
+                             });
 }

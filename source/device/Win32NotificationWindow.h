@@ -4,7 +4,7 @@
 #include <atomic>
 #include <juce_events/juce_events.h>
 
-/** The hidden window that device notifications are sent to, and the thread that owns it and runs its messages.
+/** The hidden window that device notifications are sent to (platform/NotificationWindow.h), and its thread.
 
     One per process, made on first use and deleted by the toolkit with its other shut-down objects, after the
     application's own shut-down. The static operations belong to the message thread where nothing else is said.
@@ -31,7 +31,6 @@ private:
     ~Win32NotificationWindow() override;
 
     void run() override;
-    static LRESULT CALLBACK windowProcedure (HWND, UINT, WPARAM, LPARAM);
     HWND waitForWindow() const;
 
     static Win32NotificationWindow* instance;

@@ -12,6 +12,8 @@ from worlds import ROOT, windows_path
 # It closes so many windows that it takes more than a minute.
 UNSUITABLE = 'SaveReportTaskTests.cancelAtAnyMomentLeavesWholeLines'
 FIGURES = 170, 22, 300, 574
+FIRST_COLUMN = 170, 110, 150, 486
+SECOND_COLUMN = 320, 110, 150, 486
 
 
 @pytest.mark.only_in('wine', why='only there boxes can be read and other programs keep a file from us')
@@ -96,6 +98,25 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     world.order('resume Beta')
     world.wait_for_looks('Beta')
     wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
+
+
+@pytest.mark.only_in('wine', why='elsewhere unit tests have drivers that are late')
+def test_a_driver_that_is_late_is_shown_and_takes_nothing_from_the_others(world):
+    world.plug('Alpha', 'Beta')
+    world.order('hold Beta map-statistics 1')
+    world.start('Alpha')
+    assert world.counts('Alpha')['views'] == 1 and world.looks('Beta') == 0
+    world.order('resume Beta')
+    world.wait_for_looks('Beta')
+    world.wait_for_change(lambda: world.order('tick 1000'), *FIRST_COLUMN)
+
+    # Late each time, its map included.
+    world.order('slow Beta 1200')
+    world.plug('Gamma')
+    world.wait_for_columns(3)
+    world.wait_for_looks('Gamma')
+    world.wait_for_change(lambda: world.order('tick 1000'), *SECOND_COLUMN)
+    world.order('slow Beta 0')
 
 
 @pytest.mark.only_in('wine', why='elsewhere threads are not ranked, and an address of 32 bits is one of our own making')

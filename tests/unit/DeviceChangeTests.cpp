@@ -1,7 +1,7 @@
 #include "device/CDevChangeNotify.h"
 #include "device/DeviceChangeMessage.h"
 #include "device/DeviceList.h"
-#include "platform/linux/HandleNotification.h"
+#include "platform/NotificationWindow.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
 #include "tests/unit/support/TestDriver.h"
@@ -47,10 +47,15 @@ struct DeviceChangeTests : public testing::Test
         return driver;
     }
 
-    /** What the system tells the windows that registered an open handle of the interface; their number. */
-    static int notifyHandles (const std::string& name, WPARAM event)
+    /** What the system tells about an open file of an interface, which its folder stands for. */
+    void tellOfFile (DeviceList& devices, const std::string& name, WPARAM event)
     {
-        return notifyHandlesOf (TestMachine::getInterfacePath (name).toStdString(), event);
+        DEV_BROADCAST_HANDLE message {};
+        message.dbch_size = sizeof (message);
+        message.dbch_devicetype = DBT_DEVTYP_HANDLE;
+        message.dbch_hdevnotify = reinterpret_cast<HDEVNOTIFY> (machine.getInterfaceFolder (name).getFileIdentifier());
+        CDevChangeNotify notify (DeviceInterfaceGuid, devices, &listener);
+        notify.handleWin32Message (WM_DEVICECHANGE, event, reinterpret_cast<LPARAM> (&message));
     }
 
     /** What the system tells about the interface itself. */
@@ -122,7 +127,7 @@ TEST_F (DeviceChangeTests, everyChangeReachesTheListener)
     EXPECT_EQ (namesOf (devices), "d,c");
     EXPECT_EQ (
         listener.changes,
-        (std::vector<int> { DeviceRemovedMessage, DeviceArrivedMessage, DeviceArrivedMessage, DeviceRemovedMessage }));
+        (std::vector<int> { DeviceArrivedMessage, DeviceRemovedMessage, DeviceArrivedMessage, DeviceRemovedMessage }));
     devices.setListener (nullptr);
 }
 
@@ -181,6 +186,77 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
     EXPECT_EQ (devices.getNumDevices(), 1) << "nobody listens any more";
 }
 
+/** Alike to whoever decodes them, or but for case. */
+TEST_F (DeviceChangeTests, interfacesAreTheSameByEveryByteOfTheirNames)
+{
+    std::vector<std::unique_ptr<TestDriver>> drivers;
+    DeviceList devices;
+    devices.setListener (&listener);
+
+    for (const std::string name : { "Deck", "deck", "Ger\xe4t", "Ger\xc3\xa4t" })
+    {
+        drivers.push_back (std::make_unique<TestDriver> (machine, TestDriver::Setup { .name = name }));
+        ASSERT_TRUE (hasHeard (drivers.size())) << name;
+        devices.getDevice (0)->open();
+    }
+
+    EXPECT_EQ (DeviceList().getNumDevices(), 4);
+    drivers[0]->unplug();
+    ASSERT_TRUE (hasHeard (5));
+    EXPECT_NE (devices.findByPath (TestMachine::getInterfacePath ("deck")), nullptr);
+    EXPECT_EQ (devices.getNumDevices(), 3);
+    devices.setListener (nullptr);
+}
+
+/** A message that finds no device ends the program. */
+TEST_F (DeviceChangeTests, catchingUpNeverTakesTheLastDeviceThatIsThere)
+{
+    const auto a = plugIn ("a");
+    DeviceList devices;
+    openAll (devices);
+    CDevChangeNotify notify (DeviceInterfaceGuid, devices, &listener);
+    const auto first = devices.getDevice (0);
+    const auto catchUp = [&] { notify.handleWin32Message (NotificationWindow::changesMissed, 1, 0); };
+
+    Silence silence (*a, TestDriver::probe);
+    catchUp();
+    tell (notify, DBT_DEVICEARRIVAL, first->getPath());
+    EXPECT_EQ (devices.getDevice (0), first) << "it is silent, and there";
+
+    silence.end();
+    EXPECT_TRUE (waitFor ([&] { return ! first->owesAnswer(); }));
+    a->fail (TestDriver::probe);
+    catchUp();
+    EXPECT_EQ (devices.getNumDevices(), 1);
+    EXPECT_NE (devices.getDevice (0), first) << "another one is there by now";
+    tell (notify, DBT_DEVICEREMOVECOMPLETE, first->getPath());
+    EXPECT_EQ (devices.getNumDevices(), 1) << "which the news of the first one's end is not about";
+    ASSERT_TRUE (hasHeard (1));
+    EXPECT_EQ (listener.changes[0], DeviceArrivedMessage);
+}
+
+/** Their driver lives on where nobody finds it. */
+TEST_F (DeviceChangeTests, foldersThatAreMadeAgainAreFollowedAgain)
+{
+    const auto a = plugIn ("a");
+    DeviceList devices;
+    openAll (devices);
+    devices.setListener (&listener);
+    const auto folder = machine.getInterfaceFolder ("a").getParentDirectory(), whole = folder.getParentDirectory();
+    ASSERT_TRUE (folder.moveFileTo (folder.getSiblingFile ("old")) && folder.createDirectory());
+    const auto b = plugIn ("b");
+    ASSERT_TRUE (hasHeard (1));
+    devices.getDevice (0)->open();
+
+    ASSERT_TRUE (whole.moveFileTo (whole.getSiblingFile ("old")));
+    Machine::MachineFolder again;
+    ASSERT_EQ (again.create (machine.getPath(), {}), "");
+    const auto c = plugIn ("c");
+    ASSERT_TRUE (hasHeard (2));
+    EXPECT_EQ (namesOf (devices), "c,b,a");
+    devices.setListener (nullptr);
+}
+
 /** A driver's update is asked for with a query, which an open handle forbids. */
 TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndStaysKeepsItsPlace)
 {
@@ -196,10 +272,9 @@ TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndStaysKeepsItsPlace)
 
     EXPECT_EQ (showing (7), "b 98,a 7");
     const int open = countOfProcess ("fd");
-    const int probes = a->count (TestDriver::probe);
 
-    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 1);
-    EXPECT_LE (countOfProcess ("fd"), open - 3) << "connection, folder and section have to be closed by now";
+    tellOfFile (devices, "a", DBT_DEVICEQUERYREMOVE);
+    EXPECT_TRUE (waitFor ([&] { return countOfProcess ("fd") <= open - 2; })) << "connection and section are closed";
     EXPECT_EQ (device->getStatisticsAddress(), 0u) << "another's block can be there by now";
     EXPECT_EQ (showing (8), "b 98,a 7") << "it is closed, and its figures stay";
     EXPECT_NE (device->probe(), 0);
@@ -210,16 +285,12 @@ TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndStaysKeepsItsPlace)
     EXPECT_EQ (showing (8), "c 99,b 98,a 0") << "columns made anew open what is open, and nothing else";
     EXPECT_EQ (a->count (TestDriver::mapStatistics), 1);
 
-    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVEFAILED), 1);
+    tellOfFile (devices, "a", DBT_DEVICEQUERYREMOVEFAILED);
     EXPECT_EQ (showing (9), "c 99,b 98,a 9");
-    EXPECT_EQ (a->count (TestDriver::probe), probes);
     EXPECT_EQ (device, devices.getDevice (2)) << "the same device as before";
 
-    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVEFAILED), 1);
+    tellOfFile (devices, "a", DBT_DEVICEQUERYREMOVEFAILED);
     EXPECT_EQ (a->count (TestDriver::mapStatistics), 2) << "nothing to open again";
-
-    device->close();
-    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 0) << "nothing is registered any more";
 }
 
 TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndGoesLeavesTheListWithItsInterface)
@@ -230,10 +301,10 @@ TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndGoesLeavesTheListWithItsInterface
     CDevChangeNotify byHand (DeviceInterfaceGuid, devices, &listener);
     openAll (devices);
 
-    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 1);
+    tellOfFile (devices, "a", DBT_DEVICEQUERYREMOVE);
     tell (byHand, DBT_DEVICEQUERYREMOVE, TestMachine::getInterfacePath ("a"));
     tell (byHand, DBT_DEVICEREMOVEPENDING, TestMachine::getInterfacePath ("a"));
-    EXPECT_EQ (notifyHandles ("a", DBT_DEVICEREMOVECOMPLETE), 1);
+    tellOfFile (devices, "a", DBT_DEVICEREMOVECOMPLETE);
     EXPECT_EQ (namesOf (devices), "b,a") << "its interface is there, and it may yet stay";
 
     a.reset();
@@ -269,7 +340,7 @@ TEST_F (DeviceChangeTests, aLogBeingReadDoesNotKeepADeviceFromGoing)
         [&]
         {
             waitFor ([&] { return numRead > 0; });
-            EXPECT_EQ (notifyHandles ("a", DBT_DEVICEQUERYREMOVE), 1);
+            tellOfFile (devices, "a", DBT_DEVICEQUERYREMOVE);
         });
 
     DriverProtocol::EventLogEntry entry {};
@@ -289,7 +360,7 @@ struct DeviceChangeSoakTests : public DeviceChangeTests
     std::mt19937 random { 20261124 };
 
     /** One change: an arrival, a removal, a crash, an interface that cannot be probed, or an update that fails. */
-    void change()
+    void change (DeviceList* devices = nullptr)
     {
         constexpr int maximumInterfaces = 8;
         const auto name = "d" + std::to_string (random() % maximumInterfaces);
@@ -300,10 +371,10 @@ struct DeviceChangeSoakTests : public DeviceChangeTests
         {
             driver = plugIn (name);
         }
-        else if (kind == 8)
+        else if (kind == 8 && devices != nullptr)
         {
-            notifyHandles (name, DBT_DEVICEQUERYREMOVE);
-            notifyHandles (name, DBT_DEVICEQUERYREMOVEFAILED);
+            for (const auto event : { DBT_DEVICEQUERYREMOVE, DBT_DEVICEQUERYREMOVEFAILED })
+                tellOfFile (*devices, name, event);
         }
         else if (kind == 0)
         {
@@ -338,7 +409,7 @@ TEST_F (DeviceChangeSoakTests, viewFollowsAThousandChanges)
 
         for (int i = 0; i < changes; ++i)
         {
-            change();
+            change (&devices);
 
             if (random() % 4 == 0)
                 content.timerCallback();

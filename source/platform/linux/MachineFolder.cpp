@@ -5,11 +5,29 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <sys/stat.h>
 
 namespace MachineFolder
 {
+
+static std::filesystem::path locate()
+{
+    const std::filesystem::path path = MachineLayout::getDefaultPath();
+    return path.has_filename() ? path : path.parent_path();
+}
+
+std::string getName()
+{
+    return locate().filename();
+}
+
+FileDescriptor openParent()
+{
+    const auto parent = locate().parent_path() / ".";
+    return FileDescriptor (::open (parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
 
 FileDescriptor open()
 {
@@ -58,13 +76,13 @@ static FileDescriptor openSubfolder (const char* name)
 
 std::vector<std::string> listInterfaces()
 {
-    const auto interfaces = openSubfolder (MachineLayout::interfacesFolder);
+    const auto folder = openSubfolder (MachineLayout::interfacesFolder);
 
-    if (! interfaces)
+    if (! folder)
         return {};
 
-    auto names = listFolder (openFolder (interfaces.get(), "."));
-    std::erase_if (names, [&] (const auto& name) { return ! openFolder (interfaces.get(), name); });
+    auto names = listFolder (openFolder (folder.get(), "."));
+    std::erase_if (names, [&] (const auto& name) { return ! openFolder (folder.get(), name); });
     return names;
 }
 
@@ -80,8 +98,8 @@ FileDescriptor openInterface (const std::string& path)
     if (! isPresentName (name) || name.find ('/') != std::string::npos)
         return {};
 
-    const auto interfaces = openSubfolder (MachineLayout::interfacesFolder);
-    return interfaces ? openFolder (interfaces.get(), name) : FileDescriptor();
+    const auto folder = openSubfolder (MachineLayout::interfacesFolder);
+    return folder ? openFolder (folder.get(), name) : FileDescriptor();
 }
 
 std::vector<std::string> listControllers()

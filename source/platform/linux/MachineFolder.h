@@ -12,6 +12,10 @@
 namespace MachineFolder
 {
 
+/** The machine folder's own name, and the folder that it is in, which may be there without it. */
+std::string getName();
+FileDescriptor openParent();
+
 /** Opens the machine folder; none when there is no folder or it belongs to another user. */
 FileDescriptor open();
 

@@ -44,7 +44,7 @@ std::optional<std::size_t> sizeOfFile (const FileDescriptor& file) noexcept
 /** Takes the first free address from a cursor on that only comes round once all have been used: an address kept from
     a section that is gone faults instead of showing another device's figures.
 */
-std::uintptr_t reserveBelow4GiB (Sections& sections, std::size_t length) noexcept
+std::uintptr_t mapBelow4GiB (Sections& sections, const FileDescriptor& file, std::size_t length) noexcept
 {
     const auto span = (length + Sections::step - 1) / Sections::step * Sections::step;
     const auto attempts = (Sections::endOfAddresses - Sections::firstAddress) / Sections::step;
@@ -62,9 +62,9 @@ std::uintptr_t reserveBelow4GiB (Sections& sections, std::size_t length) noexcep
 
         auto* mapped = ::mmap (reinterpret_cast<void*> (wanted),
                                length,
-                               PROT_NONE,
-                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE,
-                               -1,
+                               PROT_READ,
+                               MAP_SHARED | MAP_FIXED_NOREPLACE,
+                               file.get(),
                                0);
 
         if (mapped == MAP_FAILED)
@@ -89,49 +89,32 @@ std::uintptr_t reserveBelow4GiB (Sections& sections, std::size_t length) noexcep
 
 } // namespace
 
-Section::Section (std::uintptr_t reservedAddress, std::size_t reservedLength)
-    : address (reservedAddress),
-      length (reservedLength)
+Section::Section (FileDescriptor mappedFile, std::uintptr_t mappedAddress, std::size_t mappedLength)
+    : file (std::move (mappedFile)),
+      address (mappedAddress),
+      length (mappedLength)
 {
-}
-
-std::unique_ptr<Section> Section::reserve (std::size_t size)
-{
-    auto& sections = Sections::get();
-    const std::scoped_lock locked (sections.lock);
-    const auto address = reserveBelow4GiB (sections, size);
-
-    if (address == 0)
-        return nullptr;
-
-    std::unique_ptr<Section> section (new Section (address, size));
-    sections.living.push_back (section.get());
-    return section;
 }
 
 std::unique_ptr<Section> Section::make (FileDescriptor file)
 {
-    // An empty section has an address too; reading it faults.
-    auto section = reserve (std::max<std::size_t> (1, sizeOfFile (file).value_or (0)));
-    return section != nullptr && section->map (std::move (file)) ? std::move (section) : nullptr;
-}
-
-bool Section::map (FileDescriptor newFile)
-{
-    const auto size = sizeOfFile (newFile);
+    const auto size = sizeOfFile (file);
 
     if (! size)
-        return false;
+        return nullptr;
 
-    const std::scoped_lock locked (Sections::get().lock);
-    auto* place = reinterpret_cast<void*> (address);
-    const auto mappedLength = std::clamp<std::size_t> (*size, 1, length);
+    // An empty section has an address too; reading it faults.
+    const auto length = std::max<std::size_t> (1, *size);
+    auto& sections = Sections::get();
+    const std::scoped_lock locked (sections.lock);
+    const auto address = mapBelow4GiB (sections, file, length);
 
-    if (::mmap (place, mappedLength, PROT_READ, MAP_SHARED | MAP_FIXED, newFile.get(), 0) == MAP_FAILED)
-        return false;
+    if (address == 0)
+        return nullptr;
 
-    file = std::move (newFile);
-    return true;
+    std::unique_ptr<Section> section (new Section (std::move (file), address, length));
+    sections.living.push_back (section.get());
+    return section;
 }
 
 Section::~Section()

@@ -4,23 +4,15 @@
 #include <cstdint>
 #include <memory>
 
-/** A place below 4 GiB for a driver's section, which is mapped there shared and read-only until the object dies.
+/** A driver's section, mapped below 4 GiB, whole, shared and read-only, until the object dies.
 
     Any thread; AccessGuard::readableBytes looks addresses up among the living sections.
 */
 class Section
 {
 public:
-    /** Maps the whole file that a driver handed over; null when it is no plain file or there is no room. */
+    /** Null when the file that a driver handed over is no plain file or there is no room. */
     static std::unique_ptr<Section> make (FileDescriptor file);
-
-    /** A place for a section to come, at which reading faults until then; null when there is no room.
-        @param size   bytes, at least 1; what a section has beyond is not mapped
-    */
-    static std::unique_ptr<Section> reserve (std::size_t size = usualSize);
-
-    /** Maps a file that a driver handed over; false, and nothing changes, when it is no plain file. Possible once. */
-    bool map (FileDescriptor newFile);
 
     ~Section();
 
@@ -32,11 +24,9 @@ public:
     bool contains (std::uintptr_t other) const noexcept { return other >= address && other - address < length; }
 
 private:
-    static constexpr std::size_t usualSize = 0x10000;
+    Section (FileDescriptor mappedFile, std::uintptr_t mappedAddress, std::size_t mappedLength);
 
-    Section (std::uintptr_t reservedAddress, std::size_t reservedLength);
-
-    FileDescriptor file; // none yet while the place is only reserved
+    const FileDescriptor file;
     const std::uintptr_t address;
     const std::size_t length;
 };

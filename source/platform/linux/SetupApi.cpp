@@ -21,12 +21,6 @@ struct RegistryKey
     FileDescriptor folder;
 };
 
-BOOL fail (DWORD error) noexcept
-{
-    SetLastError (error);
-    return FALSE;
-}
-
 /** The entry that a structure filled by an enumeration stands for; null when it stands for none. */
 template <typename Data>
 const std::string* findEntry (HDEVINFO set, const Data* data) noexcept
@@ -42,14 +36,9 @@ const std::string* findEntry (HDEVINFO set, const Data* data) noexcept
 template <typename Data>
 BOOL enumerate (HDEVINFO set, DWORD index, Data* data) noexcept
 {
-    if (set == nullptr || set == INVALID_HANDLE_VALUE)
-        return fail (ERROR_INVALID_HANDLE);
-
-    if (data == nullptr || data->cbSize != sizeof (Data))
-        return fail (ERROR_INVALID_USER_BUFFER);
-
-    if (index >= static_cast<DeviceSet*> (set)->entries.size())
-        return fail (ERROR_NO_MORE_ITEMS);
+    if (set == nullptr || set == INVALID_HANDLE_VALUE || data == nullptr || data->cbSize != sizeof (Data)
+        || index >= static_cast<DeviceSet*> (set)->entries.size())
+        return FALSE;
 
     data->Reserved = index;
     return TRUE;
@@ -77,7 +66,7 @@ HDEVINFO SetupDiGetClassDevsA (const GUID*, const char*, HWND, DWORD flags)
 BOOL SetupDiDestroyDeviceInfoList (HDEVINFO set)
 {
     if (set == nullptr || set == INVALID_HANDLE_VALUE)
-        return fail (ERROR_INVALID_HANDLE);
+        return FALSE;
 
     delete static_cast<DeviceSet*> (set);
     return TRUE;
@@ -107,18 +96,15 @@ BOOL SetupDiGetDeviceInterfaceDetailA (HDEVINFO set,
     const auto* path = findEntry (set, interfaceData);
 
     if (path == nullptr)
-        return fail (ERROR_INVALID_PARAMETER);
+        return FALSE;
 
     const auto required = offsetof (SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath) + path->size() + 1;
 
     if (requiredSize != nullptr)
         *requiredSize = static_cast<DWORD> (required);
 
-    if (detail == nullptr || detailSize < required)
-        return fail (ERROR_INSUFFICIENT_BUFFER);
-
-    if (detail->cbSize != sizeof (SP_DEVICE_INTERFACE_DETAIL_DATA_A))
-        return fail (ERROR_INVALID_USER_BUFFER);
+    if (detail == nullptr || detailSize < required || detail->cbSize != sizeof (SP_DEVICE_INTERFACE_DETAIL_DATA_A))
+        return FALSE;
 
     std::memcpy (reinterpret_cast<char*> (detail) + offsetof (SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath),
                  path->c_str(),
@@ -136,13 +122,13 @@ BOOL SetupDiGetDeviceInstanceIdA (HDEVINFO set, SP_DEVINFO_DATA* device, char* i
     const auto* entry = findEntry (set, device);
 
     if (entry == nullptr)
-        return fail (ERROR_INVALID_PARAMETER);
+        return FALSE;
 
     if (requiredSize != nullptr)
         *requiredSize = static_cast<DWORD> (entry->size() + 1);
 
     if (id == nullptr || size < entry->size() + 1)
-        return fail (ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
 
     std::memcpy (id, entry->c_str(), entry->size() + 1);
     return TRUE;
@@ -156,7 +142,6 @@ HKEY SetupDiOpenDeviceInterfaceRegKey (HDEVINFO set, SP_DEVICE_INTERFACE_DATA* i
             if (auto registry = MachineFolder::openFolder (folder.get(), MachineLayout::registryFolder); registry)
                 return reinterpret_cast<HKEY> (new RegistryKey { std::move (registry) });
 
-    SetLastError (ERROR_FILE_NOT_FOUND);
     return static_cast<HKEY> (INVALID_HANDLE_VALUE);
 }
 

@@ -4,6 +4,7 @@
 #include "drivers/machine/MachineFolder.h"
 #include "protocol/RequestKind.h"
 #include <functional>
+#include <future>
 #include <juce_core/juce_core.h>
 #include <map>
 #include <mutex>
@@ -138,6 +139,26 @@ private:
     bool finished = false;
     Machine::InterfaceServer server;
     std::thread thread;
+};
+
+/** Keeps a driver from answering requests of a kind until it ends. */
+struct Silence
+{
+    Silence (TestDriver& driver, TestDriver::Kind kind)
+    {
+        driver.setOverride (
+            [ended = ending.get_future().share(), kind] (TestDriver::Kind asked, int) -> std::optional<Machine::Reply>
+            {
+                if (asked == kind)
+                    ended.wait();
+
+                return {};
+            });
+    }
+
+    void end() { ending.set_value(); }
+
+    std::promise<void> ending;
 };
 
 /** Runs the message loop until the condition holds, or for a long time; true when it came to hold. */
