@@ -38,7 +38,8 @@ public:
     /** The opening is the first question. False when there is no thread to be had. */
     bool start()
     {
-        constexpr unsigned stackSize = 64 * 1024;
+        // For drivers' clients and virus scanners as well, whose hooks run on it.
+        constexpr unsigned stackSize = 256 * 1024;
 
         auto* self = new std::shared_ptr<Worker> (shared_from_this());
         const Locked locked (lock);
@@ -118,17 +119,19 @@ private:
     template <typename Condition>
     bool waitUntil (const Condition& holds, Duration limit)
     {
-        const auto start = GetTickCount64();
-        const auto limitMs = static_cast<ULONGLONG> (std::chrono::ceil<std::chrono::milliseconds> (limit).count());
+        using namespace std::chrono;
+
+        // Not by the system's count of milliseconds, which goes on by 15 or 16 at a time.
+        const auto end = steady_clock::now() + limit;
 
         while (! holds())
         {
-            const auto passed = GetTickCount64() - start;
+            const auto left = ceil<milliseconds> (end - steady_clock::now()).count();
 
-            if (passed >= limitMs)
+            if (left <= 0)
                 return false;
 
-            SleepConditionVariableSRW (&changed, &lock, static_cast<DWORD> (limitMs - passed), 0);
+            SleepConditionVariableSRW (&changed, &lock, static_cast<DWORD> (left), 0);
         }
 
         return true;
