@@ -175,7 +175,7 @@ def main():
 
         try:
             compare(desk, environment, 2, seconds, peers)
-            compare(desk, environment, 16, seconds, [])
+            compare(desk, environment, 16, seconds, peers)
             measure_changes(desk, environment)
         finally:
             desk.close()

@@ -279,13 +279,28 @@ TransactionResult HwDevice::transact (const void* input,
     return reply.deviceStatus == 0 || reply.deviceStatus == harmlessDeviceStatus ? succeeded : deviceFailed;
 }
 
-TransactionResult HwDevice::accessFirmwareCounters (DriverHandle::Kind kind, FirmwareCounterAccess access)
+/** Call with the lock held. */
+void HwDevice::prepareBlock (FirmwareCounterAccess access)
 {
     block.length = fullLength;
     block.requestClass = 0;
     block.code = AccessFirmwareCounters;
     block.words[0] = access;
+}
+
+TransactionResult HwDevice::accessFirmwareCounters (DriverHandle::Kind kind, FirmwareCounterAccess access)
+{
+    prepareBlock (access);
     return transact (&block, sizeof (block), &block, sizeof (block), kind);
+}
+
+void HwDevice::askForFirmwareCounters()
+{
+    const juce::ScopedLock locked (lock);
+    prepareBlock (ReadFirmwareCounters);
+
+    if (handle != nullptr)
+        handle->ask (IOCTL_DEVICE_TRANSACTION, &block, sizeof (block), &block, sizeof (block));
 }
 
 TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)

@@ -120,6 +120,10 @@ public:
     /** Resets the driver's statistics, then the firmware's counters; nobody hears how that went. */
     void resetStatistics();
 
+    /** Sends the request for the firmware's counters and waits for nothing; readFirmwareCounters has then less to wait
+     * for. */
+    void askForFirmwareCounters();
+
     /** Writes the counters only on success. */
     TransactionResult readFirmwareCounters (FirmwareCounters& counters);
 
@@ -148,6 +152,7 @@ private:
     void closeInterface();
     void mapStatistics();
     DriverHandle::Outcome sendCommand (DriverHandle::Kind kind, DriverProtocol::CommandEnvelope& envelope);
+    void prepareBlock (DriverProtocol::FirmwareCounterAccess access);
     TransactionResult accessFirmwareCounters (DriverHandle::Kind kind, DriverProtocol::FirmwareCounterAccess access);
 
     DriverProtocol::TransactionBlock block {};

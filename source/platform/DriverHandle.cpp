@@ -1,5 +1,6 @@
 #include "platform/DriverHandle.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -34,6 +35,27 @@ DriverHandle::~DriverHandle()
 }
 
 //==============================================================================
+/** Control code, size of the output, input. */
+static std::vector<char> makeQuestion (DWORD controlCode, const void* input, DWORD inputSize, DWORD outputSize)
+{
+    const DWORD header[] { controlCode, outputSize };
+    const auto* headerBytes = reinterpret_cast<const char*> (header);
+    const auto* inputBytes = static_cast<const char*> (input);
+    std::vector<char> question (headerBytes, headerBytes + sizeof (header));
+    question.insert (question.end(), inputBytes, inputBytes + inputSize);
+    return question;
+}
+
+void DriverHandle::ask (DWORD controlCode, const void* input, DWORD inputSize, const void* output, DWORD outputSize)
+{
+    const std::scoped_lock locked (lock);
+    takeOwedAnswer (false);
+    auto question = makeQuestion (controlCode, input, inputSize, outputSize);
+
+    if (! isOwed && findLateAnswer (question) == nullptr)
+        isUnderWay = isOwed = send (Kind::look, std::move (question), input, inputSize, output);
+}
+
 DriverHandle::Outcome DriverHandle::request (Kind kind,
                                              DWORD controlCode,
                                              const void* input,
@@ -43,36 +65,29 @@ DriverHandle::Outcome DriverHandle::request (Kind kind,
 {
     // Waiting for another thread's request is waiting for somebody who waits for the driver, and is counted there.
     const std::scoped_lock locked (lock);
-    takeOwedAnswer (kind == Kind::act);
+    auto question = makeQuestion (controlCode, input, inputSize, outputSize);
 
-    const DWORD header[] { controlCode, outputSize };
-    const auto* headerBytes = reinterpret_cast<const char*> (header);
-    const auto* inputBytes = static_cast<const char*> (input);
-    Bytes question (headerBytes, headerBytes + sizeof (header));
-    question.insert (question.end(), inputBytes, inputBytes + inputSize);
-
-    if (kind == Kind::act)
-        late.clear(); // what was seen before it is old
-
-    for (auto found = late.begin(); found != late.end(); ++found)
+    if (! std::exchange (isUnderWay, false) || ! isOwed || asked != question)
     {
-        if (found->question != question)
-            continue;
+        takeOwedAnswer (kind == Kind::act);
 
-        const auto outcome = deliver (found->answer, output);
-        late.erase (found);
-        return outcome;
+        if (kind == Kind::act)
+            late.clear(); // what was seen before it is old
+
+        if (auto* found = findLateAnswer (question); found != nullptr)
+        {
+            const auto outcome = deliver (found->answer, output);
+            late.erase (late.begin() + (found - late.data()));
+            return outcome;
+        }
+
+        if (isOwed)
+            return Outcome::unanswered;
+
+        if (! send (kind, std::move (question), input, inputSize, output))
+            return Outcome::failed;
     }
 
-    if (isOwed)
-        return Outcome::unanswered;
-
-    if (! line->send (controlCode, input, inputSize, output, outputSize))
-        return Outcome::failed;
-
-    kindAsked = kind;
-    asked = std::move (question);
-    sent = waits.now();
     isOwed = ! await (kind == Kind::look ? waits.looks : waits.others, wasLate);
     wasLate = isOwed;
     return isOwed ? Outcome::unanswered : deliver (answer, output);
@@ -102,6 +117,24 @@ void DriverHandle::closeFile()
 
 //==============================================================================
 /** Call with the lock held, as the others. */
+DriverHandle::LateAnswer* DriverHandle::findLateAnswer (const Bytes& question)
+{
+    const auto found = std::find_if (late.begin(),
+                                     late.end(),
+                                     [&question] (const auto& candidate) { return candidate.question == question; });
+    return found != late.end() ? &*found : nullptr;
+}
+
+bool DriverHandle::send (Kind kind, Bytes question, const void* input, DWORD inputSize, const void* output)
+{
+    DWORD header[2];
+    std::memcpy (header, question.data(), sizeof (header));
+    kindAsked = kind;
+    asked = std::move (question);
+    sent = waits.now();
+    return line->send (header[0], input, inputSize, output, header[1]);
+}
+
 bool DriverHandle::await (DriverPatience& patience, bool wasLateBefore)
 {
     const auto start = waits.now();

@@ -52,6 +52,11 @@ public:
     /** DeviceIoControl; input and output may be the same. Unanswered, it leaves the output as it was. */
     Outcome request (Kind kind, DWORD controlCode, const void* input, DWORD inputSize, void* output, DWORD outputSize);
 
+    /** The first half of a look, which waits for nothing: the same look by request() then finds it under way. So
+       several drivers can work on their answers at the same time.
+    */
+    void ask (DWORD controlCode, const void* input, DWORD inputSize, const void* output, DWORD outputSize);
+
     /** Whether a request has been given up and not been answered since. */
     bool owesAnswer();
 
@@ -70,6 +75,8 @@ private:
         DriverAnswer answer;
     };
 
+    LateAnswer* findLateAnswer (const Bytes& question);
+    bool send (Kind kind, Bytes question, const void* input, DWORD inputSize, const void* output);
     bool await (DriverPatience& patience, bool wasLateBefore);
     void takeOwedAnswer (bool mayWait);
     static Outcome deliver (const DriverAnswer& answerToDeliver, void* output);
@@ -81,7 +88,8 @@ private:
     std::mutex lock;
     bool isClosed = false;
     bool isOwed;
-    bool wasLate = false; // when it was last sent something
+    bool isUnderWay = false; // what is owed was sent by ask(), and not waited for
+    bool wasLate = false;    // when it was last sent something
     Kind kindAsked = Kind::act;
     Bytes asked;                  // control code, size of the output, input
     DriverPatience::Time sent;    // when that was

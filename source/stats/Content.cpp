@@ -195,6 +195,11 @@ void Content::refreshFirmwareCounters (const Devices& devices)
 {
     const juce::ScopedLock locked (columnLock);
 
+    // All before the first answer is waited for: the drivers answer at the same time, and wake nobody in between.
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        if (auto* device = columns[i].findIn (devices, i))
+            device->askForFirmwareCounters();
+
     for (std::size_t i = 0; i < columns.size(); ++i)
     {
         FirmwareCounters counters {};

@@ -181,6 +181,25 @@ TEST_F (DriverHandleTests, silenceOfManyIsWaitedForOnceAndTakesNothingFromTheGoo
     EXPECT_EQ (patience.begin (now + 700ms, false), 150ms);
 }
 
+TEST_F (DriverHandleTests, driversThatAreAskedAheadWorkAtTheSameTime)
+{
+    add (30ms, 16);
+
+    for (const auto& driver : drivers)
+        driver->handle.ask (1, "c", 1, &driver->figure, 1);
+
+    EXPECT_EQ (tick(), 60ms) << "one look at all of them, and one at the newest";
+    EXPECT_EQ (drivers.front()->numAsked, 1);
+
+    // What changes something has its turn behind the look, and makes it old.
+    auto& driver = *drivers.front();
+    driver.handle.ask (1, "c", 1, &driver.figure, 1);
+    EXPECT_EQ (driver.request (Kind::act), Outcome::succeeded);
+    EXPECT_EQ (driver.request (Kind::look, 'c'), Outcome::succeeded);
+    EXPECT_EQ (driver.numAsked, 4);
+    EXPECT_EQ (driver.figure, 4);
+}
+
 /** What is asked again takes a late answer, and what changes something is done again. */
 TEST_F (DriverHandleTests, lateAnswersServeLooksOnly)
 {
