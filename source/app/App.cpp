@@ -50,7 +50,7 @@ void App::initialise (const juce::String&)
         return;
     }
 
-    const auto watch = NativeDialogs::closeOnQuit();
+    const auto watch = NativeDialogs::attend();
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
                                             "Quendel",
                                             "\nNo compatible hardware detected.");

@@ -52,7 +52,7 @@ void EventTabs::saveReport()
     const auto proposed = documents.getChildFile (EventReport::getFileName (juce::Time::getCurrentTime()));
     juce::FileChooser chooser ("Save event report", proposed, "*.txt", true);
 
-    const auto watch = NativeDialogs::closeOnQuit();
+    const auto watch = NativeDialogs::attend();
     const bool chosen = chooser.browseForFileToSave (true);
 
     // A quit closes the dialog, too; what it then calls the choice is nobody's.

@@ -374,7 +374,7 @@ void Content::saveStatisticsReport()
                        && StatisticsReport::append (documents.getChildFile ("Quendel report.txt"),
                                                     makeReport (juce::Time::getCurrentTime()));
 
-    const auto watch = NativeDialogs::closeOnQuit();
+    const auto watch = NativeDialogs::attend();
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
                                             "Quendel",
                                             saved ? "Report saved to your documents folder." : "Unable to save report");

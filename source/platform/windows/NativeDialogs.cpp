@@ -41,7 +41,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<Watch> closeOnQuit()
+std::unique_ptr<Watch> attend()
 {
     return std::make_unique<TimedWatch>();
 }
