@@ -2,6 +2,18 @@
 
 #include "events/EventReport.h"
 
+namespace
+{
+/** Return has just named the file, perhaps twice, and is no word against writing it. Escape is. */
+struct ReturnIgnored : public juce::KeyListener
+{
+    bool keyPressed (const juce::KeyPress& key, juce::Component*) override
+    {
+        return key.isKeyCode (juce::KeyPress::returnKey);
+    }
+};
+} // namespace
+
 SaveReportTask::SaveReportTask (const juce::File& reportFile,
                                 const juce::Array<EventRecord>& eventsToWrite,
                                 const juce::StringArray& namesOfDevices)
@@ -10,6 +22,12 @@ SaveReportTask::SaveReportTask (const juce::File& reportFile,
       events (eventsToWrite),
       deviceNames (namesOfDevices)
 {
+    static ReturnIgnored returnIgnored;
+    auto* window = getAlertWindow();
+    window->addKeyListener (&returnIgnored);
+
+    for (auto* child : window->getChildren())
+        child->addKeyListener (&returnIgnored);
 }
 
 /** The thread must be over before this part of the object is. */

@@ -171,6 +171,19 @@ TEST_F (SaveReportTaskTests, cancelAtAnyMomentLeavesWholeLines)
     EXPECT_GT (cut, 0) << "no cancel came in time";
 }
 
+TEST_F (SaveReportTaskTests, returnDoesNotCancel)
+{
+    const auto rows = makeRows (500000);
+    const auto text = runAndDo (rows,
+                                0,
+                                []
+                                {
+                                    if (auto* window = juce::Component::getCurrentlyModalComponent())
+                                        window->getPeer()->handleKeyPress (juce::KeyPress (juce::KeyPress::returnKey));
+                                });
+    EXPECT_EQ (text.length(), write (rows).length());
+}
+
 /** A quit ends the task in order instead of leaving it waiting for ever for a message loop that has stopped. */
 TEST_F (SaveReportTaskTests, quitEndsTheTask)
 {
