@@ -2,6 +2,7 @@
 
 #include "platform/InstanceLock.h"
 #include "platform/NativeDialogs.h"
+#include "platform/Session.h"
 
 #include <iostream>
 
@@ -25,7 +26,8 @@ void App::initialise (const juce::String&)
 
     setColours();
 
-    const auto* display = juce::Desktop::getInstance().getDisplays().getPrimaryDisplay();
+    const auto* display =
+        Session::namesDisplay() ? juce::Desktop::getInstance().getDisplays().getPrimaryDisplay() : nullptr;
 
     if (display == nullptr)
     {
@@ -34,6 +36,8 @@ void App::initialise (const juce::String&)
         quit();
         return;
     }
+
+    Session::quitOnSignals();
 
     const int defaultX = display->userArea.getWidth() / 20;
     const int defaultY = display->userArea.getHeight() / 20;

@@ -1,6 +1,7 @@
 #include "events/EventDisplayWindow.h"
 
 #include "events/EventDisplayWindowContent.h"
+#include "platform/WindowIcon.h"
 
 namespace
 {
@@ -38,6 +39,7 @@ EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
 
     // Only now: a change of the title bar makes a window on the desktop anew, and some toolkits have shown it by then.
     addToDesktop();
+    WindowIcon::apply (*this);
 
     const auto centre = getParentMonitorArea().getCentre();
     placement = std::make_unique<WindowPlacement> (*this,

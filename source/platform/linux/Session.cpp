@@ -1,0 +1,28 @@
+#include "platform/Session.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <initializer_list>
+
+namespace Session
+{
+
+void quitOnSignals()
+{
+    for (const int number : { SIGTERM, SIGHUP })
+    {
+        const auto before = std::signal (number, [] (int) { std::raise (SIGINT); });
+
+        // As nohup wants it.
+        if (before == SIG_IGN)
+            std::signal (number, SIG_IGN);
+    }
+}
+
+bool namesDisplay()
+{
+    const auto* name = std::getenv ("DISPLAY");
+    return name != nullptr && *name != 0;
+}
+
+} // namespace Session

@@ -1,0 +1,13 @@
+#include "platform/Session.h"
+
+namespace Session
+{
+
+void quitOnSignals() {}
+
+bool namesDisplay()
+{
+    return true;
+}
+
+} // namespace Session
