@@ -66,3 +66,11 @@ void AppWindow::closeButtonPressed()
 {
     juce::JUCEApplication::quit();
 }
+
+void AppWindow::userTriedToCloseWindow()
+{
+    if (isCurrentlyBlockedByAnotherModalComponent())
+        getCurrentlyModalComponent()->inputAttemptWhenModal();
+    else
+        closeButtonPressed();
+}

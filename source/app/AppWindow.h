@@ -19,7 +19,9 @@ public:
     ~AppWindow() override;
 
     void closeButtonPressed() override;
-    void userTriedToCloseWindow() override { closeButtonPressed(); }
+
+    /** Refused while something is open before the window, as a click on it would be. */
+    void userTriedToCloseWindow() override;
 
 private:
     std::unique_ptr<WindowPlacement> placement;
