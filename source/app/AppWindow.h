@@ -1,5 +1,6 @@
 #pragma once
 
+#include "events/HelpKey.h"
 #include "platform/WindowPlacement.h"
 
 class DeviceList;
@@ -25,6 +26,7 @@ public:
 
 private:
     std::unique_ptr<WindowPlacement> placement;
+    HelpKey helpKey { *this };
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (AppWindow)
 };
