@@ -24,6 +24,7 @@ void App::initialise (const juce::String&)
         return;
     }
 
+    appearance = std::make_unique<Appearance>();
     setColours();
 
     const auto* display =
@@ -76,5 +77,6 @@ void App::shutdown()
 
     appListener.reset();
     deviceList.reset();
+    appearance.reset();
     instanceLock.reset();
 }

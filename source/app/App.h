@@ -2,6 +2,7 @@
 
 #include "app/AppListener.h"
 #include "app/AppWindow.h"
+#include "app/Appearance.h"
 #include "device/DeviceList.h"
 #include <memory>
 
@@ -16,6 +17,7 @@ public:
     void systemRequestedQuit() override { quit(); }
 
 private:
+    std::unique_ptr<Appearance> appearance;
     std::unique_ptr<AppWindow> mainWindow;
     std::unique_ptr<DeviceList> deviceList;
     std::unique_ptr<juce::InterProcessLock> instanceLock;

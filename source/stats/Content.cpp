@@ -140,6 +140,7 @@ void Content::addButton (ViewButton& button, int x, int y)
 {
     button.setBounds (x, y, buttonWidth, buttonHeight);
     button.setMouseClickGrabsKeyboardFocus (false);
+    button.setHasFocusOutline (true);
     button.addListener (this);
     addAndMakeVisible (button);
 }
@@ -327,8 +328,11 @@ void Content::openEventWindow()
 /** Without a window manager nobody else gives the keyboard back. */
 void Content::runModally (const std::function<void()>& modalCall)
 {
+    const SafePointer<Component> focused (getCurrentlyFocusedComponent());
     modalCall();
-    grabKeyboardFocus();
+
+    auto* hadKeyboard = isParentOf (focused) ? focused.getComponent() : this;
+    hadKeyboard->grabKeyboardFocus();
 }
 
 bool Content::keyPressed (const juce::KeyPress& key)
@@ -342,11 +346,19 @@ bool Content::keyPressed (const juce::KeyPress& key)
 
 bool Content::ViewButton::keyPressed (const juce::KeyPress& key)
 {
-    if (key != juce::KeyPress::spaceKey)
-        return false;
+    return TextButton::keyPressed (key == juce::KeyPress::spaceKey ? juce::KeyPress (juce::KeyPress::returnKey) : key);
+}
 
-    triggerClick();
-    return true;
+/** Keeps a Return that is the button's from the shortcut, which would take its release for a click on "Reset". */
+bool Content::ViewButton::keyStateChanged (bool)
+{
+    return juce::KeyPress (juce::KeyPress::returnKey).isCurrentlyDown();
+}
+
+void Content::ViewButton::mouseDown (const juce::MouseEvent& event)
+{
+    getParentComponent()->grabKeyboardFocus();
+    TextButton::mouseDown (event);
 }
 
 juce::String Content::makeReport (const juce::Time& time) const

@@ -44,11 +44,15 @@ public:
     void timerCallback() override;
 
 private:
-    /** Return is the view's, so the buttons leave it alone, and a click leaves the keyboard focus where it is. */
+    /** Return and Space press a button that Tab has reached. A click gives the keyboard focus back to the view, whose
+        Return is.
+    */
     struct ViewButton : public juce::TextButton
     {
         using TextButton::TextButton;
         bool keyPressed (const juce::KeyPress&) override;
+        bool keyStateChanged (bool isKeyDown) override;
+        void mouseDown (const juce::MouseEvent&) override;
     };
 
     using Devices = std::vector<HwDevice::Ptr>;

@@ -1,0 +1,59 @@
+#include "app/Appearance.h"
+
+static const juce::Colour markColour (0, 40, 220);
+
+Appearance::Appearance()
+{
+    setColour (juce::ProgressBar::backgroundColourId, juce::Colour (15, 15, 15));
+    setColour (juce::ProgressBar::foregroundColourId, juce::Colour (0, 200, 0));
+    setDefaultLookAndFeel (this);
+}
+
+Appearance::~Appearance()
+{
+    setDefaultLookAndFeel (nullptr);
+}
+
+std::unique_ptr<juce::FocusOutline> Appearance::createFocusOutlineForComponent (juce::Component&)
+{
+    struct Line : public juce::FocusOutline::OutlineWindowProperties
+    {
+        juce::Rectangle<int> getOutlineBounds (juce::Component& focused) override { return focused.getScreenBounds(); }
+
+        void drawOutline (juce::Graphics& g, int width, int height) override
+        {
+            constexpr int outerThickness = 1, innerThickness = 2;
+            const juce::Rectangle<int> bounds (width, height);
+            g.setColour (juce::Colours::white);
+            g.drawRect (bounds, outerThickness);
+            g.setColour (markColour);
+            g.drawRect (bounds.reduced (outerThickness), innerThickness);
+        }
+    };
+
+    return std::make_unique<juce::FocusOutline> (std::make_unique<Line>());
+}
+
+void Appearance::drawTabButton (juce::TabBarButton& button, juce::Graphics& g, bool isMouseOver, bool isMouseDown)
+{
+    constexpr int markHeight = 3;
+    LookAndFeel_V4::drawTabButton (button, g, isMouseOver, isMouseDown);
+
+    if (button.isFrontTab())
+    {
+        g.setColour (markColour);
+        g.fillRect (button.getActiveArea().removeFromTop (markHeight));
+    }
+}
+
+void Appearance::drawProgressBar (juce::Graphics& g,
+                                  juce::ProgressBar& bar,
+                                  int width,
+                                  int height,
+                                  double progress,
+                                  const juce::String& text)
+{
+    LookAndFeel_V4::drawProgressBar (g, bar, width, height, progress, text);
+    g.setColour (juce::Colours::white);
+    g.drawRoundedRectangle (bar.getLocalBounds().toFloat().reduced (0.5f), static_cast<float> (height) / 2.0f, 1.0f);
+}
