@@ -33,6 +33,18 @@ def wait_until(what, condition, patience=PATIENCE):
     return result
 
 
+def contrast(before, after):
+    """Of two pictures of a size, the highest contrast of a pixel with itself, as WCAG has it: from 1 to 21."""
+
+    def luminances(picture):
+        linear = [value / 255 / 12.92 if value <= 10 else ((value / 255 + 0.055) / 1.055) ** 2.4 for value in range(256)]
+        return [0.2126 * linear[red] + 0.7152 * linear[green] + 0.0722 * linear[blue]
+                for red, green, blue in picture.getdata()]
+
+    pairs = map(sorted, zip(luminances(before), luminances(after)))
+    return max((high + 0.05) / (low + 0.05) for low, high in pairs)
+
+
 class Program:
     """A program that was started, with what it says. It does not outlive us."""
 
@@ -214,6 +226,11 @@ class Desk(Screen):
         image = self.root.get_image(x, y, width, height, X.ZPixmap, 0xFFFFFFFF)
         return Image.frombytes('RGB', (width, height), image.data, 'raw', 'BGRX')
 
+    def is_above(self, window, other):
+        """Whether a window is nearer to the user than another one."""
+        shown = self.windows()
+        return shown.index(window) > shown.index(other)
+
     def frame(self, window):
         """Left, right, upper and lower width of what a window manager has put around a window."""
         widths = window.resource.get_full_property(self.display.intern_atom('_NET_FRAME_EXTENTS'), X.AnyPropertyType)
@@ -241,6 +258,14 @@ class Desk(Screen):
         self._put_keys(X.KeyPress, keys)
         until_heard()
         self._put_keys(X.KeyRelease, reversed(keys))
+
+    def hold(self, key, until):
+        """Holds a key, which repeats, and lets it go when a condition has come true that is waited for."""
+        self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOn)
+        self._put_keys(X.KeyPress, [key])
+        until()
+        self._put_keys(X.KeyRelease, [key])
+        self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOff)
 
     def type(self, text):
         for letter in text:

@@ -1,8 +1,8 @@
 """The event window: tabs, order of the rows, closing."""
 
 import pytest
-from desk import wait_until
-from worlds import SAVE_DIALOG
+from desk import contrast, wait_until
+from worlds import SAVE_DIALOG, VISIBLE
 
 LINUX = pytest.mark.only_in('bare', 'openbox', why='Windows has its own save dialog, frames and pointers')
 ROWS = 401, 58, 350, 400  # of the columns "Param" and "Event Name"
@@ -74,6 +74,81 @@ def test_every_part_has_its_key(world):
 
     world.close('Event log', 'Escape')
     assert list(world.documents.iterdir()) == []
+
+
+@pytest.mark.only_in('openbox', why='only a window manager changes the order of windows, and Windows has its own dialog')
+def test_the_save_dialog_stays_in_front(world):
+    world.plug('Alpha')
+    world.order('fill Alpha 50')
+    world.start()
+    events = world.open_events()
+    mine = world.documents / 'mine.txt'
+    mine.write_bytes(b'precious')
+
+    # A Return that is held is no answer to the question.
+    dialog = world.open_save_dialog(events)
+    world.press('ctrl+a')
+    world.desk.type('mine.txt')
+
+    def wait_for_repeats():
+        world.wait_for_question()
+        world.wait_for_looks('Alpha', 8)
+
+    world.desk.hold('Return', wait_for_repeats)
+    question = world.wait_for_question()
+
+    def click(blocked, y):
+        """The window manager sees to a click when it can, and the program to what that has done."""
+        world.desk.click(blocked, 200, y)
+
+        for _ in range(2):
+            world.desk.wait_for_manager()
+            world.wait_for_looks('Alpha')
+
+    # Clicks in the window behind and on its title bar.
+    for blocked in world.view, events, dialog:
+        for y in 20, -10:
+            click(blocked, y)
+            assert world.desk.wait_for_window(question.title) == question
+            assert world.desk.is_above(question, dialog) and world.desk.is_above(dialog, events)
+
+    world.answer(False)
+    assert world.wait_for_save_dialog() == dialog
+    world.desk.wait_for_manager()
+    assert world.desk.is_above(dialog, events)
+
+    for y in 20, -10:
+        click(events, y)
+        assert world.wait_for_save_dialog() == dialog
+        assert world.desk.is_above(dialog, events)
+
+    # The name has kept the keyboard: what is typed there is saved.
+    world.name_file('yours.txt')
+    wait_until('a report', (world.documents / 'yours.txt').exists)
+    world.wait_until_saved('Alpha', events)
+    assert mine.read_bytes() == b'precious'
+    world.close('Event log', 'Escape')
+
+
+def test_the_table_and_its_tab_are_marked(world):
+    world.plug('Alpha', 'Beta')
+    world.order('fill all 60')
+    world.start()
+    events = world.open_events()
+    tab, table, button = (0, 0, 80, 30), (0, 30, 790, 522), (355, 564, 90, 26)
+
+    def look(area):
+        world.picture(*area, window=events)
+        return world.desk.picture(events, area)
+
+    with_keyboard, without = look(table), look(button)
+    world.press('Tab')
+    wait_until('the button is marked', lambda: contrast(without, look(button)) >= VISIBLE)
+    assert contrast(with_keyboard, look(table)) >= VISIBLE
+    shown = look(tab)
+    world.press('ctrl+Next')
+    wait_until('another tab is marked', lambda: contrast(shown, look(tab)) >= VISIBLE)
+    world.close('Event log', 'Escape')
 
 
 @pytest.mark.only_in('openbox', why='without a window manager nobody asks a window to close, and Windows asks none')

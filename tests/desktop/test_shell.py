@@ -1,8 +1,13 @@
 """Start, end, keyboard and place of the main window."""
 
+import signal
+
 import pytest
-from desk import wait_until
-from worlds import VIEW_HEIGHT
+from desk import contrast, wait_until
+from worlds import BUTTONS, BUTTONS_Y, SAVE_DIALOG, VIEW_HEIGHT, VISIBLE
+from Xlib import X
+
+LINUX = pytest.mark.only_in('bare', 'openbox', why='Windows has windows, signals and displays of its own kind')
 
 
 def expect_reset(world, resets):
@@ -63,21 +68,85 @@ def test_escape_quits_whatever_was_clicked(world):
         world.quit()
 
 
-def test_tab_and_space_reach_every_button(world):
+@pytest.mark.parametrize('key', ['space', 'Return'])
+def test_tab_shows_and_reaches_every_button(world, key):
     world.plug('Alpha', 'Beta')
     world.order('fill all 50')
     world.start()
-    world.press('Tab', 'space')
+
+    def look(button):
+        area = BUTTONS[button] * 490 // 4 - 35, BUTTONS_Y - 13, 70, 26
+        world.picture(*area)
+        return world.desk.picture(world.view, area)
+
+    def tab_to(button):
+        before = look(button)
+        world.press('Tab')
+        wait_until(f'"{button}" is marked', lambda: contrast(before, look(button)) >= VISIBLE)
+
+    tab_to('Save')
+    world.press(key)
     world.wait_for_box()
     world.close('Quendel', 'Return')
     assert (world.documents / 'Quendel report.txt').exists()
-    world.quit()
 
-    world.start()
-    world.press('Tab', 'Tab', 'space')
+    # It has kept the keyboard, and nothing was reset.
+    tab_to('Reset')
+    world.press('a')
+    world.wait_for_looks('Alpha')
+    assert world.counts('Alpha')['reset-statistics'] == 0
+    world.press(key)
     expect_reset(world, 1)
-    world.press('Tab', 'space')
+    tab_to('Events')
+    world.press(key)
     world.desk.wait_for_window('Event log')
+    world.close('Event log', 'Escape')
+
+    # A click gives Return back to "Reset".
+    world.click_button('Reset')
+    expect_reset(world, 2)
+    world.press('Return')
+    expect_reset(world, 3)
+
+
+def test_a_key_counts_only_in_the_window_where_it_was_pressed(world):
+    world.plug('Alpha', 'Beta')
+    world.start()
+    world.click_button('Save')
+    world.wait_for_box()
+
+    def wait_for_repeats():
+        world.desk.wait_until_gone('Quendel', [world.view])
+        world.wait_for_looks('Alpha', 8)
+
+    world.desk.hold('Return', wait_for_repeats)
+    world.press('a')
+    world.wait_for_looks('Alpha')
+    assert world.counts('Alpha')['reset-statistics'] == 0
+    world.press('Return')
+    expect_reset(world, 1)
+
+    def wait_for_more_repeats():
+        world.desk.wait_until_gone('Event log')
+        world.wait_for_looks('Alpha', 8)
+
+    world.open_events()
+    world.desk.hold('Escape', wait_for_more_repeats)
+    world.wait_for_looks('Alpha')
+
+
+def test_tells_about_itself_in_both_windows(world):
+    world.plug('Alpha')
+    world.start()
+    world.press('F1')
+    said = world.read_box(world.wait_for_box())
+    world.close('Quendel', 'Return')
+    events = world.open_events()
+    world.press('F1')
+    assert world.read_box(world.desk.wait_for_window('Quendel', [world.view])) == said
+    world.press('Escape')
+    world.desk.wait_until_gone('Quendel', [world.view])
+    assert world.desk.wait_for_window('Event log') == events
     world.close('Event log', 'Escape')
 
 
@@ -109,7 +178,7 @@ def test_comes_back_where_it_was_left(world):
         assert world.stored() == place
 
 
-@pytest.mark.only_in('bare', 'openbox', why='there a display has any size')
+@LINUX
 @pytest.mark.display(1024, 600)
 def test_everything_fits_on_a_low_display(world):
     world.plug('Alpha', 'Beta')
@@ -143,6 +212,85 @@ def test_the_window_managers_close_quits(world):
     assert world.stored() == (0, 77)
 
 
+@pytest.mark.only_in('openbox', why='without a window manager nobody asks a window to close, and Windows asks none')
+def test_closing_is_refused_behind_a_dialog(world):
+    world.plug('Alpha')
+    world.start()
+    world.click_button('Save')
+    box = world.wait_for_box()
+    world.desk.ask_to_close(world.view)
+    world.wait_for_looks('Alpha')
+    assert world.desk.has_keyboard(box)
+    world.close('Quendel', 'Return')
+    events = world.open_events()
+    world.desk.ask_to_close(world.view)
+    world.wait_for_looks('Alpha')
+    assert world.desk.has_keyboard(events)
+    world.close('Event log', 'Escape')
+    world.desk.ask_to_close(world.view)
+    world.expect_exit()
+
+
+@LINUX
+@pytest.mark.parametrize('number', [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+def test_a_signal_quits_in_order(world, number):
+    world.plug('Alpha')
+    world.store(300, 200)
+    world.start()
+    world.open_events()
+    world.file.unlink()
+    world.program.process.send_signal(number)
+    world.expect_exit()
+    assert world.stored() == (300, 200)
+
+
+@LINUX
+def test_window_managers_are_told_what_the_windows_are(world):
+    """Which belongs to which, that they have one size, and their picture."""
+    world.plug('Alpha')
+    world.start()
+
+    def expect_to_wait(window, blocked):
+        assert window.resource.get_wm_transient_for().id == blocked.resource.id
+
+    def expect_one_size(window):
+        hints = window.resource.get_wm_normal_hints()
+        sizes = [(getattr(hints, f'{end}_width'), getattr(hints, f'{end}_height')) for end in ('min', 'max')]
+        assert sizes == [window.bounds[2:]] * 2
+
+    def expect_icon(window):
+        icon = window.resource.get_full_property(world.desk.display.intern_atom('_NET_WM_ICON'), X.AnyPropertyType)
+        width, height = icon.value[:2]
+        assert len(icon.value) == 2 + width * height
+        assert {0xff0f0f0f, 0xff00c800, 0xffffffff} <= set(icon.value[2:])
+
+    expect_one_size(world.view)
+    expect_icon(world.view)
+    world.plug('Beta')
+    world.wait_for_columns(2)
+    expect_one_size(world.view)
+    world.click_button('Save')
+    box = world.wait_for_box()
+    expect_to_wait(box, world.view)
+    expect_one_size(box)
+    world.close('Quendel', 'Return')
+    events = world.open_events()
+    expect_to_wait(events, world.view)
+    expect_one_size(events)
+    expect_icon(events)
+    (world.documents / 'mine.txt').touch()
+    dialog = world.open_save_dialog(events)
+    expect_to_wait(dialog, events)
+    world.name_file('mine.txt')
+    expect_to_wait(world.wait_for_question(), dialog)
+    world.answer(False)
+    world.wait_for_save_dialog()
+    world.press('Escape')
+    world.desk.wait_until_gone(SAVE_DIALOG)
+    assert world.desk.wait_for_window('Event log') == events
+    world.close('Event log', 'Escape')
+
+
 def test_says_that_there_is_no_device(world):
     world.program = world.run()
     box = world.desk.wait_for_window('Quendel')
@@ -171,9 +319,10 @@ def test_runs_only_once(world):
 
 
 @pytest.mark.only_in('bare', why='Windows always has a display')
-def test_says_that_there_is_no_display(world):
+@pytest.mark.parametrize('display', [':59999', ''])
+def test_says_that_there_is_no_display(world, display):
     world.plug('Alpha')
-    world.desk.environment['DISPLAY'] = ':59999'
+    world.desk.environment['DISPLAY'] = display
     program = world.run()
     assert program.wait_for_exit() == 1
     assert program.process.stdout.read() == b''

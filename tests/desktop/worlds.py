@@ -20,6 +20,7 @@ VIEW_HEIGHT = 148 + 18 * len(re.findall(r'^    {(}| RowKind::)', LAYOUT, re.MULT
 BUTTONS = {'Save': 1, 'Reset': 2, 'Events': 3}  # and the quarter of the view's width that each stands at
 BUTTONS_Y = VIEW_HEIGHT - 33
 SAVE_DIALOG = 'Save event report'
+VISIBLE = 3  # what a mark's contrast with its ground has to be for people who see less well
 
 
 def view_width(columns):
@@ -154,6 +155,12 @@ class World:
         self.desk.click(events, 400, 577)
         return self.wait_for_save_dialog()
 
+    def name_file(self, name):
+        """In the save dialog, where the name has the keyboard."""
+        self.press('ctrl+a')
+        self.desk.type(name)
+        self.press('Return')
+
     def wait_until_saved(self, device, events):
         """Once a report is complete. The box that tells of the saving is still there, or yet to come: it goes when it next
         looks whether all is done, which is more often than the view asks a device.
@@ -228,11 +235,11 @@ class LinuxWorld(World):
         self.file.write_text(f'<PROPERTIES><VALUE name="x" val="{x}"/><VALUE name="y" val="{y}"/></PROPERTIES>')
 
     def read_box(self, box):
-        """What a message box says, to be compared with what another one says: a picture without the button, whose edge is
-        not the same each time that it is painted.
+        """What a message box says, to be compared with what another one says: a picture without its edge and the button's,
+        which are not the same each time that they are painted.
         """
         *_, width, height = box.bounds
-        return self.picture(0, 0, width, height // 2, window=box)
+        return self.picture(8, 8, width - 16, height // 2, window=box)
 
     def wait_until_placed(self, window):
         """In the middle of the display, with the frame that comes later; a click before that can miss."""
@@ -249,17 +256,10 @@ class LinuxWorld(World):
 
     def wait_for_question(self):
         """Whether a file is to be replaced."""
-        self.desk.wait_for_window('File already exists')
+        return self.desk.wait_for_window('File already exists')
 
     def answer(self, yes):
         self.press('Return' if yes else 'Escape')
-
-    def name_file(self, dialog, name):
-        # A window manager holds a click back for a moment: keys that do not wait for its effect overtake it.
-        self.wait_for_change(lambda: self.desk.click(dialog, 300, 437), 150, 425, 250, 24, window=dialog)
-        self.press('ctrl+a')
-        self.desk.type(name)
-        self.press('Return')
 
 
 class WineSession:
@@ -377,7 +377,3 @@ class WineWorld(World):
     def answer(self, yes):
         self.press(*['Return'] if yes else ['Right', 'Return'])
 
-    def name_file(self, _dialog, name):
-        self.press('ctrl+a')
-        self.desk.type(name)
-        self.press('Return')
