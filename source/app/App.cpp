@@ -32,9 +32,13 @@ void App::initialise (const juce::String&)
 
     if (display == nullptr)
     {
-        std::cerr << "Quendel: there is no display to open a window on" << std::endl;
-        setApplicationReturnValue (1);
-        quit();
+        fail ("there is no display to open a window on");
+        return;
+    }
+
+    if (! TextLook::canDraw())
+    {
+        fail ("there is no font to write with");
         return;
     }
 
@@ -59,6 +63,13 @@ void App::initialise (const juce::String&)
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon,
                                             "Quendel",
                                             "\nNo compatible hardware detected.");
+    quit();
+}
+
+void App::fail (const char* reason)
+{
+    std::cerr << "Quendel: " << reason << std::endl;
+    setApplicationReturnValue (1);
     quit();
 }
 

@@ -17,6 +17,9 @@ public:
     void systemRequestedQuit() override { quit(); }
 
 private:
+    /** Ends with exit code 1 and the reason on standard error. */
+    void fail (const char* reason);
+
     std::unique_ptr<Appearance> appearance;
     std::unique_ptr<AppWindow> mainWindow;
     std::unique_ptr<DeviceList> deviceList;

@@ -37,7 +37,7 @@ std::unique_ptr<juce::FocusOutline> Appearance::createFocusOutlineForComponent (
 void Appearance::drawTabButton (juce::TabBarButton& button, juce::Graphics& g, bool isMouseOver, bool isMouseDown)
 {
     constexpr int markHeight = 3;
-    LookAndFeel_V4::drawTabButton (button, g, isMouseOver, isMouseDown);
+    TextLook::drawTabButton (button, g, isMouseOver, isMouseDown);
 
     if (button.isFrontTab())
     {
@@ -53,7 +53,7 @@ void Appearance::drawProgressBar (juce::Graphics& g,
                                   double progress,
                                   const juce::String& text)
 {
-    LookAndFeel_V4::drawProgressBar (g, bar, width, height, progress, text);
+    TextLook::drawProgressBar (g, bar, width, height, progress, text);
     g.setColour (juce::Colours::white);
     g.drawRoundedRectangle (bar.getLocalBounds().toFloat().reduced (0.5f), static_cast<float> (height) / 2.0f, 1.0f);
 }

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <juce_gui_basics/juce_gui_basics.h>
+#include "text/TextLook.h"
 
 /** How everything is drawn: as the toolkit has it, but for what would be hard to see. The default for all windows as
    long as it lives. Message thread.
 */
-class Appearance : public juce::LookAndFeel_V4
+class Appearance : public TextLook
 {
 public:
     Appearance();

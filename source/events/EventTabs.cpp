@@ -4,6 +4,65 @@
 #include "events/EventList.h"
 #include "events/EventReport.h"
 #include "platform/NativeDialogs.h"
+#include "text/DisplayText.h"
+
+namespace
+{
+/** A tab whose name ends in dots where there is no room for all of it. It is called by the whole name, which one reads
+    by pointing at it.
+*/
+class NamedTab : public juce::TabBarButton
+{
+public:
+    NamedTab (const juce::String& wholeName, juce::TabbedButtonBar& bar)
+        : TabBarButton (DisplayText::fromName (wholeName), bar),
+          name (wholeName),
+          bestLength (0)
+    {
+        setTitle (name);
+        setTooltip (getButtonText());
+    }
+
+    /** As the whole name would have it. */
+    int getBestTabLength (int depth) override
+    {
+        if (bestLength == 0)
+            bestLength = TabBarButton::getBestTabLength (depth);
+
+        return bestLength;
+    }
+
+    void resized() override
+    {
+        TabBarButton::resized();
+
+        constexpr int mostLetters = 200; // more have never room
+        auto kept = name.substring (0, mostLetters);
+        auto shown = DisplayText::fromName (name);
+
+        while (! hasRoomFor (shown) && kept.isNotEmpty())
+        {
+            kept = kept.dropLastCharacters (1);
+            shown = DisplayText::fromName (kept.trimEnd()) + "...";
+        }
+
+        setButtonText (shown);
+    }
+
+private:
+    bool hasRoomFor (const juce::String& shown)
+    {
+        const auto area = getTextArea().toFloat();
+        const auto font = getLookAndFeel().getTabButtonFont (*this, area.getHeight()).withHeight (area.getHeight() / 2);
+        juce::GlyphArrangement line;
+        line.addLineOfText (font, shown, 0, 0);
+        return line.getBoundingBox (0, -1, true).getWidth() <= area.getWidth();
+    }
+
+    const juce::String name;
+    int bestLength;
+};
+} // namespace
 
 /** The tab bar shows no tab without a name, which would leave a nameless device's events out of reach. */
 static juce::String getTabName (const HwDevice& device)
@@ -24,6 +83,11 @@ EventTabs::EventTabs (const DeviceList& list) : TabbedComponent (juce::TabbedBut
 
     if (devices.size() >= 2)
         addTab ("Aggregate", juce::Colours::cyan, new EventList (devices, -1), true);
+}
+
+juce::TabBarButton* EventTabs::createTabButton (const juce::String& name, int)
+{
+    return new NamedTab (name, getTabbedButtonBar());
 }
 
 EventTabs::~EventTabs()

@@ -24,5 +24,7 @@ public:
     void paint (juce::Graphics&) override;
 
 private:
+    juce::TabBarButton* createTabButton (const juce::String& name, int index) override;
+
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (EventTabs)
 };

@@ -4,6 +4,7 @@
 #include "platform/AccessGuard.h"
 #include "protocol/DriverProtocol.h"
 #include "stats/StatisticsReport.h"
+#include "text/DisplayText.h"
 #include <bit>
 
 using namespace StatisticsLayout;
@@ -17,7 +18,7 @@ constexpr int boxInsetX = 4;
 constexpr int boxInsetY = 2;
 } // namespace
 
-Column::Column (const juce::String& deviceName) : name (deviceName)
+Column::Column (const juce::String& deviceName) : name (deviceName), shownName (DisplayText::fromName (deviceName))
 {
     setTitle (deviceName);
 }
@@ -173,7 +174,14 @@ void Column::paint (juce::Graphics& g)
 {
     g.setFont (g.getCurrentFont().withHeight (fontHeight).boldened());
     g.setColour (juce::Colours::white);
-    g.drawFittedText (name, 0, 0, getWidth(), getRowHeight(), juce::Justification::centred, maximumLines, minimumScale);
+    g.drawFittedText (shownName,
+                      0,
+                      0,
+                      getWidth(),
+                      getRowHeight(),
+                      juce::Justification::centred,
+                      maximumLines,
+                      minimumScale);
 
     for (const auto row : valueRows)
         if (const auto box = getBox (row); g.clipRegionIntersects (box))

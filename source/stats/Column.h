@@ -38,6 +38,9 @@ public:
     /** Appends the device's section of the statistics report. */
     void appendReport (juce::String& text, const HwInfoCaps& caps) const;
 
+    /** A figure: milliseconds, percent or a count. */
+    double getValue (std::size_t row) const { return values[row]; }
+
     /** A figure's text as it is shown; empty until the first update. */
     const juce::String& getText (std::size_t row) const { return texts[row]; }
 
@@ -50,7 +53,7 @@ private:
     void paintBox (juce::Graphics&, juce::Rectangle<int> box, const juce::String& text) const;
     int getRowHeight() const;
 
-    const juce::String name;
+    const juce::String name, shownName;
     std::array<double, StatisticsLayout::numRows> values {};
     std::array<std::uint64_t, StatisticsLayout::numRows> formattedBits {}; // of the values that the texts show
     std::array<juce::String, StatisticsLayout::numRows> texts;

@@ -318,14 +318,15 @@ def test_runs_only_once(world):
     world.start()
 
 
-@pytest.mark.only_in('bare', why='Windows always has a display')
-@pytest.mark.parametrize('display', [':59999', ''])
-def test_says_that_there_is_no_display(world, display):
+@pytest.mark.only_in('bare', why='Windows always has a display, and fonts')
+@pytest.mark.parametrize('missing, variable, value', [('display', 'DISPLAY', ':59999'), ('display', 'DISPLAY', ''),
+                                                      ('font', 'JUCE_FONT_PATH', '/nowhere')])
+def test_says_what_is_missing(world, missing, variable, value):
     world.plug('Alpha')
-    world.desk.environment['DISPLAY'] = display
+    world.desk.environment[variable] = value
     program = world.run()
     assert program.wait_for_exit() == 1
     assert program.process.stdout.read() == b''
     errors = world.errors(program)
-    assert 'display' in errors and errors.count('\n') == 1
+    assert missing in errors and errors.count('\n') == 1
     assert world.stored() is None
