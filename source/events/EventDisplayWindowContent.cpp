@@ -51,6 +51,13 @@ bool EventDisplayWindowContent::keyPressed (const juce::KeyPress& key, juce::Com
         return false;
 
     const auto isKey = [&] (int code, int modifiers) { return key == KeyPress (code, ModifierKeys (modifiers), 0); };
+
+    if (isKey ('c', ModifierKeys::ctrlModifier))
+    {
+        list->copySelectedRows();
+        return true;
+    }
+
     const bool next = isKey (KeyPress::pageDownKey, ModifierKeys::ctrlModifier)
                       || isKey (KeyPress::tabKey, ModifierKeys::ctrlModifier);
     const bool previous = isKey (KeyPress::pageUpKey, ModifierKeys::ctrlModifier)
@@ -73,6 +80,16 @@ bool EventDisplayWindowContent::keyPressed (const juce::KeyPress& key, juce::Com
     auto& header = list->getHeader();
     header.setSortColumnId (column, column != header.getSortColumnId() || ! header.isSortedForwards());
     return true;
+}
+
+juce::String EventDisplayWindowContent::Tips::getTipFor (juce::Component& component)
+{
+    const auto* list = component.findParentComponentOfClass<EventList>();
+
+    if (list == nullptr || list->isCurrentlyBlockedByAnotherModalComponent())
+        return TooltipWindow::getTipFor (component);
+
+    return list->getTipAt (list->getMouseXYRelative());
 }
 
 /** Without a window manager nobody else gives the keyboard back after the dialog. */

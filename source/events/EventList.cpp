@@ -1,7 +1,9 @@
 #include "events/EventList.h"
 
 #include "events/EventNames.h"
+#include "events/EventReport.h"
 #include "events/SaveReportTask.h"
+#include "text/DisplayText.h"
 
 //==============================================================================
 namespace
@@ -28,6 +30,7 @@ void sortBy (juce::Array<EventRecord>& events)
 EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex) : TableListBox ("event list", nullptr)
 {
     setHasFocusOutline (true);
+    setColour (backgroundColourId, juce::Colours::white); // below the last row, too
 
     const auto first = static_cast<std::size_t> (juce::jmax (0, deviceIndex));
     const auto end = deviceIndex < 0 ? devices.size() : first + 1;
@@ -36,6 +39,7 @@ EventList::EventList (const std::vector<HwDevice::Ptr>& devices, int deviceIndex
         readDeviceLog (*devices[i], static_cast<std::uint8_t> (i - first));
 
     orderByTime();
+    setTitle ("Events of " + deviceNames.joinIntoString (", "));
     setModel (this);
     addColumns();
 }
@@ -111,7 +115,7 @@ juce::String EventList::getCellText (int rowNumber, int columnId) const
 
         case paramColumn:
             // Signed, unlike in the report: beyond 128 interfaces the table names none.
-            return deviceNames[static_cast<std::int8_t> (event.deviceOrdinal)]
+            return DisplayText::fromName (deviceNames[static_cast<std::int8_t> (event.deviceOrdinal)])
                    + juce::String::formatted (":%x", event.param);
 
         case nameColumn:
@@ -157,6 +161,38 @@ void EventList::sortOrderChanged (int newSortColumnId, bool)
     }
 
     repaint();
+}
+
+juce::String EventList::getTipAt (juce::Point<int> point) const
+{
+    const int row = getRowContainingPosition (point.x, point.y);
+
+    if (point.y < getHeaderHeight() || ! juce::isPositiveAndBelow (row, events.size()))
+        return {};
+
+    const auto type = events.getReference (row).type;
+    return EventNames::get (type) + ": " + EventNames::explain (type);
+}
+
+juce::String EventList::getNameForRow (int rowNumber)
+{
+    juce::StringArray texts;
+
+    for (const auto column : { nameColumn, timeColumn, deltaColumn, paramColumn })
+        texts.add (getHeader().getColumnName (column) + " " + getCellText (rowNumber, column));
+
+    return texts.joinIntoString (", ");
+}
+
+void EventList::copySelectedRows() const
+{
+    juce::String lines;
+
+    for (int i = 0; i < getNumSelectedRows(); ++i)
+        lines << EventReport::getLine (events, getSelectedRow (i), deviceNames);
+
+    if (lines.isNotEmpty())
+        juce::SystemClipboard::copyTextToClipboard (lines);
 }
 
 void EventList::writeReport (const juce::File& file)

@@ -37,6 +37,15 @@ public:
     /** A cell's text; empty in a column that has none. The index is the row's, all else is the event's there. */
     juce::String getCellText (int rowNumber, int columnId) const;
 
+    /** What the event at a point of the table means; empty where there is none. */
+    juce::String getTipAt (juce::Point<int>) const;
+
+    /** What a screen reader says for a row. */
+    juce::String getNameForRow (int rowNumber) override;
+
+    /** Puts the selected rows on the clipboard, as the report has them; nothing when there are none. */
+    void copySelectedRows() const;
+
     /** Writes the events in their present order to a file, on a worker thread behind a modal window. */
     void writeReport (const juce::File& file);
 

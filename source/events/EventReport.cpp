@@ -57,6 +57,14 @@ juce::String getFileName (const juce::Time& time)
     return juce::File::createLegalFileName (name.replaceCharacter (':', '_'));
 }
 
+juce::String getLine (const juce::Array<EventRecord>& events, int row, const juce::StringArray& deviceNames)
+{
+    juce::MemoryOutputStream line, text;
+    appendLine (line, row, events[row], events[0], deviceNames);
+    text.writeText (line.toString(), false, false, "\r\n");
+    return text.toString();
+}
+
 /** Leaves nothing of an earlier report. A file that has to stay loses what is in it. */
 static bool clear (const juce::File& file)
 {

@@ -14,6 +14,9 @@ namespace EventReport
 /** The name that is proposed for a report saved at that local time. */
 juce::String getFileName (const juce::Time& time);
 
+/** The line of one of the events in their present order. */
+juce::String getLine (const juce::Array<EventRecord>& events, int row, const juce::StringArray& deviceNames);
+
 /** Replaces the file by a report of the events in their present order; says nothing about how that went. Any thread.
 
     What cannot be written ends the file: nothing is appended to an earlier report, or behind lines that are missing.

@@ -4,7 +4,7 @@
 #include "device/HostControllerList.h"
 #include "events/EventDisplayWindow.h"
 #include "platform/NativeDialogs.h"
-#include "platform/Typefaces.h"
+#include "stats/Explanations.h"
 #include "stats/StatisticsReport.h"
 #include <algorithm>
 
@@ -48,10 +48,15 @@ juce::String describeBufferSize (std::uint32_t samples)
     return juce::String::formatted ("%d samples", samples);
 }
 
-/** A buffer has no time as long as nobody knows the sample rate. */
+/** A buffer has no time as long as nobody knows the sample rate: 0. */
+double getBufferTimeMs (std::uint32_t samples, std::uint32_t hz)
+{
+    return hz == 0 ? 0.0 : samples / double (hz) * 1000.0;
+}
+
 juce::String describeBufferTime (std::uint32_t samples, std::uint32_t hz)
 {
-    return hz == 0 ? juce::String ("unknown") : juce::String::formatted ("%0.03f msec", samples / double (hz) * 1000.0);
+    return hz == 0 ? juce::String ("unknown") : juce::String::formatted ("%0.03f msec", getBufferTimeMs (samples, hz));
 }
 
 double getMsPerTick()
@@ -121,14 +126,15 @@ void Content::addRowLabels()
 {
     int y = columnsY;
 
-    for (const auto& row : StatisticsLayout::rows)
+    for (std::size_t i = 0; i < StatisticsLayout::numRows; ++i)
     {
-        if (row.label != nullptr)
+        if (const auto& row = StatisticsLayout::rows[i]; row.label != nullptr)
         {
             const int x = row.isItem() ? itemLabelX : headerLabelX;
             auto* label = rowLabels.add (new juce::Label ({}, row.label));
             setLabelFont (*label);
             label->setBounds (x, y, labelsRight - x, rowHeight);
+            label->setTooltip (row.isItem() ? Explanations::get (i).text : "");
             addAndMakeVisible (label);
         }
 
@@ -155,13 +161,19 @@ void Content::rebuildColumns()
     for (const auto& device : deviceList.getDevices())
     {
         device->reopen();
-        Typefaces::makeReadable (device->getName());
 
         auto column = std::make_unique<Column> (device->getName());
         const int x = columnsX + columnWidth * static_cast<int> (columns.size());
         column->setBounds (x, columnsY, columnWidth, columnHeight);
+        column->setAccessible (false); // its notes are read instead
         addAndMakeVisible (*column);
-        columns.push_back ({ std::move (column), device->getPath(), device->getCaps() });
+
+        auto notes = std::make_unique<ColumnNotes> (*column,
+                                                    device->getName(),
+                                                    device->getCaps(),
+                                                    [this] { return getBufferTimeMs (bufferSize, sampleRate); });
+        addAndMakeVisible (*notes);
+        columns.push_back ({ std::move (column), std::move (notes), device->getPath(), device->getCaps() });
     }
 
     startTimer (refreshIntervalMs);
@@ -205,8 +217,11 @@ void Content::refreshFirmwareCounters (const Devices& devices)
     {
         FirmwareCounters counters {};
 
-        if (auto* device = columns[i].findIn (devices, i);
-            device != nullptr && device->readFirmwareCounters (counters) == 0)
+        auto* device = columns[i].findIn (devices, i);
+        const bool isAnswering = device != nullptr && device->readFirmwareCounters (counters) == 0;
+        columns[i].notes->setAnswering (isAnswering);
+
+        if (isAnswering)
             columns[i].column->setFirmwareCounters (counters);
     }
 }
@@ -337,10 +352,13 @@ void Content::runModally (const std::function<void()>& modalCall)
 
 bool Content::keyPressed (const juce::KeyPress& key)
 {
-    if (key.getKeyCode() != juce::KeyPress::escapeKey)
+    if (key.getKeyCode() == juce::KeyPress::escapeKey)
+        juce::JUCEApplication::quit();
+    else if (key == juce::KeyPress ('c', juce::ModifierKeys::ctrlModifier, 0))
+        juce::SystemClipboard::copyTextToClipboard (makeReport (juce::Time::getCurrentTime()));
+    else
         return false;
 
-    juce::JUCEApplication::quit();
     return true;
 }
 

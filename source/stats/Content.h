@@ -1,7 +1,7 @@
 #pragma once
 
 #include "device/DeviceList.h"
-#include "stats/Column.h"
+#include "stats/ColumnNotes.h"
 #include <functional>
 #include <vector>
 
@@ -9,7 +9,8 @@
     the three buttons.
 
     It polls the devices four times a second, follows arrivals and removals, sizes itself to the number of devices,
-    and ends the application on Escape or when the last device has gone. Message thread.
+    copies what "Save" would append on Ctrl and C, and ends the application on Escape or when the last device has gone.
+    Message thread.
 */
 class Content : public juce::Component, public juce::Timer, private juce::Button::Listener, public juce::MessageListener
 {
@@ -64,6 +65,7 @@ private:
         HwDevice* findIn (const Devices&, std::size_t likelyPosition) const;
 
         std::unique_ptr<Column> column;
+        std::unique_ptr<ColumnNotes> notes;
         juce::String path;
         HwInfoCaps caps;
     };

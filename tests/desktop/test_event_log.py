@@ -35,6 +35,20 @@ def test_headers_sort_and_tabs_show_another_table(world):
     world.close('Event log', 'Escape')
 
 
+def test_pointing_explains(world):
+    """A label, a time and a name; an event."""
+    world.plug('Alpha')
+    world.order('tick 1000')
+    world.start()
+
+    for x, y in (60, 140), (240, 140), (240, 100):
+        world.wait_for_change(lambda: world.desk.move_pointer(world.view, x, y), 20, 92, 300, 500)
+
+    events = world.open_events()
+    world.wait_for_change(lambda: world.desk.move_pointer(events, 300, 100), *ROWS, window=events)
+    world.close('Event log', 'Escape')
+
+
 def test_reads_each_log_to_its_end_and_no_further(world):
     world.plug('Alpha', 'Beta')
     world.order('fill Alpha 7')

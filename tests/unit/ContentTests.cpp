@@ -2,6 +2,7 @@
 #include "device/DeviceList.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
+#include "stats/Explanations.h"
 #include "tests/unit/support/TestDriver.h"
 
 #include <gtest/gtest.h>
@@ -152,6 +153,90 @@ TEST_F (ContentTests, streamStatusFollowsTheNewestDevice)
     newest().setOverride ({});
     content->timerCallback();
     EXPECT_EQ (status(), "0 Hz|0 samples|unknown");
+}
+
+/** The one called so, among all that the toolkit hands to a screen reader; null when there is none. */
+const juce::AccessibilityHandler* findByTitle (const juce::AccessibilityHandler& handler, const juce::String& title)
+{
+    if (handler.getTitle() == title)
+        return &handler;
+
+    for (const auto* child : handler.getChildren())
+        if (const auto* found = findByTitle (*child, title))
+            return found;
+
+    return nullptr;
+}
+
+/** The screen reader's help is the tip that one gets by pointing. */
+TEST_F (ContentTests, figuresAreReadAloudAndJudgedByTheBufferTime)
+{
+    makeContent (1);
+    content->addToDesktop (0);
+    content->setVisible (true);
+    const auto* list = findByTitle (*content->getAccessibilityHandler(), "d0");
+    ASSERT_NE (list, nullptr);
+    EXPECT_EQ (list->getRole(), juce::AccessibilityRole::list);
+    EXPECT_EQ (list->getChildren().size(), StatisticsLayout::valueRows.size() + 1);
+
+    const auto* item = findByTitle (*list, "Playback: Maximum time");
+    ASSERT_NE (item, nullptr);
+    const auto* name = findByTitle (*list, "Interface");
+    ASSERT_NE (name, nullptr);
+
+    // Buffers last 11.61 ms.
+    StatisticsBlock block {};
+    LARGE_INTEGER frequency {};
+    QueryPerformanceFrequency (&frequency);
+    block.playbackMaximum = 24 * frequency.QuadPart / 1000;
+    newest().setStatistics (block);
+    content->timerCallback();
+    EXPECT_EQ (item->getValueInterface()->getCurrentValueAsString(), "24.000 msec");
+    EXPECT_EQ (item->getHelp(), "24.0 ms is more than twice the buffer time: a buffer came late.");
+
+    newest().streamStatusWords = {};
+    content->timerCallback();
+    const auto& row =
+        Explanations::get (StatisticsLayout::findRow (RowKind::time, offsetof (StatisticsBlock, playbackMaximum)));
+    EXPECT_EQ (item->getHelp(), row.text) << "nobody knows the buffer time";
+
+    EXPECT_EQ (name->getHelp(), "d0\nVendor 000000, type 0\nARM code 0.0");
+    newest().fail (TestDriver::readCounters);
+    content->timerCallback();
+    EXPECT_TRUE (name->getHelp().contains ("\nNo answer since ")) << name->getHelp();
+    newest().setOverride ({});
+    content->timerCallback();
+    EXPECT_FALSE (name->getHelp().contains ("No answer"));
+}
+
+TEST_F (ContentTests, theReadmeExplainsEveryFigureAsTheProgramDoes)
+{
+    const auto readme = juce::File (QUENDEL_DOCS_FOLDER "/../README.md").loadFileAsString();
+    juce::String group;
+
+    for (std::size_t row = 0; row < StatisticsLayout::numRows; ++row)
+    {
+        const auto& [kind, label, source, reportLabel] = StatisticsLayout::rows[row];
+
+        if (kind == RowKind::header)
+            group = label;
+        else if (kind != RowKind::blank)
+        {
+            const auto line = readme.fromFirstOccurrenceOf ("| " + group + ": " + label + " |", false, false);
+            EXPECT_TRUE (line.upToFirstOccurrenceOf ("\n", false, false)
+                             .endsWith (juce::String ("| ") + Explanations::get (row).text + " |"))
+                << group << ": " << label;
+        }
+    }
+}
+
+TEST_F (ContentTests, whatSaveWouldAppendIsCopied)
+{
+    makeContent (1);
+    EXPECT_TRUE (content->keyPressed ({ 'c', juce::ModifierKeys::ctrlModifier, 0 }));
+    const auto copied = juce::SystemClipboard::getTextFromClipboard();
+    EXPECT_TRUE (copied.startsWith ("--------")) << copied;
+    EXPECT_TRUE (copied.contains ("d0\r\nARM code: 0.0\r\n")) << copied;
 }
 
 /** Between a change of the list and the message about it, a column still shows its own device. */

@@ -232,6 +232,38 @@ TEST_F (EventListTests, tabsNameEveryDevice)
     EXPECT_EQ (EventTabs (list).getNumTabs(), 0);
 }
 
+TEST_F (EventListTests, theSelectedRowIsCopiedAsTheReportHasIt)
+{
+    deck.events = { makeEntry (0), makeEntry (10, 17, 7), makeEntry (30) };
+    EventList events (devices, deckIndex);
+    juce::SystemClipboard::copyTextToClipboard ("nothing");
+    events.copySelectedRows();
+    EXPECT_EQ (juce::SystemClipboard::getTextFromClipboard(), "nothing");
+
+    events.sortOrderChanged (EventList::deltaColumn, true);
+    events.selectRow (2);
+    events.copySelectedRows();
+    EXPECT_EQ (juce::SystemClipboard::getTextFromClipboard(), "000002,3.000,2000,Deck:26,Clock adjust\r\n");
+}
+
+TEST_F (EventListTests, aNameThatIsTooLongForItsTabEndsInDots)
+{
+    const std::string name (100, 'm');
+    const TestDriver longest (machine, { .name = "c", .uniqueName = name });
+    EventTabs tabs { DeviceList() };
+    tabs.setSize (800, 554);
+    const auto* tab = tabs.getTabbedButtonBar().getTabButton (0);
+    EXPECT_TRUE (tab->getButtonText().endsWith ("m...")) << tab->getButtonText();
+    EXPECT_GT (tab->getWidth(), 200);
+    EXPECT_EQ (tab->getTitle(), juce::String (name));
+    EXPECT_EQ (tabs.getTabbedButtonBar().getTabButton (1)->getButtonText(), "Two");
+
+    // Tabs that have to share a narrow window are shorter.
+    tabs.setSize (300, 554);
+    EXPECT_LT (tab->getWidth(), 200);
+    EXPECT_TRUE (tab->getButtonText().endsWith ("m...")) << tab->getButtonText();
+}
+
 /** The window on the screen, as a click opens it. */
 using EventWindowTests = EventListTests;
 
