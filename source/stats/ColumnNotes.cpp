@@ -65,6 +65,7 @@ ColumnNotes::ColumnNotes (const Column& columnToExplain,
       getBufferTime (std::move (findBufferTime))
 {
     setTitle (name);
+    setFocusContainerType (FocusContainerType::focusContainer); // or the toolkit hands out no children
     add (
         "Interface",
         [this] { return name; },

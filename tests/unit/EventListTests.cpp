@@ -248,8 +248,8 @@ TEST_F (EventListTests, theSelectedRowIsCopiedAsTheReportHasIt)
 
 TEST_F (EventListTests, aNameThatIsTooLongForItsTabEndsInDots)
 {
-    const std::string name (100, 'm');
-    const TestDriver longest (machine, { .name = "c", .uniqueName = name });
+    const std::string name (40, 'm');
+    const TestDriver longest (machine, { .name = "c", .uniqueName = name + '\0' });
     EventTabs tabs { DeviceList() };
     tabs.setSize (800, 554);
     const auto* tab = tabs.getTabbedButtonBar().getTabButton (0);
