@@ -39,10 +39,9 @@ DriverHandle::~DriverHandle()
 static std::vector<char> makeQuestion (DWORD controlCode, const void* input, DWORD inputSize, DWORD outputSize)
 {
     const DWORD header[] { controlCode, outputSize };
-    const auto* headerBytes = reinterpret_cast<const char*> (header);
-    const auto* inputBytes = static_cast<const char*> (input);
-    std::vector<char> question (headerBytes, headerBytes + sizeof (header));
-    question.insert (question.end(), inputBytes, inputBytes + inputSize);
+    std::vector<char> question (sizeof (header) + inputSize);
+    std::memcpy (question.data(), header, sizeof (header));
+    std::copy_n (static_cast<const char*> (input), inputSize, question.data() + sizeof (header));
     return question;
 }
 

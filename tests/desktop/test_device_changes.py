@@ -74,11 +74,11 @@ def test_ends_with_the_last_device_whatever_is_open(world, opened):
         events = world.open_events()
 
     if opened in ('dialog', 'question'):
-        dialog = world.open_save_dialog(events)
+        world.open_save_dialog(events)
 
     if opened == 'question':
         (world.documents / 'mine.txt').write_bytes(b'precious')
-        world.name_file(dialog, 'mine.txt')
+        world.name_file('mine.txt')
         world.wait_for_question()
 
     world.order('kill all')
