@@ -40,7 +40,7 @@ bool hasCharacter (juce::Typeface& typeface, juce::juce_wchar character)
 }
 } // namespace
 
-ExtendedTypeface::ExtendedTypeface (Ptr own, const juce::Font& madeFor)
+ExtendedTypeface::ExtendedTypeface (const Ptr& own, const juce::Font& madeFor)
     : Typeface (own->getName(), own->getStyle()),
       // A font of its own: the one that this is made for will hold it.
       font (madeFor.getTypefaceName(), madeFor.getTypefaceStyle(), madeFor.getHeight()),

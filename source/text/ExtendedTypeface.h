@@ -12,7 +12,7 @@ public:
     /** @param own     has its characters first, and the say in everything that is one for all
         @param font    what it was made for
     */
-    ExtendedTypeface (Ptr own, const juce::Font& font);
+    ExtendedTypeface (const Ptr& own, const juce::Font& font);
 
     float getAscent() const override { return own().getAscent(); }
     float getDescent() const override { return own().getDescent(); }

@@ -330,7 +330,7 @@ TEST_F (PipeWireFiguresTests, lateClientIsAnXrunOfWhatItIsLinkedTo)
 
 TEST_F (PipeWireFiguresTests, lateClientIsNamedWhenItIsBack)
 {
-    const auto wallTime = [this] { return time + 3600 * 1000 * millisecond; };
+    const auto wallTime = [this] { return time + std::int64_t { 3600 } * 1000 * millisecond; };
     ::setenv ("TZ", "UTC", 1);
     run (10, { follow (player, 0, 1, 2) });
     run (10, { stall (player), stall (recorder) }, sink);
