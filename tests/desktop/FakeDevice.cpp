@@ -27,22 +27,13 @@ struct Device
 
 int addListener (void* object, spa_hook* listener, const spa_device_events* events, void* data)
 {
-    spa_device_info info {};
-    info.version = SPA_VERSION_DEVICE_INFO;
-    info.change_mask = SPA_DEVICE_CHANGE_MASK_PROPS;
-    info.props = &properties;
+    const spa_device_info info { SPA_VERSION_DEVICE_INFO, SPA_DEVICE_CHANGE_MASK_PROPS, 0, &properties, nullptr, 0 };
     spa_hook_list_append (&static_cast<Device*> (object)->listeners, listener, events, data);
     events->info (data, &info);
     return 0;
 }
 
-constexpr auto methods = []
-{
-    spa_device_methods known {};
-    known.version = SPA_VERSION_DEVICE_METHODS;
-    known.add_listener = addListener;
-    return known;
-}();
+constexpr spa_device_methods methods { SPA_VERSION_DEVICE_METHODS, addListener, nullptr, nullptr, nullptr };
 
 void printId (void*, std::uint32_t id)
 {
@@ -50,13 +41,6 @@ void printId (void*, std::uint32_t id)
     std::fflush (stdout);
 }
 
-constexpr auto events = []
-{
-    pw_proxy_events known {};
-    known.version = PW_VERSION_PROXY_EVENTS;
-    known.bound = printId;
-    return known;
-}();
 } // namespace
 
 int main (int numArguments, char** arguments)
@@ -78,6 +62,9 @@ int main (int numArguments, char** arguments)
     if (proxy == nullptr)
         return 1;
 
+    pw_proxy_events events {};
+    events.version = PW_VERSION_PROXY_EVENTS;
+    events.bound = printId;
     spa_hook hook {};
     pw_proxy_add_listener (proxy, &hook, &events, nullptr);
     return pw_main_loop_run (loop);

@@ -17,7 +17,7 @@ from desk import PATIENCE, Program, wait_until
 NEEDED = 'pipewire', 'wireplumber', 'dbus-daemon', 'pw-cli', 'pw-cat', 'pw-metadata', 'pw-profiler', 'pw-top'
 TICKS = 10_000_000  # a second
 
-TALK_COMPLETE, DEBUG_COUNTS = 9, 23
+TALK_COMPLETE, ISOC_Q_DPC, DEBUG_COUNTS = 9, 14, 23
 NO_ENTRY = 0xFFFFFFFF
 
 

@@ -40,27 +40,6 @@ def test_follows_the_devices(world):
     assert world.stored() == FIRST_PLACE
 
 
-def test_columns_are_in_the_order_of_arrival_whatever_the_systems_order(world):
-    def names():
-        return world.picture(*NAME), world.picture(*SECOND_NAME)
-
-    world.plug('Alpha', 'Beta')
-    world.start()
-    beta, alpha = names()
-    assert beta != alpha
-    world.order('unplug Alpha')
-    world.wait_for_columns(1)
-    world.plug('Alpha')
-    world.wait_for_columns(2)
-    world.wait_for_looks('Alpha')
-    assert names() == (alpha, beta)
-
-    # What is there at the start came in the system's order.
-    world.quit()
-    world.start()
-    assert names() == (beta, alpha)
-
-
 @pytest.mark.parametrize('opened', ['message', 'events', 'dialog', 'question'])
 def test_ends_with_the_last_device_whatever_is_open(world, opened):
     world.plug('Alpha')

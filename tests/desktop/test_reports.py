@@ -4,7 +4,7 @@ import datetime
 import re
 
 from desk import wait_until
-from worlds import ROOT, SAVE_DIALOG
+from worlds import ROOT
 
 GOLD = ROOT / 'tests/gold'
 ROWS = 551, 58, 200, 400  # of the event window's "Event Name" column
@@ -90,11 +90,7 @@ def test_saves_the_events(world):
 
     # Under the name that is proposed, in the order of time.
     start = now()
-    world.open_save_dialog(events)
-    world.press('Return')
-    world.desk.wait_until_gone(SAVE_DIALOG)
-    wait_until('a report', lambda: list(world.documents.iterdir()))
-    [proposed] = world.documents.iterdir()
+    proposed = world.save_events(events)
     when = re.fullmatch(r'Quendel event log ([1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m)\.txt', proposed.name)
     expect_time(when[1], start)
     expect_gold(wait_for_report(proposed), 'desktop-events.txt')

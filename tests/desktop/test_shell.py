@@ -22,49 +22,27 @@ def expect_reset(world, resets):
         assert (counts['reset-statistics'], counts['clear-counters']) == (resets, resets), device
 
 
-def click_and_close(world, button):
-    """Clicks a button and closes with a key what it opens."""
-    if button == 'Save':
-        world.save_statistics()
-    elif button == 'Events':
-        world.open_events()
-        world.close('Event log', 'Escape')
-    else:
-        world.click_button(button)
-
-
-def test_return_resets_once_whatever_was_clicked(world):
+def test_return_resets_once_and_escape_quits_whatever_was_clicked(world):
     world.plug('Alpha', 'Beta')
     world.order('fill all 50')
-    world.start()
     resets = 0
 
     for button in None, 'Reset', 'Save', 'Events':
-        if button:
-            click_and_close(world, button)
+        world.start()
 
         if button == 'Reset':
+            world.click_button(button)
             resets += 1
             expect_reset(world, resets)
+        elif button == 'Save':
+            world.save_statistics()
+        elif button == 'Events':
+            world.open_events()
+            world.close('Event log', 'Escape')
 
         world.press('Return')
         resets += 1
         expect_reset(world, resets)
-
-
-def test_escape_quits_whatever_was_clicked(world):
-    world.plug('Alpha', 'Beta')
-    world.order('fill all 50')
-    world.launch()
-    world.quit()
-
-    for button in 'Reset', 'Save', 'Events':
-        world.start()
-        click_and_close(world, button)
-
-        if button == 'Reset':
-            expect_reset(world, 1)
-
         world.quit()
 
 
@@ -115,24 +93,23 @@ def test_a_key_counts_only_in_the_window_where_it_was_pressed(world):
     world.click_button('Save')
     world.wait_for_box()
 
-    def wait_for_repeats():
-        world.desk.wait_until_gone('Quendel', [world.view])
-        world.wait_for_looks('Alpha', 8)
+    def hold(key, title):
+        """Longer than the window of this title is there."""
 
-    world.desk.hold('Return', wait_for_repeats)
-    world.press('a')
-    world.wait_for_looks('Alpha')
+        def wait_for_repeats():
+            world.desk.wait_until_gone(title, [world.view])
+            world.wait_for_looks('Alpha', 8)
+
+        world.desk.hold(key, wait_for_repeats)
+        world.press('a')
+        world.wait_for_looks('Alpha')
+
+    hold('Return', 'Quendel')
     assert world.counts('Alpha')['reset-statistics'] == 0
     world.press('Return')
     expect_reset(world, 1)
-
-    def wait_for_more_repeats():
-        world.desk.wait_until_gone('Event log')
-        world.wait_for_looks('Alpha', 8)
-
     world.open_events()
-    world.desk.hold('Escape', wait_for_more_repeats)
-    world.wait_for_looks('Alpha')
+    hold('Escape', 'Event log')
 
 
 def test_tells_about_itself_in_both_windows(world):
@@ -165,15 +142,9 @@ def test_comes_back_where_it_was_left(world):
     world.quit()
     assert world.stored() == place
 
-    for _ in range(3):
-        world.start()
-        world.wait_for_place(place)
-        world.quit()
-        assert world.stored() == place
-
-    # Before it has settled in its frame.
-    for _ in range(3):
-        world.launch()
+    # Also when it is quit before it has settled there.
+    for start in [world.start] * 3 + [world.launch] * 3:
+        start()
         world.quit()
         assert world.stored() == place
 
@@ -212,25 +183,6 @@ def test_the_window_managers_close_quits(world):
     assert world.stored() == (0, 77)
 
 
-@pytest.mark.only_in('openbox', why='without a window manager nobody asks a window to close, and Windows asks none')
-def test_closing_is_refused_behind_a_dialog(world):
-    world.plug('Alpha')
-    world.start()
-    world.click_button('Save')
-    box = world.wait_for_box()
-    world.desk.ask_to_close(world.view)
-    world.wait_for_looks('Alpha')
-    assert world.desk.has_keyboard(box)
-    world.close('Quendel', 'Return')
-    events = world.open_events()
-    world.desk.ask_to_close(world.view)
-    world.wait_for_looks('Alpha')
-    assert world.desk.has_keyboard(events)
-    world.close('Event log', 'Escape')
-    world.desk.ask_to_close(world.view)
-    world.expect_exit()
-
-
 @LINUX
 @pytest.mark.parametrize('number', [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_a_signal_quits_in_order(world, number):
@@ -244,14 +196,20 @@ def test_a_signal_quits_in_order(world, number):
     assert world.stored() == (300, 200)
 
 
-@LINUX
-def test_window_managers_are_told_what_the_windows_are(world):
-    """Which belongs to which, that they have one size, and their picture."""
+@pytest.mark.only_in('openbox', why='a window manager wants to know what windows are, and asks them to close')
+def test_each_window_says_what_it_is_and_keeps_the_one_behind_it_from_closing(world):
+    """Which it belongs to, that it has one size, and its icon."""
     world.plug('Alpha')
     world.start()
 
-    def expect_to_wait(window, blocked):
+    def expect_to_belong(window, blocked):
         assert window.resource.get_wm_transient_for().id == blocked.resource.id
+
+    def expect_open_behind(window, blocked):
+        expect_to_belong(window, blocked)
+        world.desk.ask_to_close(blocked)
+        world.wait_for_looks('Alpha')
+        assert world.desk.has_keyboard(window)
 
     def expect_one_size(window):
         hints = window.resource.get_wm_normal_hints()
@@ -264,6 +222,11 @@ def test_window_managers_are_told_what_the_windows_are(world):
         assert len(icon.value) == 2 + width * height
         assert {0xff0f0f0f, 0xff00c800, 0xffffffff} <= set(icon.value[2:])
 
+    def close(window):
+        world.wait_for_looks('Alpha')
+        assert world.desk.wait_for_window(window.title) == window
+        world.desk.ask_to_close(window)
+
     expect_one_size(world.view)
     expect_icon(world.view)
     world.plug('Beta')
@@ -271,24 +234,26 @@ def test_window_managers_are_told_what_the_windows_are(world):
     expect_one_size(world.view)
     world.click_button('Save')
     box = world.wait_for_box()
-    expect_to_wait(box, world.view)
+    expect_open_behind(box, world.view)
     expect_one_size(box)
     world.close('Quendel', 'Return')
     events = world.open_events()
-    expect_to_wait(events, world.view)
+    expect_open_behind(events, world.view)
     expect_one_size(events)
     expect_icon(events)
     (world.documents / 'mine.txt').touch()
     dialog = world.open_save_dialog(events)
-    expect_to_wait(dialog, events)
+    expect_open_behind(dialog, events)
     world.name_file('mine.txt')
-    expect_to_wait(world.wait_for_question(), dialog)
+    expect_to_belong(world.wait_for_question(), dialog)
     world.answer(False)
     world.wait_for_save_dialog()
     world.press('Escape')
     world.desk.wait_until_gone(SAVE_DIALOG)
-    assert world.desk.wait_for_window('Event log') == events
-    world.close('Event log', 'Escape')
+    close(events)
+    world.desk.wait_until_gone('Event log')
+    close(world.view)
+    world.expect_exit()
 
 
 def test_says_that_there_is_no_device(world):

@@ -9,7 +9,7 @@ import time
 
 import pytest
 from desk import wait_until
-from worlds import SAVE_DIALOG
+from worlds import ask
 
 
 @pytest.mark.timeout(0)  # as long as it was told to
@@ -56,94 +56,47 @@ def take_sample(program):
             ('memory KiB', 8192): memory}
 
 
-class User:
-    """Somebody who does this and that, while devices come, go, glitch and fail."""
-
-    NAMES = 'ABCDEFG'
-
-    def __init__(self, world, seed):
-        self.world, self.random, self.present = world, random.Random(seed), set()
-        self.restore()
-
-    def plug(self, name):
-        # A full log takes seconds to read, and nothing else happens meanwhile.
-        self.world.plug(name)
-        self.world.order(f'fill {name} 200')
-        self.present.add(name)
-
-    def restore(self):
-        for name in set(self.NAMES) - self.present:
-            self.plug(name)
-
-    def change(self):
-        name, what = self.random.choice(self.NAMES), self.random.randrange(6)
-
-        if name not in self.present:
-            self.plug(name)
-        elif what < 2:
-            self.world.order(f'{("unplug", "kill")[what]} {name}')
-            self.present.remove(name)
-        elif what == 2:
-            self.world.order(f'rate {name} {self.random.choice((44100, 48000, 88200, 96000))}')
-        elif what == 3:
-            kinds = 'stream-status', 'read-counters', 'probe', 'event-entry'
-            self.world.order(f'fail {name} {self.random.choice(kinds)} 3')
-        else:
-            self.world.order(f'glitch {name}')
-
-    def look_at_events(self, saves):
-        events = self.world.open_events()
-        self.change()
-
-        if saves:
-            before = len(list(self.world.documents.iterdir()))
-            self.world.open_save_dialog(events)
-            self.world.press('Return')
-            self.world.desk.wait_until_gone(SAVE_DIALOG)
-            wait_until('a report', lambda: len(list(self.world.documents.iterdir())) > before)
-            self.world.wait_until_saved('Watched', events)
-
-        self.world.close('Event log', 'Escape')
-
-    def act(self):
-        what = self.random.randrange(8)
-
-        if what == 0:
-            self.look_at_events(self.random.randrange(3) == 0)
-        elif what == 1:
-            self.world.save_statistics()
-        else:
-            self.change()
-
-        self.world.order(f'tick {self.random.randrange(1000)}')
-        self.world.wait_for_looks('Watched', 1)
+NAMES = 'ABCDEFG'
+CHANGES = ('plug {}', 'fill {} 200', 'unplug {}', 'kill {}', 'glitch {}', 'rate {} 96000', 'fail {} stream-status 3',
+           'fail {} read-counters 3', 'fail {} probe 3', 'fail {} event-entry 3')
 
 
 @pytest.mark.skipif('QUENDEL_ENDURANCE_MINUTES' not in os.environ, reason='scripts/endurance runs it')
 @pytest.mark.timeout(0)
 @pytest.mark.only_in('openbox', why='one long time is enough')
 def test_endures(world):
-    user = User(world, os.environ.get('QUENDEL_ENDURANCE_SEED', '1'))
-    user.plug('Watched')
+    """Somebody does this and that, while devices come, go, glitch and fail."""
+    choose = random.Random(os.environ.get('QUENDEL_ENDURANCE_SEED', '1')).choice
+    world.plug('Watched', *NAMES)
+
+    # A full log takes seconds to read, and nothing else happens meanwhile.
+    world.order('fill all 200')
     world.start()
 
-    # Everything once, so that what is made on first use is there.
-    world.save_statistics()
-    user.look_at_events(True)
+    def change():
+        """What is not possible just now is refused."""
+        ask(world.orders, choose(CHANGES).format(choose(NAMES)))
 
-    # Four looks a second, as long as nothing happens.
-    start, quiet = time.monotonic(), 20
-    world.wait_for_looks('Watched', quiet * 4 * 95 // 100)
-    assert time.monotonic() - start < quiet, 'looks are missing'
+    def look_at_events():
+        events = world.open_events()
+        change()
+        world.save_events(events)
+        world.wait_until_saved('Watched', events)
+        world.close('Event log', 'Escape')
+
     samples, end = [], time.monotonic() + 60 * float(os.environ['QUENDEL_ENDURANCE_MINUTES'])
 
     while time.monotonic() < end or len(samples) < 4:
         for _ in range(20):
-            user.act()
+            choose([*6 * [change], world.save_statistics, look_at_events])()
+            world.order(f'tick {choose(range(1000))}')
+            world.wait_for_looks('Watched', 1)
 
         # Each sample is of the same state: all interfaces there, no window open.
-        user.restore()
-        world.wait_for_columns(1 + len(user.NAMES))
+        for name in NAMES:
+            ask(world.orders, f'plug {name}')
+
+        world.wait_for_columns(1 + len(NAMES))
         world.wait_for_looks('Watched', 6)
         samples.append(take_sample(world.program))
 

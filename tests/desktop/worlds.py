@@ -161,6 +161,15 @@ class World:
         self.desk.type(name)
         self.press('Return')
 
+    def save_events(self, events):
+        """Begins a report in the file that is proposed, and returns that."""
+        before = set(self.documents.iterdir())
+        self.open_save_dialog(events)
+        self.press('Return')
+        self.desk.wait_until_gone(SAVE_DIALOG)
+        [file] = wait_until('a report', lambda: set(self.documents.iterdir()) - before)
+        return file
+
     def wait_until_saved(self, device, events):
         """Once a report is complete. The box that tells of the saving is still there, or yet to come: it goes when it next
         looks whether all is done, which is more often than the view asks a device.
