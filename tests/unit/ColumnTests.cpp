@@ -1,5 +1,6 @@
 #include "protocol/StatisticsBlock.h"
 #include "stats/Column.h"
+#include "tests/unit/support/Lists.h"
 
 #include <gtest/gtest.h>
 
@@ -22,12 +23,7 @@ StatisticsBlock makeBlock()
 juce::String update (Column& column, const StatisticsBlock* block, std::initializer_list<std::size_t> rowsToShow)
 {
     column.update (block, microsecondTicks);
-    juce::StringArray shown;
-
-    for (const auto row : rowsToShow)
-        shown.add (column.getText (row));
-
-    return shown.joinIntoString ("|");
+    return join (rowsToShow, "|", [&column] (std::size_t row) { return column.getText (row); });
 }
 
 TEST (ColumnTests, offsetsBeyondHalfAPeriodBelongToTheNextBuffer)

@@ -1,11 +1,12 @@
 #include "device/DeviceChangeMessage.h"
-#include "device/DeviceList.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
 #include "stats/Explanations.h"
+#include "tests/unit/support/Lists.h"
 #include "tests/unit/support/TestDriver.h"
 
 #include <gtest/gtest.h>
+#include <span>
 
 namespace
 {
@@ -59,14 +60,10 @@ struct ContentTests : public testing::Test
     }
 
     /** Texts of some labels: three of the status, the rows' after them. */
-    juce::String labels (std::size_t first, std::size_t end) const
+    juce::String labels (std::size_t first, std::size_t number) const
     {
-        juce::StringArray texts;
-
-        for (auto i = first; i < end; ++i)
-            texts.add (find<juce::Label>().at (i)->getText());
-
-        return texts.joinIntoString ("|");
+        const auto all = find<juce::Label>();
+        return join (std::span (all).subspan (first, number), "|", [] (auto* label) { return label->getText(); });
     }
 
     juce::String status() const { return labels (0, 3); }
@@ -74,30 +71,20 @@ struct ContentTests : public testing::Test
     /** The columns' figures of one row. */
     juce::String figures (std::size_t row) const
     {
-        juce::StringArray texts;
-
-        for (const auto* column : find<Column>())
-            texts.add (column->getText (row));
-
-        return texts.joinIntoString ("|");
+        return join (find<Column>(), "|", [row] (auto* column) { return column->getText (row); });
     }
 };
 
 TEST_F (ContentTests, everyFigureHasItsLabelBesideIt)
 {
     makeContent (3);
-    EXPECT_EQ (labels (3, 26),
+    EXPECT_EQ (labels (3, 23),
                "Playback|Buffer count|Maximum time|Average time|Record|Buffer count|Maximum time|Average time|"
                "ASIO wakeup|Maximum time|Average time|ASIO host|Maximum time|Average time|"
                "Buffer offset|Maximum time|Minimum time|Average time|"
                "Firmware|FIFO level|Overflow|Underrun|Sync count");
 
-    juce::StringArray buttons;
-
-    for (const auto* button : find<juce::TextButton>())
-        buttons.add (button->getButtonText());
-
-    EXPECT_EQ (buttons.joinIntoString ("|"), "Save|Reset|Events");
+    EXPECT_EQ (join (find<juce::TextButton>(), "|", &juce::Button::getButtonText), "Save|Reset|Events");
 
     const auto* newestColumn = find<Column>().at (0);
     const auto lastLabel = find<juce::Label>().at (25)->getBounds();

@@ -1,9 +1,9 @@
 #include "device/CDevChangeNotify.h"
 #include "device/DeviceChangeMessage.h"
-#include "device/DeviceList.h"
 #include "platform/NotificationWindow.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
+#include "tests/unit/support/Lists.h"
 #include "tests/unit/support/TestDriver.h"
 #include "tests/unit/support/Toolkit.h"
 
@@ -17,14 +17,15 @@
 namespace
 {
 
+/** Writes down who came and who went. */
 struct Listener : public juce::MessageListener
 {
     void handleMessage (const juce::Message& message) override
     {
-        changes.push_back (DeviceChangeMessage::getChange (message));
+        changes << (DeviceChangeMessage::getChange (message) == DeviceArrivedMessage ? "+" : "-");
     }
 
-    std::vector<int> changes;
+    juce::String changes;
 };
 
 struct DeviceChangeTests : public testing::Test
@@ -69,23 +70,6 @@ struct DeviceChangeTests : public testing::Test
         notify.handleWin32Message (WM_DEVICECHANGE, event, reinterpret_cast<LPARAM> (message));
     }
 
-    static void openAll (const DeviceList& devices)
-    {
-        for (const auto& device : devices.getDevices())
-            device->open();
-    }
-
-    /** Names of the list's devices, in its order. */
-    static juce::String namesOf (const DeviceList& devices)
-    {
-        juce::StringArray names;
-
-        for (const auto& device : devices.getDevices())
-            names.add (device->getName());
-
-        return names.joinIntoString (",");
-    }
-
     /** Names and figures of the columns, in their order, after a tick. */
     static juce::StringArray tick (Content& content)
     {
@@ -99,9 +83,10 @@ struct DeviceChangeTests : public testing::Test
         return shown;
     }
 
-    bool hasHeard (std::size_t numChanges) const
+    /** Waits until it has, in this order. */
+    bool hasHeard (const char* changes) const
     {
-        return runMessagesUntil ([&] { return listener.changes.size() == numChanges; });
+        return runMessagesUntil ([&] { return listener.changes == changes; });
     }
 };
 
@@ -109,46 +94,43 @@ struct DeviceChangeTests : public testing::Test
 TEST_F (DeviceChangeTests, everyChangeReachesTheListener)
 {
     auto a = plugIn ("a"), b = plugIn ("b");
-    DeviceList devices;
-    openAll (devices);
+    OpenList devices;
 
     const auto c = plugIn ("c");
     b->unplug();
     devices.setListener (&listener);
-    ASSERT_TRUE (hasHeard (2));
+    ASSERT_TRUE (hasHeard ("+-"));
     EXPECT_EQ (namesOf (devices), "c,a");
 
     const auto d = plugIn ("d");
-    ASSERT_TRUE (hasHeard (3));
+    ASSERT_TRUE (hasHeard ("+-+"));
     EXPECT_EQ (namesOf (devices), "d,c,a");
 
     a->kill();
-    ASSERT_TRUE (hasHeard (4));
+    ASSERT_TRUE (hasHeard ("+-+-"));
     EXPECT_EQ (namesOf (devices), "d,c");
-    EXPECT_EQ (
-        listener.changes,
-        (std::vector<int> { DeviceArrivedMessage, DeviceRemovedMessage, DeviceArrivedMessage, DeviceRemovedMessage }));
-    devices.setListener (nullptr);
 }
 
 /** Notifications by hand, as other systems send them. */
 TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
 {
     const auto a = plugIn ("a");
-    DeviceList devices;
-    openAll (devices);
+    OpenList devices;
     CDevChangeNotify notify (DeviceInterfaceGuid, devices);
     const auto path = TestMachine::getInterfacePath ("a");
+    const auto countAfter = [&] (WPARAM event, const juce::String& about, DWORD type = DBT_DEVTYP_DEVICEINTERFACE)
+    {
+        tell (notify, event, about, type);
+        return devices.getNumDevices();
+    };
 
     a->fail (TestDriver::probe);
-    tell (notify, DBT_DEVICEREMOVECOMPLETE, path);
-    EXPECT_EQ (devices.getNumDevices(), 1) << "nobody listens";
+    EXPECT_EQ (countAfter (DBT_DEVICEREMOVECOMPLETE, path), 1) << "nobody listens";
 
     notify.setListener (&listener);
-    tell (notify, DBT_DEVICEREMOVECOMPLETE, path, 3);
-    tell (notify, DBT_DEVICEREMOVECOMPLETE, path + "x");
-    tell (notify, DBT_DEVICEQUERYREMOVEFAILED, path);
-    EXPECT_EQ (devices.getNumDevices(), 1) << "not of an interface, of another one, not a removal";
+    EXPECT_EQ (countAfter (DBT_DEVICEREMOVECOMPLETE, path, 3), 1) << "not of an interface";
+    EXPECT_EQ (countAfter (DBT_DEVICEREMOVECOMPLETE, path + "x"), 1) << "of another one";
+    EXPECT_EQ (countAfter (DBT_DEVICEQUERYREMOVEFAILED, path), 1) << "not a removal";
 
     const auto cutOff = std::make_unique<DEV_BROADCAST_HDR> (DEV_BROADCAST_HDR { 12, DBT_DEVTYP_HANDLE, 0 });
     notify.handleWin32Message (WM_DEVICECHANGE, DBT_DEVICEQUERYREMOVE, reinterpret_cast<LPARAM> (cutOff.get()));
@@ -157,33 +139,22 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
     a->setOverride ({});
 
     for (const auto event : { DBT_DEVICEQUERYREMOVE, DBT_DEVICEREMOVECOMPLETE, DBT_DEVICEARRIVAL })
-        tell (notify, event, path);
-
-    EXPECT_EQ (devices.getNumDevices(), 1) << "it still answers, and is there already";
+        EXPECT_EQ (countAfter (event, path), 1) << "it still answers, and is there already";
 
     a->fail (TestDriver::probe);
     const auto dead = devices.getDevice (0);
-    tell (notify, DBT_DEVICEARRIVAL, path);
+    EXPECT_EQ (countAfter (DBT_DEVICEARRIVAL, path), 1);
     EXPECT_NE (devices.getDevice (0), dead) << "its removal went unnoticed";
-    EXPECT_EQ (devices.getNumDevices(), 1);
-    tell (notify, DBT_DEVICEQUERYREMOVE, path.toUpperCase());
-    EXPECT_EQ (devices.getNumDevices(), 0);
-    tell (notify, DBT_DEVICEARRIVAL, path);
-    EXPECT_EQ (devices.getNumDevices(), 1);
-    tell (notify, DBT_DEVICEREMOVEPENDING, path);
-    EXPECT_EQ (devices.getNumDevices(), 0);
-    tell (notify, DBT_DEVICEARRIVAL, path);
 
-    ASSERT_TRUE (hasHeard (5));
-    EXPECT_EQ (listener.changes,
-               (std::vector<int> { DeviceArrivedMessage,
-                                   DeviceRemovedMessage,
-                                   DeviceArrivedMessage,
-                                   DeviceRemovedMessage,
-                                   DeviceArrivedMessage }));
+    for (const auto event : { DBT_DEVICEQUERYREMOVE, DBT_DEVICEREMOVEPENDING })
+    {
+        EXPECT_EQ (countAfter (event, path.toUpperCase()), 0);
+        EXPECT_EQ (countAfter (DBT_DEVICEARRIVAL, path), 1);
+    }
+
+    ASSERT_TRUE (hasHeard ("+-+-+"));
     notify.setListener (nullptr);
-    tell (notify, DBT_DEVICEREMOVECOMPLETE, path);
-    EXPECT_EQ (devices.getNumDevices(), 1) << "nobody listens any more";
+    EXPECT_EQ (countAfter (DBT_DEVICEREMOVECOMPLETE, path), 1) << "nobody listens any more";
 }
 
 /** Alike to whoever decodes them, or but for case. */
@@ -196,24 +167,22 @@ TEST_F (DeviceChangeTests, interfacesAreTheSameByEveryByteOfTheirNames)
     for (const std::string name : { "Deck", "deck", "Ger\xe4t", "Ger\xc3\xa4t" })
     {
         drivers.push_back (std::make_unique<TestDriver> (machine, TestDriver::Setup { .name = name }));
-        ASSERT_TRUE (hasHeard (drivers.size())) << name;
-        devices.getDevice (0)->open();
+        ASSERT_TRUE (waitFor ([&] { return devices.getDevices().size() == drivers.size(); })) << name;
+        ASSERT_EQ (devices.getDevice (0)->open(), 0) << name;
     }
 
     EXPECT_EQ (DeviceList().getNumDevices(), 4);
     drivers[0]->unplug();
-    ASSERT_TRUE (hasHeard (5));
+    ASSERT_TRUE (hasHeard ("++++-"));
     EXPECT_NE (devices.findByPath (TestMachine::getInterfacePath ("deck")), nullptr);
     EXPECT_EQ (devices.getNumDevices(), 3);
-    devices.setListener (nullptr);
 }
 
 /** A message that finds no device ends the program. */
 TEST_F (DeviceChangeTests, catchingUpNeverTakesTheLastDeviceThatIsThere)
 {
     const auto a = plugIn ("a");
-    DeviceList devices;
-    openAll (devices);
+    OpenList devices;
     CDevChangeNotify notify (DeviceInterfaceGuid, devices, &listener);
     const auto first = devices.getDevice (0);
     const auto catchUp = [&] { notify.handleWin32Message (NotificationWindow::changesMissed, 1, 0); };
@@ -231,30 +200,27 @@ TEST_F (DeviceChangeTests, catchingUpNeverTakesTheLastDeviceThatIsThere)
     EXPECT_NE (devices.getDevice (0), first) << "another one is there by now";
     tell (notify, DBT_DEVICEREMOVECOMPLETE, first->getPath());
     EXPECT_EQ (devices.getNumDevices(), 1) << "which the news of the first one's end is not about";
-    ASSERT_TRUE (hasHeard (1));
-    EXPECT_EQ (listener.changes[0], DeviceArrivedMessage);
+    ASSERT_TRUE (hasHeard ("+"));
 }
 
 /** Their driver lives on where nobody finds it. */
 TEST_F (DeviceChangeTests, foldersThatAreMadeAgainAreFollowedAgain)
 {
     const auto a = plugIn ("a");
-    DeviceList devices;
-    openAll (devices);
+    OpenList devices;
     devices.setListener (&listener);
     const auto folder = machine.getInterfaceFolder ("a").getParentDirectory(), whole = folder.getParentDirectory();
     ASSERT_TRUE (folder.moveFileTo (folder.getSiblingFile ("old")) && folder.createDirectory());
     const auto b = plugIn ("b");
-    ASSERT_TRUE (hasHeard (1));
+    ASSERT_TRUE (hasHeard ("+"));
     devices.getDevice (0)->open();
 
     ASSERT_TRUE (whole.moveFileTo (whole.getSiblingFile ("old")));
     Machine::MachineFolder again;
     ASSERT_EQ (again.create (machine.getPath(), {}), "");
     const auto c = plugIn ("c");
-    ASSERT_TRUE (hasHeard (2));
+    ASSERT_TRUE (hasHeard ("++"));
     EXPECT_EQ (namesOf (devices), "c,b,a");
-    devices.setListener (nullptr);
 }
 
 /** A driver's update is asked for with a query, which an open handle forbids. */
@@ -297,9 +263,8 @@ TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndGoesLeavesTheListWithItsInterface
 {
     auto a = plugIn ("a");
     const auto b = plugIn ("b");
-    DeviceList devices;
+    OpenList devices;
     CDevChangeNotify byHand (DeviceInterfaceGuid, devices, &listener);
-    openAll (devices);
 
     tellOfFile (devices, "a", DBT_DEVICEQUERYREMOVE);
     tell (byHand, DBT_DEVICEQUERYREMOVE, TestMachine::getInterfacePath ("a"));
@@ -308,12 +273,11 @@ TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndGoesLeavesTheListWithItsInterface
     EXPECT_EQ (namesOf (devices), "b,a") << "its interface is there, and it may yet stay";
 
     a.reset();
-    ASSERT_TRUE (hasHeard (1));
+    ASSERT_TRUE (hasHeard ("-"));
     EXPECT_EQ (namesOf (devices), "b");
     a = plugIn ("a");
-    ASSERT_TRUE (hasHeard (2));
+    ASSERT_TRUE (hasHeard ("-+"));
     EXPECT_EQ (namesOf (devices), "a,b");
-    byHand.setListener (nullptr);
 }
 
 /** It ends with the entry that is being read when the system asks. */
@@ -348,7 +312,6 @@ TEST_F (DeviceChangeTests, aLogBeingReadDoesNotKeepADeviceFromGoing)
     EXPECT_NE (device->readEventEntry (1, entry), 0);
     system.join();
     EXPECT_EQ (numRead, 1);
-    devices.setListener (nullptr);
 }
 
 //==============================================================================

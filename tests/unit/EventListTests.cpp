@@ -1,12 +1,13 @@
-#include "device/DeviceList.h"
 #include "events/EventDisplayWindow.h"
 #include "events/EventList.h"
 #include "events/EventNames.h"
 #include "events/EventTabs.h"
+#include "tests/unit/support/Lists.h"
 #include "tests/unit/support/TestDriver.h"
 
 #include <gtest/gtest.h>
 #include <random>
+#include <ranges>
 
 using DriverProtocol::EventLogEntry;
 using Reply = TestDriver::Reply;
@@ -39,24 +40,15 @@ struct EventListTests : public testing::Test
 {
     TestMachine machine;
     TestDriver deck { machine, { .name = "Deck" } }, two { machine, { .name = "Two" } };
-    DeviceList list;
+    OpenList list;
     const std::vector<HwDevice::Ptr> devices = list.getDevices();
     static constexpr int deckIndex = 1;
 
-    void SetUp() override
-    {
-        for (const auto& device : devices)
-            device->open();
-    }
-
     static juce::String cells (const EventList& events, int columnId)
     {
-        juce::StringArray texts;
-
-        for (int row = 0; row < events.getEvents().size(); ++row)
-            texts.add (events.getCellText (row, columnId));
-
-        return texts.joinIntoString (" ");
+        return join (std::views::iota (0, events.getEvents().size()),
+                     " ",
+                     [&] (int row) { return events.getCellText (row, columnId); });
     }
 };
 
@@ -114,12 +106,9 @@ TEST_F (EventListTests, cellsShowTheirRecord)
 
     const auto row = [&] (int number)
     {
-        juce::StringArray texts;
-
-        for (int column = EventList::indexColumn; column <= EventList::nameColumn + 1; ++column)
-            texts.add (events.getCellText (number, column));
-
-        return texts.joinIntoString ("|");
+        return join (std::views::iota (EventList::indexColumn + 0, EventList::nameColumn + 2),
+                     "|",
+                     [&] (int column) { return events.getCellText (number, column); });
     };
 
     EXPECT_EQ (row (0), "0(-1)|1000.000|0||Deck:ffffffff|Listen complete|");
@@ -224,7 +213,9 @@ TEST_F (EventListTests, rowsAreColouredBySelectionAndType)
 TEST_F (EventListTests, tabsNameEveryDevice)
 {
     const TestDriver nameless (machine, { .name = "c", .uniqueName = std::string (1, '\0') });
-    EXPECT_EQ (EventTabs (DeviceList()).getTabNames().joinIntoString (","), "Unnamed device,Two,Deck,Aggregate");
+    EXPECT_EQ (EventTabs (OpenList()).getTabNames().joinIntoString (","), "Unnamed device,Two,Deck,Aggregate");
+
+    EXPECT_EQ (deck.count (TestDriver::eventEntry), 2) << "once for its own tab and once for \"Aggregate\"";
 
     list.removeByPath (TestMachine::getInterfacePath ("Two"));
     EXPECT_EQ (EventTabs (list).getTabNames().joinIntoString (","), "Deck");

@@ -34,11 +34,6 @@ struct EventReportTests : public testing::Test
     }
 };
 
-int countLines (const juce::String& text)
-{
-    return text.length() - text.removeCharacters ("\n").length();
-}
-
 juce::Array<EventRecord> makeRows (int count)
 {
     juce::Array<EventRecord> rows;
@@ -119,7 +114,7 @@ TEST_F (EventReportTests, stoppingLeavesTheLinesBefore)
 
         const auto text = file.loadFileAsString();
         EXPECT_TRUE (whole.startsWith (text));
-        EXPECT_EQ (countLines (text), stop);
+        EXPECT_EQ (text.length() - text.removeCharacters ("\n").length(), stop);
     }
 }
 

@@ -57,6 +57,37 @@ TEST_F (PipeWireSystemTests, theKernelsComplaintsAreThoseOfItsFireWireDrivers)
         EXPECT_EQ (findComplaint (line), "") << line;
 }
 
+TEST_F (PipeWireSystemTests, controllersAndIdsAreReadFromTheKernelsTree)
+{
+    const std::string pci = "bus/pci/devices/0000:", fireWire = "bus/firewire/devices/fw1/";
+
+    for (const auto& [file, text] : { std::pair { pci + "05:00.0/class", "0x0c0010" },
+                                      { pci + "03:00.0/class", "0x0c0010" },
+                                      { pci + "03:00.0/vendor", "0x104c" },
+                                      { pci + "03:00.0/device", "0x8025" },
+                                      { pci + "03:00.0/subsystem_vendor", "0x1043" },
+                                      { pci + "03:00.0/subsystem_device", "0x0001" },
+                                      { pci + "03:00.0/revision", "0x1" },
+                                      { pci + "00:01.0/class", "0x0c0330" }, // USB
+                                      { fireWire + "vendor", "0x000a35" },
+                                      { fireWire + "model", "0x10000d" } })
+        write (file, text);
+
+    EXPECT_EQ (findHostControllers (root),
+               (Lines { "PCI\\VEN_104C&DEV_8025&SUBSYS_00011043&REV_01\\0000:03:00.0",
+                        "PCI\\VEN_0000&DEV_0000&SUBSYS_00000000&REV_00\\0000:05:00.0" }));
+
+    const auto ids = readFireWireIds (root, "/devices/fw-bridge/0000:05:00.0/fw1/fw1.0/sound/card2");
+    EXPECT_EQ (ids.vendor, 0x000a35u);
+    EXPECT_EQ (ids.model, 0x10000du);
+    EXPECT_EQ (readFireWireIds (root, "/devices/pci0000:00/usb1/1-1").vendor, 0u);
+    EXPECT_TRUE (findHostControllers (root / "nothing").empty());
+    EXPECT_EQ (parseId ("65536"), 65536u);
+
+    for (const auto* text : { "", "0x", "12x", "-1", "99999999999", "0x123456789" })
+        EXPECT_EQ (parseId (text), 0u) << text;
+}
+
 TEST_F (PipeWireSystemTests, onlyWhatIsWrongWithTheMachineIsSaid)
 {
     const auto writeLoop = [this] (const std::string& process, const std::string& policy)
