@@ -60,6 +60,9 @@ def world(request):
     # What a case leaves running ends as its user would end it.
     try:
         if request.node.has_passed and world.program and world.program.is_running():
+            if world.desk.windows('Event log'):
+                world.close('Event log', 'Escape')
+
             world.quit()
     except AssertionError:
         print(describe(world, request.node.name))

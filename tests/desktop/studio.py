@@ -12,7 +12,7 @@ import subprocess
 import tempfile
 import wave
 
-from desk import PATIENCE, Program, wait_until
+from desk import PATIENCE, Screen, wait_until
 
 NEEDED = 'pipewire', 'wireplumber', 'dbus-daemon', 'pw-cli', 'pw-cat', 'pw-metadata', 'pw-profiler', 'pw-top'
 TICKS = 10_000_000  # a second
@@ -79,9 +79,10 @@ def stall(client, has_shown):
     client.process.send_signal(signal.SIGCONT)
 
 
-class Studio:
+class Studio(Screen):
     def __init__(self, build):
         """build -- the folder that the programs were built in"""
+        super().__init__()
         self.folder = tempfile.TemporaryDirectory(prefix='quendel-')
         root = pathlib.Path(self.folder.name)
         self.machine, self.runtime = root / 'machine', root / 'run'
@@ -90,7 +91,7 @@ class Studio:
                             'DBUS_SESSION_BUS_ADDRESS': '', 'QUENDEL_MACHINE': str(self.machine), 'TZ': 'UTC',
                             'JUCE_FONT_PATH': '/usr/share/fonts/truetype/liberation'}
         (root / 'home/Documents').mkdir(parents=True)
-        self.build, self.home, self.programs = build, root / 'home', []
+        self.build, self.home = build, root / 'home'
 
         # For the session manager; dbus-run-session would leave it behind when it is killed.
         self.bus = self.runtime / 'bus'
@@ -102,15 +103,12 @@ class Studio:
             file.writeframes(bytes(4 * 48000 * 600))
 
     def end(self):
-        for program in reversed(self.programs):
-            program.kill()
-
+        self.close()
         self.folder.cleanup()
 
     def start(self, *command, **options):
         # pw-profiler leaves files where it is started.
-        self.programs.append(Program(command, self.environment, cwd=self.home, **options))
-        return self.programs[-1]
+        return super().start(command, cwd=self.home, **options)
 
     def run(self, *command):
         """Runs a program to its end."""

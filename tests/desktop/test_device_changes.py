@@ -9,8 +9,7 @@ RATE = 170, 22, 112, 14
 
 
 def test_follows_the_devices(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     beta = world.picture(*NAME)
 
     # The newest is leftmost and gives the sample rate.
@@ -42,9 +41,7 @@ def test_follows_the_devices(world):
 
 @pytest.mark.parametrize('opened', ['message', 'events', 'dialog', 'question'])
 def test_ends_with_the_last_device_whatever_is_open(world, opened):
-    world.plug('Alpha')
-    world.order('fill Alpha 50')
-    world.start()
+    world.start('Alpha', events=50)
 
     if opened == 'message':
         world.click_button('Save')
@@ -68,8 +65,7 @@ def test_ends_with_the_last_device_whatever_is_open(world, opened):
 
 
 def test_goes_on_when_a_driver_stops_answering(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
 
     # The newest, which is asked for most.
     world.order('stop Beta')
@@ -84,19 +80,9 @@ def test_goes_on_when_a_driver_stops_answering(world):
     assert world.stored() == FIRST_PLACE
 
 
-def test_a_device_that_cannot_be_opened_has_its_column(world):
-    world.plug('Locked', 'Alpha')
-    world.order('fail Locked open always')
-    world.start('Alpha')
-    world.wait_for_columns(2)
-    world.order('unplug Locked')
-    world.wait_for_columns(1)
-
-
 @pytest.mark.only_in('wine', why='only Windows asks before it takes a device away')
 def test_a_query_for_removal_takes_only_a_device_that_is_dead(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     world.order('notify query-remove Beta')
     world.wait_for_looks('Beta')
     world.order('fail Beta probe always')

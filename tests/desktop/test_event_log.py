@@ -8,9 +8,7 @@ ROWS = 401, 58, 350, 400  # of the columns "Param" and "Event Name"
 
 
 def test_headers_sort_and_tabs_show_another_table(world):
-    world.plug('Alpha', 'Beta')
-    world.order('fill all 60')
-    world.start()
+    world.start('Alpha', 'Beta', events=60)
     events = world.open_events()
     assert events.bounds[2:] == (800, 600)
 
@@ -21,36 +19,38 @@ def test_headers_sort_and_tabs_show_another_table(world):
     change(lambda: world.desk.click(events, 651, 44))
     assert change(lambda: world.desk.click(events, 150, 44)) == by_time
 
-    # Another tab and back, with the keyboard.
-    change(lambda: world.press('ctrl+Next'))
-    shown = change(lambda: world.press('ctrl+Prior'))
+    # Round all tabs and back, with the keyboard.
+    for key in 'ctrl+Next', 'ctrl+Tab':
+        change(lambda: world.press(key))
+
+    shown = change(lambda: world.press('ctrl+Next'))
+
+    for key in 'ctrl+Prior', 'ctrl+shift+Tab':
+        change(lambda: world.press(key))
+
+    assert change(lambda: world.press('ctrl+Prior')) == shown
 
     # What is logged meanwhile is seen when the window is opened again.
     world.order('fill all 50')
     assert world.picture(*ROWS, window=events) == shown
     world.close('Event log', 'Escape')
     assert world.picture(*ROWS, window=world.open_events()) != by_time
-    world.close('Event log', 'Escape')
 
 
 def test_pointing_explains(world):
     """A label, a time and a name; an event."""
-    world.plug('Alpha')
+    world.start('Alpha')
     world.order('tick 1000')
-    world.start()
 
     for x, y in (60, 140), (240, 140), (240, 100):
         world.wait_for_change(lambda: world.desk.move_pointer(world.view, x, y), 20, 92, 300, 500)
 
     events = world.open_events()
     world.wait_for_change(lambda: world.desk.move_pointer(events, 300, 100), *ROWS, window=events)
-    world.close('Event log', 'Escape')
 
 
 def test_every_part_has_its_key_and_a_mark_that_is_seen(world):
-    world.plug('Alpha', 'Beta')
-    world.order('fill all 60')
-    world.start()
+    world.start('Alpha', 'Beta', events=60)
     world.press('Tab', 'Tab', 'Tab', 'space')
     events = world.wait_for_events()
     tab, table, button = (0, 0, 80, 30), (0, 30, 790, 522), (355, 564, 90, 26)
@@ -80,15 +80,12 @@ def test_every_part_has_its_key_and_a_mark_that_is_seen(world):
         assert world.desk.wait_for_window('Event log') == events
         wait_until('the button has the keyboard', lambda: look(button) == marked)
 
-    world.close('Event log', 'Escape')
     assert list(world.documents.iterdir()) == []
 
 
 @pytest.mark.only_in('openbox', why='only a window manager changes the order of windows, and Windows has its own dialog')
 def test_the_save_dialog_stays_in_front(world):
-    world.plug('Alpha')
-    world.order('fill Alpha 50')
-    world.start()
+    world.start('Alpha', events=50)
     events = world.open_events()
     mine = world.documents / 'mine.txt'
     mine.write_bytes(b'precious')
@@ -131,14 +128,11 @@ def test_the_save_dialog_stays_in_front(world):
     wait_until('a report', (world.documents / 'yours.txt').exists)
     world.wait_until_saved('Alpha', events)
     assert mine.read_bytes() == b'precious'
-    world.close('Event log', 'Escape')
 
 
 @pytest.mark.only_in('bare', 'openbox', why='Windows has pointers of its own')
 def test_pointer_tells_of_the_reading(world):
-    world.plug('Alpha', 'Beta', 'Gamma')
-    world.order('fill all 16384')
-    world.start()
+    world.start('Alpha', 'Beta', 'Gamma', events=16384)
     world.desk.move_pointer(world.view, 300, 300)
     world.wait_for_looks('Alpha')
     usual = world.desk.pointer()

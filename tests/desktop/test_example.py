@@ -15,7 +15,7 @@ def test_the_example_measures_and_goes_and_leaves_the_others_alone(world):
     example = world.desk.start([ROOT / 'examples/wakeup.py'], world.environment, stdout=subprocess.PIPE)
     serving, folder = example.process.stdout.readline().decode().split()
     assert serving == 'serving', example.read_errors()
-    world.start('Alpha')
+    world.start(asked='Alpha')
     world.wait_for_columns(2)
     wakeup = Interface(folder)
     assert wakeup.stream() == (48000, 480)

@@ -77,9 +77,7 @@ def test_saves_the_statistics(world):
 
 
 def test_saves_the_events(world):
-    world.plug('Alpha', 'Zwölf')
-    world.order('fill all 300')
-    world.start()
+    world.start('Alpha', 'Zwölf', events=300)
     events = world.open_events()
 
     def wait_for_report(file):
@@ -116,4 +114,3 @@ def test_saves_the_events(world):
     world.open_save_dialog(events)
     world.name_file('all.txt')
     expect_gold(wait_for_report(world.documents / 'all.txt'), 'desktop-events-aggregate.txt')
-    world.close('Event log', 'Escape')

@@ -48,9 +48,7 @@ def test_return_resets_once_and_escape_quits_whatever_was_clicked(world):
 
 @pytest.mark.parametrize('key', ['space', 'Return'])
 def test_tab_shows_and_reaches_every_button(world, key):
-    world.plug('Alpha', 'Beta')
-    world.order('fill all 50')
-    world.start()
+    world.start('Alpha', 'Beta', events=50)
 
     def look(button):
         area = BUTTONS[button] * 490 // 4 - 35, BUTTONS_Y - 13, 70, 26
@@ -88,8 +86,7 @@ def test_tab_shows_and_reaches_every_button(world, key):
 
 
 def test_a_key_counts_only_in_the_window_where_it_was_pressed(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     world.click_button('Save')
     world.wait_for_box()
 
@@ -113,8 +110,7 @@ def test_a_key_counts_only_in_the_window_where_it_was_pressed(world):
 
 
 def test_tells_about_itself_in_both_windows(world):
-    world.plug('Alpha')
-    world.start()
+    world.start('Alpha')
     world.press('F1')
     said = world.read_box(world.wait_for_box())
     world.close('Quendel', 'Return')
@@ -124,13 +120,11 @@ def test_tells_about_itself_in_both_windows(world):
     world.press('Escape')
     world.desk.wait_until_gone('Quendel', [world.view])
     assert world.desk.wait_for_window('Event log') == events
-    world.close('Event log', 'Escape')
 
 
 # ----------------------------------------------------------------------------------------------------------------
 def test_comes_back_where_it_was_left(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     world.wait_for_columns(2)
 
     # While it settles in its frame the program puts it back where it belongs: 15 ticks of a timer of 20 ms.
@@ -174,9 +168,8 @@ def test_everything_fits_on_a_low_display(world):
 
 @pytest.mark.only_in('openbox', 'wine', why='without a window manager nobody knows the key')
 def test_the_window_managers_close_quits(world):
-    world.plug('Alpha')
     world.store('abc', 77)
-    world.start()
+    world.start('Alpha')
     world.wait_for_place((0, 77))
     world.desk.press('alt+F4')
     world.expect_exit()
@@ -186,9 +179,8 @@ def test_the_window_managers_close_quits(world):
 @LINUX
 @pytest.mark.parametrize('number', [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_a_signal_quits_in_order(world, number):
-    world.plug('Alpha')
     world.store(300, 200)
-    world.start()
+    world.start('Alpha')
     world.open_events()
     world.file.unlink()
     world.program.process.send_signal(number)
@@ -199,8 +191,7 @@ def test_a_signal_quits_in_order(world, number):
 @pytest.mark.only_in('openbox', why='a window manager wants to know what windows are, and asks them to close')
 def test_each_window_says_what_it_is_and_keeps_the_one_behind_it_from_closing(world):
     """Which it belongs to, that it has one size, and its icon."""
-    world.plug('Alpha')
-    world.start()
+    world.start('Alpha')
 
     def expect_to_belong(window, blocked):
         assert window.resource.get_wm_transient_for().id == blocked.resource.id
@@ -267,8 +258,7 @@ def test_says_that_there_is_no_device(world):
 
 
 def test_runs_only_once(world):
-    world.plug('Alpha')
-    world.start()
+    world.start('Alpha')
     opens = world.counts('Alpha')['open']
 
     second = world.run()

@@ -67,11 +67,9 @@ CHANGES = ('plug {}', 'fill {} 200', 'unplug {}', 'kill {}', 'glitch {}', 'rate 
 def test_endures(world):
     """Somebody does this and that, while devices come, go, glitch and fail."""
     choose = random.Random(os.environ.get('QUENDEL_ENDURANCE_SEED', '1')).choice
-    world.plug('Watched', *NAMES)
 
     # A full log takes seconds to read, and nothing else happens meanwhile.
-    world.order('fill all 200')
-    world.start()
+    world.start('Watched', *NAMES, events=200)
 
     def change():
         """What is not possible just now is refused."""

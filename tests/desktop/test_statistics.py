@@ -15,8 +15,7 @@ def figures(world):
 
 
 def test_figures_move_when_the_drivers_do_and_are_reset(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     first = figures(world)
     assert figures(world) == first
 
@@ -37,8 +36,7 @@ def test_figures_move_when_the_drivers_do_and_are_reset(world):
 
 
 def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     before = world.counts('Alpha'), world.counts('Beta')
     start = time.monotonic()
     world.wait_for_looks('Beta', 24)
@@ -55,19 +53,3 @@ def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
     assert abs(beta.pop('stream-status') - beta.pop('read-counters')) <= 1
     assert not any({**alpha, **beta}.values()), (alpha, beta)
     assert not any(alpha.values()), alpha
-
-
-def test_a_block_that_is_taken_away_leaves_the_rest_alone(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
-    world.order('take-view Beta')
-    first = figures(world)
-    world.order('tick 1000')
-    second = figures(world)
-    assert first[0] == second[0] and first[1] != second[1]
-
-    # What was taken comes back when the devices are opened anew.
-    world.plug('Gamma')
-    world.wait_for_columns(3)
-    world.wait_for_looks('Gamma')
-    world.wait_for_change(lambda: world.order('tick 1000'), *COLUMNS[1])

@@ -26,8 +26,7 @@ def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_hol
     assert 'No compatible hardware detected.' in world.read_box(world.desk.wait_for_window('Quendel'))
     world.press('Return')
     world.expect_exit()
-    world.plug('Alpha')
-    world.start()
+    world.start('Alpha')
 
     assert 'Unable to save report' in world.save_statistics()
     assert report.read_bytes() == b'held'
@@ -39,8 +38,7 @@ def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_hol
 # Elsewhere names have one encoding, and letters are those of the fonts that are installed.
 def test_names_are_read_in_full_and_drawn(world):
     """With letters that neither the user's code page nor the usual typeface has."""
-    world.plug('Zażółć', '東京', '京都')
-    world.start()
+    world.start('Zażółć', '東京', '京都')
     names = [world.picture(170 + 150 * column, 92, 150, 18) for column in range(3)]
     assert len(set(names)) == 3
     world.save_statistics()
@@ -50,8 +48,7 @@ def test_names_are_read_in_full_and_drawn(world):
 
 # Warnings are a kind of status that only Windows has.
 def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     before = world.picture(*FIGURES)
 
     def warn(when):
@@ -71,8 +68,7 @@ def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
 @pytest.mark.parametrize('mode', ['hang', 'hold'])
 def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     """Until they are cancelled, or for good."""
-    world.plug('Alpha', 'Beta')
-    world.start()
+    world.start('Alpha', 'Beta')
     world.order(f'{mode} Beta read-counters always')
     world.order(f'{mode} Beta stream-status always')
     wait_until('a request waits', lambda: world.counts('Beta')['waiting'] > 0)
@@ -81,7 +77,7 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     wait_until('a reset of the other', lambda: world.counts('Alpha')['reset-statistics'] == 1)
     world.press('Escape')
     world.expect_exit()
-    world.start('Alpha')
+    world.start(asked='Alpha')
     world.order('resume Beta')
     world.wait_for_looks('Beta')
     wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
@@ -91,7 +87,7 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
 def test_a_driver_that_is_late_is_shown_and_takes_nothing_from_the_others(world):
     world.plug('Alpha', 'Beta')
     world.order('hold Beta map-statistics 1')
-    world.start('Alpha')
+    world.start(asked='Alpha')
     assert world.counts('Alpha')['views'] == 1 and world.looks('Beta') == 0
     world.order('resume Beta')
     world.wait_for_looks('Beta')
@@ -100,8 +96,7 @@ def test_a_driver_that_is_late_is_shown_and_takes_nothing_from_the_others(world)
 
 # Elsewhere threads are not ranked, and an address of 32 bits is one of our own making.
 def test_no_thread_is_urgent_and_no_address_is_cut(world):
-    world.plug('Alpha')
-    world.start()
+    world.start('Alpha')
     assert world.order('urgent-threads Quendel') == '0'
 
     # One block, where 32 bits reach.
@@ -161,7 +156,6 @@ def test_installs_upgrades_repairs_and_goes_without_a_trace(world, tmp_path):
                           ('QuendelTests', 'SystemTextTests.*', 'ja_JP', 'code page 932'),
                           ('QuendelStructuredTests', '*', None, '3 tests')])
 def test_the_unit_tests_pass(world, program, tests, language, told):
-    world.plug('Tamrix-1', 'Zażółć')
     tests = world.session.run(world.build / f'{program}.exe', '--gtest_brief=1', f'--gtest_filter={tests}',
                               language=language, stdout=subprocess.PIPE)
     said = tests.process.communicate()[0].decode(errors='replace')

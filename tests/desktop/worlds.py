@@ -94,11 +94,18 @@ class World:
         self.program = self.run()
         self.view = self.desk.wait_for_window('Quendel')
 
-    def start(self, device='all'):
-        """Also waits until the window is where it was left, and the figures of a device on it are the driver's."""
+    def start(self, *plugged, events=0, asked='all'):
+        """Also plugs devices in, with so many events each, and waits until the window is where it was left, and the figures
+        of a device on it, or of all, are the driver's.
+        """
+        self.plug(*plugged)
+
+        if events:
+            self.order(f'fill all {events}')
+
         self.launch()
         self.wait_for_place(self.stored() or FIRST_PLACE)
-        self.wait_for_looks(device, 2)
+        self.wait_for_looks(asked, 2)
 
     def wait_for_place(self, place):
         """For a third of a second after its frame has come the view is beside its place at moments."""

@@ -5,15 +5,16 @@
 namespace
 {
 
+constexpr int width = 200, margin = 10;
+
 /** A progress bar on the ground of the window that it is in, by the brightness of the pixels along its middle. */
-std::vector<float> drawProgress (double progress, int width)
+std::vector<float> drawProgress (double progress)
 {
     Appearance appearance;
-    const auto ground = appearance.findColour (juce::AlertWindow::backgroundColourId);
-    const int height = 22, margin = 10;
+    constexpr int height = 22;
     juce::Image image (juce::Image::RGB, width + 2 * margin, height, true);
     juce::Graphics g (image);
-    g.fillAll (ground);
+    g.fillAll (appearance.findColour (juce::AlertWindow::backgroundColourId));
     g.setOrigin (margin, 0);
 
     juce::ProgressBar bar (progress);
@@ -30,19 +31,17 @@ std::vector<float> drawProgress (double progress, int width)
 
 TEST (AppearanceTests, progressAndWhatIsToComeAreSeenFromTheStart)
 {
-    constexpr int width = 200, margin = 10;
     constexpr float visible = 0.3f;
+    const auto trough = drawProgress (0.0)[margin + width / 2];
 
     for (const double progress : { 0.0, 0.5, 1.0 })
     {
-        const auto drawn = drawProgress (progress, width);
+        const auto drawn = drawProgress (progress);
         EXPECT_GT (drawn[margin] - drawn[0], visible) << progress;
         EXPECT_GT (drawn[margin + width - 1] - drawn[0], visible) << progress;
 
-        const auto trough = drawProgress (0.0, width)[margin + width / 2];
-        const auto filled = std::count_if (drawn.begin() + margin + 1,
-                                           drawn.begin() + margin + width - 1,
-                                           [&] (float brightness) { return brightness - trough > visible; });
+        const auto isFilled = [&] (float brightness) { return brightness - trough > visible; };
+        const auto filled = std::count_if (drawn.begin() + margin + 1, drawn.end() - margin - 1, isFilled);
         EXPECT_NEAR (static_cast<double> (filled), progress * width, 3.0);
     }
 }

@@ -1,6 +1,6 @@
 #include "protocol/StatisticsBlock.h"
 #include "stats/Column.h"
-#include "tests/unit/support/Lists.h"
+#include "tests/unit/support/Join.h"
 
 #include <gtest/gtest.h>
 

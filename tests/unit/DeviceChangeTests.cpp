@@ -3,8 +3,7 @@
 #include "platform/NotificationWindow.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
-#include "tests/unit/support/Lists.h"
-#include "tests/unit/support/TestDriver.h"
+#include "tests/unit/support/Devices.h"
 #include "tests/unit/support/Toolkit.h"
 
 #include <algorithm>

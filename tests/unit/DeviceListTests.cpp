@@ -1,6 +1,5 @@
 #include "device/HostControllerList.h"
-#include "tests/unit/support/Lists.h"
-#include "tests/unit/support/TestDriver.h"
+#include "tests/unit/support/Devices.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -79,17 +78,11 @@ TEST (DeviceListTests, namesComeFromTheRegistryAsFarAsTheyCan)
            std::pair { std::optional ("Ger\xe4t" + z), utf8 ("Ger\xc3\xa4t") },
            std::pair { std::optional ("\xc1\xbf" + z), utf8 ("\xc3\x81\xc2\xbf") },
            std::pair { std::optional ("\xed\xa0\x80" + z), utf8 ("\xc3\xad\xc2\xa0\xc2\x80") } })
-    {
-        const TestMachine machine;
-        const TestDriver driver (machine, { .uniqueName = stored });
-        EXPECT_EQ (DeviceList().getDevice (0)->getName(), expected);
-    }
+        EXPECT_EQ (OneDevice ({ .uniqueName = stored }).device->getName(), expected);
 
-    const TestMachine machine;
-    const TestDriver driver (machine, { .hasRegistryKey = false });
-    const auto device = DeviceList().getDevice (0);
-    EXPECT_EQ (device->getName(), "");
-    EXPECT_EQ (device->open(), 1);
+    const OneDevice keyless ({ .hasRegistryKey = false });
+    EXPECT_EQ (keyless.device->getName(), "");
+    EXPECT_EQ (keyless.device->open(), 1);
 }
 
 TEST (DeviceListTests, capabilitiesMayBeShortAndMustNotBeLong)
@@ -112,30 +105,27 @@ TEST (DeviceListTests, capabilitiesMayBeShortAndMustNotBeLong)
            std::tuple { 260u, huge, huge, 0xABCDEFu, 0x05060708u, 464u },
            std::tuple { 260u, 0x40000000u, 0u, 0xABCDEFu, 0x05060708u, 464u } })
     {
-        const TestMachine machine;
         TestDriver::Setup setup { .capabilities = full };
         putWord (*setup.capabilities, 96, first);
         putWord (*setup.capabilities, 100, second);
         setup.capabilities->resize (size);
-        TestDriver driver (machine, setup);
-        const auto device = DeviceList().getDevice (0);
-        EXPECT_EQ (device->open(), size <= 260 ? 0 : 1) << size;
-        EXPECT_EQ (device->getVendorId(), vendor) << size;
-        EXPECT_EQ (device->getCaps().getArmVersion(), armVersion) << size;
-        EXPECT_EQ (device->probe(), 0) << size;
-        EXPECT_EQ (driver.getRecords().back().outputSize, probeSize) << size << " " << first << " " << second;
+        OneDevice one (setup);
+        EXPECT_EQ (one.device->open(), size <= 260 ? 0 : 1) << size;
+        EXPECT_EQ (one.device->getVendorId(), vendor) << size;
+        EXPECT_EQ (one.device->getCaps().getArmVersion(), armVersion) << size;
+        EXPECT_EQ (one.device->probe(), 0) << size;
+        EXPECT_EQ (one.driver.getRecords().back().outputSize, probeSize) << size << " " << first << " " << second;
     }
 }
 
 TEST (DeviceListTests, opensAreCountedAndMapTheStatisticsOnce)
 {
-    const TestMachine machine;
-    TestDriver driver (machine);
-    const auto device = DeviceList().getDevice (0);
+    OneDevice one;
+    const auto& device = one.device;
     device->close();
     EXPECT_EQ (device->open(), 0);
     EXPECT_EQ (device->open(), 0);
-    EXPECT_EQ (driver.count (TestDriver::mapStatistics), 1);
+    EXPECT_EQ (one.driver.count (TestDriver::mapStatistics), 1);
 
     const auto address = device->getStatisticsAddress();
     device->close();
@@ -145,20 +135,19 @@ TEST (DeviceListTests, opensAreCountedAndMapTheStatisticsOnce)
     device->close();
 
     EXPECT_EQ (device->open(), 0);
-    EXPECT_EQ (driver.count (TestDriver::mapStatistics), 2);
+    EXPECT_EQ (one.driver.count (TestDriver::mapStatistics), 2);
     EXPECT_NE (device->getStatisticsAddress(), address) << "an old address must not show another block's figures";
 
-    driver.fail (TestDriver::mapStatistics);
+    one.driver.fail (TestDriver::mapStatistics);
     device->reopen();
     EXPECT_EQ (device->getStatisticsAddress(), 0u) << "nor must that of an earlier open";
 }
 
 TEST (DeviceListTests, deviceThatCannotBeOpenedStaysUnusable)
 {
-    const TestMachine machine;
-    const TestDriver driver (machine);
-    const auto device = DeviceList().getDevice (0);
-    const auto socket = machine.getInterfaceFolder ("device").getChildFile ("driver");
+    const OneDevice one;
+    const auto& device = one.device;
+    const auto socket = one.machine.getInterfaceFolder ("device").getChildFile ("driver");
     const auto elsewhere = socket.getSiblingFile ("elsewhere");
 
     ASSERT_TRUE (socket.moveFileTo (elsewhere));

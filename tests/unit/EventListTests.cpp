@@ -1,9 +1,7 @@
-#include "events/EventDisplayWindow.h"
 #include "events/EventList.h"
 #include "events/EventNames.h"
 #include "events/EventTabs.h"
-#include "tests/unit/support/Lists.h"
-#include "tests/unit/support/TestDriver.h"
+#include "tests/unit/support/Devices.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -176,8 +174,7 @@ TEST_F (EventListTests, hostileLogsAreSortedAndShownAllTheSame)
     const auto expectOrder = [&] (int column, auto field)
     {
         events.sortOrderChanged (column, true);
-        const auto isBefore = [=] (const auto& a, const auto& b) { return a.*field < b.*field; };
-        EXPECT_TRUE (std::is_sorted (events.getEvents().begin(), events.getEvents().end(), isBefore)) << column;
+        EXPECT_TRUE (std::ranges::is_sorted (events.getEvents(), {}, field)) << column;
     };
 
     expectOrder (EventList::nameColumn, &EventRecord::type);
@@ -253,31 +250,6 @@ TEST_F (EventListTests, aNameThatIsTooLongForItsTabEndsInDots)
     tabs.setSize (300, 554);
     EXPECT_LT (tab->getWidth(), 200);
     EXPECT_TRUE (tab->getButtonText().endsWith ("m...")) << tab->getButtonText();
-}
-
-/** The window on the screen, as a click opens it. */
-using EventWindowTests = EventListTests;
-
-TEST_F (EventWindowTests, everyTabCanBeReachedWithTheKeyboard)
-{
-    using juce::KeyPress;
-    constexpr auto ctrl = juce::ModifierKeys::ctrlModifier, shift = juce::ModifierKeys::shiftModifier;
-    EventDisplayWindow window (list);
-    window.enterModalState (true);
-    const auto focusedList = [] { return dynamic_cast<EventList*> (juce::Component::getCurrentlyFocusedComponent()); };
-    ASSERT_TRUE (runMessagesUntil ([&] { return focusedList() != nullptr; }));
-    const auto& tabs = *focusedList()->findParentComponentOfClass<EventTabs>();
-
-    // "Two", "Deck", "Aggregate", and round again.
-    for (const auto& [key, modifiers, tab] : { std::tuple { KeyPress::pageUpKey, ctrl + 0, 2 },
-                                               std::tuple { KeyPress::pageDownKey, ctrl + 0, 0 },
-                                               std::tuple { KeyPress::tabKey, ctrl + 0, 1 },
-                                               std::tuple { KeyPress::tabKey, ctrl + shift, 0 } })
-    {
-        window.getPeer()->handleKeyPress ({ key, juce::ModifierKeys (modifiers), 0 });
-        EXPECT_EQ (tabs.getCurrentTabIndex(), tab);
-        EXPECT_EQ (focusedList(), tabs.getCurrentList());
-    }
 }
 
 } // namespace

@@ -1,10 +1,9 @@
-#include "device/DeviceList.h"
 #include "platform/AccessGuard.h"
 #include "platform/InstanceLock.h"
 #include "platform/linux/Section.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Column.h"
-#include "tests/unit/support/TestDriver.h"
+#include "tests/unit/support/Devices.h"
 
 #include <atomic>
 #include <cstring>
@@ -12,7 +11,6 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <thread>
 
 using Reply = TestDriver::Reply;
@@ -20,21 +18,10 @@ using Reply = TestDriver::Reply;
 namespace
 {
 
-/** The only interface of a machine, and its driver. */
-struct OneDevice
+const StatisticsBlock* getBlock (const OneDevice& one)
 {
-    explicit OneDevice (const TestDriver::Setup& setup = {}) : driver (machine, setup) {}
-
-    const StatisticsBlock* getBlock() const
-    {
-        return reinterpret_cast<const StatisticsBlock*> (std::uintptr_t { device->getStatisticsAddress() });
-    }
-
-    const TestMachine machine;
-    TestDriver driver;
-    const DeviceList devices;
-    const HwDevice::Ptr device = devices.getDevice (0);
-};
+    return reinterpret_cast<const StatisticsBlock*> (std::uintptr_t { one.device->getStatisticsAddress() });
+}
 
 /** Whether a block can be read after something has happened in the midst of the reading. */
 bool canRead (
@@ -70,51 +57,35 @@ TEST (PlatformTests, silenceOutlivesRebuildsAndWhatIsLateIsShown)
 
         EXPECT_EQ (one.device->readStreamStatus(), 1);
         EXPECT_LE (countOfProcess ("fd"), numDescriptors + 3);
-        EXPECT_EQ (one.getBlock() != nullptr, first != TestDriver::mapStatistics);
+        EXPECT_EQ (getBlock (one) != nullptr, first != TestDriver::mapStatistics);
 
         silence.end();
         FirmwareCounters counters;
         EXPECT_TRUE (waitFor ([&] { return one.device->readFirmwareCounters (counters) == 0; }));
-        EXPECT_TRUE (canRead (one.getBlock())) << "it was asked again";
+        EXPECT_TRUE (canRead (getBlock (one))) << "it was asked again";
         EXPECT_EQ (one.device->readStreamStatus(), 0);
         EXPECT_EQ (one.device->getSampleRate(), 48000u);
         EXPECT_EQ (one.driver.count (TestDriver::mapStatistics), 1) << "the late answer would do";
         EXPECT_EQ (one.driver.count (TestDriver::streamStatus), 1);
 
-        const auto* block = one.getBlock();
+        const auto* block = getBlock (one);
         one.device->close();
         EXPECT_FALSE (canRead (block));
     }
 }
 
-/** Another user's instance is not in the way of this one's, nor does its lock let any number of this one's start. */
-TEST (InstanceLockTests, thereIsOneForEachUser)
+/** The toolkit takes a lock of another user's, which it may not open, for one that it has. */
+TEST (InstanceLockTests, eachUserHasAnother)
 {
     if (::geteuid() != 0)
         GTEST_SKIP() << "only root can be somebody else";
 
-    const auto enters = [] (uid_t user, int depth, const auto& self) -> int
-    {
-        const auto child = ::fork();
-
-        if (child == 0)
-        {
-            // Nothing but this may happen in the copy of a process with threads.
-            int result = ::seteuid (user) == 0 ? 0 : 100;
-            juce::InterProcessLock lock (InstanceLock::getNameForUser ("Quendel test lock"));
-            result += lock.enter (0) ? 1 : 0;
-            ::_exit (result + (depth > 0 ? 10 * self (user, depth - 1, self) : 0));
-        }
-
-        int status = 0;
-        ::waitpid (child, &status, 0);
-        return WEXITSTATUS (status);
-    };
-
-    juce::InterProcessLock rootsLock (InstanceLock::getNameForUser ("Quendel test lock"));
-    ASSERT_TRUE (rootsLock.enter (0));
-    EXPECT_EQ (enters (0, 0, enters), 0) << "root's second";
-    EXPECT_EQ (enters (12345, 1, enters), 1) << "somebody's first, and their second";
+    const auto ours = InstanceLock::getNameForUser ("lock");
+    ASSERT_EQ (::seteuid (12345), 0);
+    const auto theirs = InstanceLock::getNameForUser ("lock");
+    ASSERT_EQ (::seteuid (0), 0);
+    EXPECT_NE (ours, theirs);
+    EXPECT_EQ (ours, InstanceLock::getNameForUser ("lock"));
 }
 
 /** A driver that hands out a section with every reply uses up neither the address space nor the descriptors. */
@@ -169,7 +140,7 @@ TEST (AccessGuardTests, shortSectionsYieldTheFiguresTheyHold)
         block.offsetAverage = 3000;
         one.driver.setStatistics (block);
         one.device->open();
-        column.update (one.getBlock(), msPerTick);
+        column.update (getBlock (one), msPerTick);
         EXPECT_EQ (column.getText (1) + "|" + column.getText (16) + "|" + column.getText (21), expected) << size;
     }
 }
@@ -183,7 +154,7 @@ TEST (AccessGuardTests, vanishingSectionsEndReadingsOnAnyThread)
     {
         OneDevice one;
         one.device->open();
-        const auto* block = one.getBlock();
+        const auto* block = getBlock (one);
         ASSERT_TRUE (canRead (block));
 
         std::promise<void> reading, cut;

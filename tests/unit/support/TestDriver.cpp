@@ -137,18 +137,14 @@ TestDriver::Reply TestDriver::answer (Kind kind, const Machine::Request& request
 }
 
 //==============================================================================
-static bool waitDoing (const std::function<void()>& meanwhile, const std::function<bool()>& condition)
+bool waitFor (const std::function<bool()>& condition, const std::function<void()>& meanwhile)
 {
     constexpr juce::uint32 limitMs = 60000;
     const auto start = juce::Time::getMillisecondCounter();
 
-    while (! condition())
-    {
+    for (; ! condition(); meanwhile())
         if (juce::Time::getMillisecondCounter() - start > limitMs)
             return false;
-
-        meanwhile();
-    }
 
     return true;
 }
@@ -156,12 +152,7 @@ static bool waitDoing (const std::function<void()>& meanwhile, const std::functi
 bool runMessagesUntil (const std::function<bool()>& condition)
 {
     constexpr int sliceMs = 2;
-    return waitDoing ([] { juce::MessageManager::getInstance()->runDispatchLoopUntil (sliceMs); }, condition);
-}
-
-bool waitFor (const std::function<bool()>& condition)
-{
-    return waitDoing ([] { std::this_thread::yield(); }, condition);
+    return waitFor (condition, [] { juce::MessageManager::getInstance()->runDispatchLoopUntil (sliceMs); });
 }
 
 int countOfProcess (const char* what)

@@ -165,7 +165,9 @@ struct Silence
 bool runMessagesUntil (const std::function<bool()>& condition);
 
 /** The same without running the message loop: what was posted stays undelivered. */
-bool waitFor (const std::function<bool()>& condition);
+bool waitFor (
+    const std::function<bool()>& condition,
+    const std::function<void()>& meanwhile = [] { std::this_thread::yield(); });
 
 /** Number of entries of /proc/self/<what>: "fd" or "task". */
 int countOfProcess (const char* what);

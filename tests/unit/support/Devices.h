@@ -1,19 +1,8 @@
 #pragma once
 
 #include "device/DeviceList.h"
-#include <functional>
-
-/** What is to be said of each element, in one text. */
-template <typename Range, typename Describe>
-juce::String join (const Range& range, const char* separator, const Describe& describe)
-{
-    juce::StringArray texts;
-
-    for (const auto& element : range)
-        texts.add (std::invoke (describe, element));
-
-    return texts.joinIntoString (separator);
-}
+#include "tests/unit/support/Join.h"
+#include "tests/unit/support/TestDriver.h"
 
 /** The devices of the machine, all of which it opens. */
 struct OpenList : public DeviceList
@@ -30,3 +19,14 @@ inline juce::String namesOf (const DeviceList& devices)
 {
     return join (devices.getDevices(), ",", [] (const HwDevice::Ptr& device) { return device->getName(); });
 }
+
+/** The only interface of a machine, and its driver. */
+struct OneDevice
+{
+    explicit OneDevice (const TestDriver::Setup& setup = {}) : driver (machine, setup) {}
+
+    const TestMachine machine;
+    TestDriver driver;
+    const DeviceList devices;
+    const HwDevice::Ptr device = devices.getDevice (0);
+};

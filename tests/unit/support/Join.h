@@ -1,0 +1,16 @@
+#pragma once
+
+#include <functional>
+#include <juce_core/juce_core.h>
+
+/** What is to be said of each element, in one text. */
+template <typename Range, typename Describe>
+juce::String join (const Range& range, const char* separator, const Describe& describe)
+{
+    juce::StringArray texts;
+
+    for (const auto& element : range)
+        texts.add (std::invoke (describe, element));
+
+    return texts.joinIntoString (separator);
+}
