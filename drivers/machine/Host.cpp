@@ -2,8 +2,6 @@
 
 #include "protocol/MachineLayout.h"
 
-#include "protocol/MachineLayout.h"
-
 #include <sys/epoll.h>
 
 #include <array>
@@ -67,6 +65,9 @@ void Host::setServing (InterfaceServer& server, bool shouldServe) const
 
 void Host::retire (std::unique_ptr<InterfaceServer> server)
 {
+    if (server->getNumConnections() == 0)
+        return;
+
     setServing (*server, true);
     departed.push_back (std::move (server));
 }

@@ -2,7 +2,6 @@
 
 #include "posix/FileDescriptor.h"
 
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -21,12 +20,10 @@ public:
 
     /** Watches a descriptor.
 
-        @param descriptor  not owned
-        @param onReadable  called when there is something to read, or no more to come; returns false when the
-                           descriptor is not to be watched any more
-        @param rest        how seldom it is looked at while much comes
+        @param getDescriptor  called before every wait; -1: there is nothing to watch now
+        @param onReadable     called when there is something to read, or no more to come
     */
-    void add (int descriptor, std::function<bool()> onReadable, std::chrono::milliseconds rest = {});
+    void add (std::function<int()> getDescriptor, std::function<void()> onReadable);
 
     /** Runs until a signal comes.
 
@@ -38,10 +35,8 @@ public:
 private:
     struct Source
     {
-        int descriptor;
-        std::function<bool()> onReadable;
-        std::chrono::milliseconds rest;
-        std::chrono::steady_clock::time_point lastCall {}, restsUntil {};
+        std::function<int()> getDescriptor;
+        std::function<void()> onReadable;
     };
 
     FileDescriptor signals;

@@ -17,16 +17,15 @@ const Node& findNode (const Roster& roster, std::uint32_t id, std::int64_t time)
 }
 } // namespace
 
-std::optional<Account> Accountant::take (const Cycle& cycle, const Roster& roster)
+const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
 {
     // One that is late is reported when it should have finished, and again when it has.
     auto& lastSignal = signals[cycle.driver.id];
 
     if (cycle.driver.signal <= lastSignal)
-        return std::nullopt;
+        return nullptr;
 
     lastSignal = cycle.driver.signal;
-    Account account;
     account.cycle = &cycle;
     account.isLate = cycle.clockTime > cycle.driver.signal;
     account.driver.cycle = &cycle.driver;
@@ -35,8 +34,7 @@ std::optional<Account> Accountant::take (const Cycle& cycle, const Roster& roste
     account.driver.finish = cycle.driver.finish;
     const auto newXruns = countNewXruns (cycle.driver.id, cycle.xruns);
     account.driver.newXruns = newXruns;
-
-    account.followers.reserve (cycle.followers.size());
+    account.followers.clear();
 
     for (const auto& follower : cycle.followers)
     {
@@ -47,7 +45,7 @@ std::optional<Account> Accountant::take (const Cycle& cycle, const Roster& roste
         part.newXruns = follower.xruns ? countNewXruns (follower.id, *follower.xruns) : newXruns;
     }
 
-    return account;
+    return &account;
 }
 
 Part Accountant::describe (const NodeCycle& follower, const Cycle& cycle, bool isLate)

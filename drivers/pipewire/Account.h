@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <vector>
 
 namespace PipeWire
@@ -22,7 +21,7 @@ struct Part
     std::uint32_t newXruns = 0; /**< That the node has told of. */
 };
 
-/** A cycle, and who did what in it. Valid as long as the cycle, and until the roster changes. */
+/** A cycle, and who did what in it. Valid as long as the cycle, and until the roster changes or the next is made. */
 struct Account
 {
     const Cycle* cycle = nullptr;
@@ -35,8 +34,8 @@ struct Account
 class Accountant
 {
 public:
-    /** @returns nothing when this cycle has been reported before */
-    std::optional<Account> take (const Cycle& cycle, const Roster& roster);
+    /** @returns null when this cycle has been reported before */
+    const Account* take (const Cycle& cycle, const Roster& roster);
 
     /** A node has gone; another one may get its id. */
     void forget (std::uint32_t id);
@@ -45,6 +44,7 @@ private:
     std::uint32_t countNewXruns (std::uint32_t id, std::uint32_t xruns);
     Part describe (const NodeCycle& follower, const Cycle& cycle, bool isLate);
 
+    Account account;
     std::map<std::uint32_t, std::int64_t> signals; // the last ones, by driver
     std::map<std::uint32_t, std::uint32_t> xruns;  // that each node has told of
 };

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <initializer_list>
-#include <iterator>
 #include <utility>
 
 namespace PipeWire
@@ -68,12 +67,6 @@ std::string makeLine (std::string text)
     return text;
 }
 
-/* What somebody should know, on standard error. */
-void say (const std::string& text)
-{
-    std::fprintf (stderr, "quendel-pipewire: %s\n", text.c_str());
-}
-
 /* A name that can be a folder's. */
 std::string makeFolderName (std::string name, const std::string& suffix)
 {
@@ -98,7 +91,7 @@ std::string Driver::start (const Options& newOptions, const std::string& newSysf
     options = newOptions;
     sysfs = newSysfs;
 
-    if (auto error = graph.getError(); ! error.empty())
+    if (auto error = graph->getError(); ! error.empty())
         return error;
 
     return host.start (options.machine, findHostControllers (sysfs));
@@ -106,26 +99,39 @@ std::string Driver::start (const Options& newOptions, const std::string& newSysf
 
 int Driver::serve()
 {
-    host.serve();
+    if (restsUntil > 0 && readNanoseconds() >= restsUntil)
+        listen();
 
-    if (wasConnected && ! graph.isConnected())
+    if (wasConnected && ! graph->isConnected())
         unplugAll();
 
     // What is not there yet is looked for at leisure.
-    wasConnected = graph.isConnected() || graph.connect();
+    wasConnected = graph->isConnected() || graph->connect();
 
     if (std::exchange (isWaiting, ! wasConnected) != isWaiting)
-        say (isWaiting ? "waiting for PipeWire" : "PipeWire is there");
+        voice.say (isWaiting ? "waiting for PipeWire" : "PipeWire is there");
 
-    return wasConnected ? -1 : reconnectMilliseconds;
+    if (! wasConnected)
+        return reconnectMilliseconds;
+
+    constexpr std::int64_t millisecond = 1'000'000;
+    return restsUntil == 0 ? -1 : static_cast<int> ((restsUntil - readNanoseconds()) / millisecond) + 1;
 }
 
 void Driver::listen()
 {
-    graph.dispatch();
+    graph->dispatch();
+    restsUntil = 0;
 
     if (cycles.empty())
         return;
+
+    // PipeWire can tell of each cycle as it comes, and nobody looks more than four times a second. What comes seldom
+    // finds it awake.
+    constexpr std::int64_t rest = 250'000'000;
+    const auto now = readNanoseconds();
+    restsUntil = now < lastReport + rest * 3 / 2 ? now + rest : 0;
+    lastReport = now;
 
     // Each driver's are told in turn, those of several one after the other.
     if (const auto getTime = [] (const Cycle& cycle) { return cycle.driver.signal; };
@@ -257,7 +263,7 @@ void Driver::plugInDevice (std::uint32_t number, const Properties& properties)
     }
 
     if (plugIn (devices, description, name))
-        say ("serves " + description.name);
+        voice.say ("serves " + description.name);
 }
 
 /* Those that work for a device that is served. */
@@ -286,7 +292,7 @@ void Driver::unplug (std::uint32_t number)
             continue;
 
         if (interfaces == &devices)
-            say (found->second->getName() + " has gone");
+            voice.say (found->second->getName() + " has gone");
 
         found->second->getServer().unplug();
         host.retire (found->second->releaseServer());
@@ -381,7 +387,7 @@ void Driver::profilerAdded (std::uint32_t id)
     profiler = id;
 
     if (hasSettled)
-        say ("PipeWire's profiler is there");
+        voice.say ("PipeWire's profiler is there");
 }
 
 void Driver::settled()
@@ -389,14 +395,14 @@ void Driver::settled()
     hasSettled = true;
 
     if (! profiler)
-        say ("PipeWire's profiler module is not loaded: there are no figures until it is");
+        voice.say ("PipeWire's profiler module is not loaded: there are no figures until it is");
 
     for (const auto& name : options.devices)
         if (! namesFound.contains (name))
-            say ("no device is called \"" + name + "\"");
+            voice.say ("no device is called \"" + name + "\"");
 
     if (devices.empty() && options.devices.empty())
-        say (options.servesAll ? "no device" : "no FireWire device; --all serves those on other buses");
+        voice.say (options.servesAll ? "no device" : "no FireWire device; --all serves those on other buses");
 }
 
 void Driver::nodeStopped (std::uint32_t id)
@@ -411,7 +417,7 @@ void Driver::removed (std::uint32_t id)
     if (profiler == id)
     {
         profiler.reset();
-        say ("PipeWire's profiler has gone: there are no figures until it is back");
+        voice.say ("PipeWire's profiler has gone: there are no figures until it is back");
     }
 
     nodeStopped (id);
@@ -435,7 +441,7 @@ void Driver::release (const std::string& owner)
 
 void Driver::profiled (std::span<const std::uint8_t> message)
 {
-    std::ranges::move (readProfile (message), std::back_inserter (cycles));
+    readProfile (message, cycles);
 }
 
 } // namespace PipeWire

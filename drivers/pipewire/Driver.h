@@ -22,7 +22,8 @@ namespace PipeWire
 class Driver final : private GraphListener
 {
 public:
-    Driver() : host (folderSuffix), graph (*this) {}
+    /** @param newVoice  says what somebody should know; not owned */
+    explicit Driver (const Machine::CommandLine& newVoice) : voice (newVoice), host (folderSuffix) {}
 
     /** Takes every interface away, then the folder. */
     ~Driver() override;
@@ -37,7 +38,7 @@ public:
     */
     std::string start (const Options& newOptions, const std::string& newSysfs);
 
-    /** Answers requests and looks for PipeWire where it is not connected to. Does not wait.
+    /** Looks for PipeWire where it is not connected to, and listens to it when that is due. Does not wait.
 
         @returns milliseconds until it wants to be called although nothing has come in; -1: never
     */
@@ -52,8 +53,10 @@ public:
     */
     void kernelComplained (const std::vector<std::string>& names);
 
-    const Machine::Host& getHost() const { return host; }
-    const Graph& getGraph() const { return graph; }
+    Machine::Host& getHost() { return host; }
+
+    /** Readable when listen() has something to do; -1 while much comes: serve() then listens. */
+    int getDescriptor() const { return restsUntil > 0 ? -1 : graph->getDescriptor(); }
 
 private:
     // This driver's own interface class, by which it knows its folders.
@@ -82,6 +85,7 @@ private:
     void measure (const Account& account);
     void writeXruns (bool waits);
 
+    const Machine::CommandLine& voice;
     Options options;
     std::string sysfs;
     Machine::Host host; // goes after the interfaces in it
@@ -98,8 +102,9 @@ private:
     Roster roster;
     Accountant accountant;
     XrunJournal journal;
-    Graph graph;
+    const std::unique_ptr<Graph> graph = Graph::make (*this);
     std::optional<std::uint32_t> profiler;
+    std::int64_t lastReport = 0, restsUntil = 0; // nanoseconds of CLOCK_MONOTONIC; 0: it does not rest
     bool wasConnected = false, isWaiting = false, hasSettled = false;
 };
 

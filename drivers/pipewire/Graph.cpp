@@ -117,10 +117,9 @@ constexpr auto profilerEvents = []
     events.profile = takeProfile;
     return events;
 }();
-} // namespace
 
 //==============================================================================
-class Graph::Connection
+class Connection final : public Graph
 {
 public:
     explicit Connection (GraphListener& newListener) : listener (newListener)
@@ -148,7 +147,7 @@ public:
             isComplete = pw_context_load_module (context, module, nullptr, nullptr) != nullptr && isComplete;
     }
 
-    ~Connection()
+    ~Connection() override
     {
         disconnect();
 
@@ -167,11 +166,16 @@ public:
     Connection (const Connection&) = delete;
     Connection& operator= (const Connection&) = delete;
 
-    bool isUsable() const { return context != nullptr && isComplete; }
-    bool isConnected() const { return core != nullptr && ! isLost; }
-    pw_loop* getLoop() const { return loop; }
+    std::string getError() const override
+    {
+        return context != nullptr && isComplete ? "" : "PipeWire's modules cannot be loaded";
+    }
 
-    bool connect()
+    bool isConnected() const override { return core != nullptr && ! isLost; }
+    int getDescriptor() const override { return pw_loop_get_fd (loop); }
+    void dispatch() override { pw_loop_iterate (loop, 0); }
+
+    bool connect() override
     {
         disconnect();
 
@@ -317,35 +321,12 @@ private:
     bool isComplete = true;
     bool isLost = false;
 };
+} // namespace
 
 //==============================================================================
-Graph::Graph (GraphListener& newListener) : connection (std::make_unique<Connection> (newListener)) {}
-
-Graph::~Graph() = default;
-
-std::string Graph::getError() const
+std::unique_ptr<Graph> Graph::make (GraphListener& listener)
 {
-    return connection->isUsable() ? "" : "PipeWire's modules cannot be loaded";
-}
-
-bool Graph::connect()
-{
-    return connection->connect();
-}
-
-bool Graph::isConnected() const
-{
-    return connection->isConnected();
-}
-
-int Graph::getDescriptor() const
-{
-    return pw_loop_get_fd (connection->getLoop());
-}
-
-void Graph::dispatch()
-{
-    pw_loop_iterate (connection->getLoop(), 0);
+    return std::make_unique<Connection> (listener);
 }
 
 } // namespace PipeWire

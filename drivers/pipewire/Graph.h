@@ -42,32 +42,25 @@ public:
 class Graph
 {
 public:
-    /** @param newListener  not owned; must outlive the graph */
-    explicit Graph (GraphListener& newListener);
-    ~Graph();
+    /** @param listener  not owned; must outlive the graph */
+    static std::unique_ptr<Graph> make (GraphListener& listener);
 
-    Graph (const Graph&) = delete;
-    Graph& operator= (const Graph&) = delete;
+    virtual ~Graph() = default;
 
     /** An empty string when PipeWire can be connected to at some time, else one line that says why it cannot. */
-    std::string getError() const;
+    virtual std::string getError() const = 0;
 
     /** Tries to connect; false when there is no PipeWire. */
-    bool connect();
+    virtual bool connect() = 0;
 
     /** False from the moment on at which the connection was lost; the objects have then gone without a word. */
-    bool isConnected() const;
+    virtual bool isConnected() const = 0;
 
     /** Readable when dispatch() has something to do. */
-    int getDescriptor() const;
+    virtual int getDescriptor() const = 0;
 
     /** Tells the listener what there is to tell. Does not wait. */
-    void dispatch();
-
-private:
-    class Connection;
-
-    std::unique_ptr<Connection> connection;
+    virtual void dispatch() = 0;
 };
 
 } // namespace PipeWire

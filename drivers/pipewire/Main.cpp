@@ -3,8 +3,6 @@
 #include "drivers/pipewire/KernelLog.h"
 #include "drivers/pipewire/MachineCheck.h"
 
-#include <chrono>
-
 int main (int numArguments, char** arguments)
 {
     PipeWire::Options options;
@@ -15,7 +13,7 @@ int main (int numArguments, char** arguments)
 
     // Before there is anything to leave behind.
     Machine::ServingLoop loop;
-    PipeWire::Driver driver;
+    PipeWire::Driver driver (commandLine);
 
     if (const auto error = driver.start (options, "/sys"); ! error.empty())
         return commandLine.fail (error);
@@ -26,23 +24,10 @@ int main (int numArguments, char** arguments)
     const PipeWire::KernelLog kernelLog ("/dev/kmsg");
     Machine::announceServing (driver.getHost().getPath());
 
-    const auto listen = [&driver]
-    {
-        driver.listen();
-        return true;
-    };
-
-    loop.add (driver.getHost().getDescriptor(), [] { return true; });
-
-    // Newer PipeWires tell of each cycle as it comes: nobody looks ten times a second, or needs to know sooner.
-    constexpr std::chrono::milliseconds rest { 100 };
-    loop.add (driver.getGraph().getDescriptor(), listen, rest);
-    loop.add (kernelLog.getDescriptor(),
-              [&driver, &kernelLog]
-              {
-                  driver.kernelComplained (kernelLog.read());
-                  return true;
-              });
+    loop.add ([&driver] { return driver.getHost().getDescriptor(); }, [&driver] { driver.getHost().serve(); });
+    loop.add ([&driver] { return driver.getDescriptor(); }, [&driver] { driver.listen(); });
+    loop.add ([&kernelLog] { return kernelLog.getDescriptor(); },
+              [&driver, &kernelLog] { driver.kernelComplained (kernelLog.read()); });
     loop.run ([&driver] { return driver.serve(); });
     return 0;
 }

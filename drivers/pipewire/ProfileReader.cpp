@@ -2,7 +2,6 @@
 
 #include <spa/param/profiler.h>
 #include <spa/pod/iter.h>
-#include <spa/pod/parser.h>
 
 #include <cmath>
 #include <limits>
@@ -36,54 +35,72 @@ class StructReader
 {
 public:
     explicit StructReader (const spa_pod& pod)
+        : size (spa_pod_is_struct (&pod) ? SPA_POD_BODY_SIZE (&pod) : 0),
+          body (SPA_POD_BODY_CONST (&pod)),
+          next (static_cast<const spa_pod*> (body))
     {
-        spa_pod_parser_pod (&parser, &pod);
-        isGood = spa_pod_parser_push_struct (&parser, &frame) >= 0;
     }
 
-    bool read (std::int32_t& number) { return note (isGood ? spa_pod_parser_get_int (&parser, &number) : -1); }
-    bool read (std::int64_t& number) { return note (isGood ? spa_pod_parser_get_long (&parser, &number) : -1); }
-    bool read (double& number) { return note (isGood ? spa_pod_parser_get_double (&parser, &number) : -1); }
-    bool read (spa_fraction& value) { return note (isGood ? spa_pod_parser_get_fraction (&parser, &value) : -1); }
-    bool read (bool& value) { return note (isGood ? spa_pod_parser_get_bool (&parser, &value) : -1); }
+    bool read (std::int32_t& number) { return take (spa_pod_get_int, number); }
+    bool read (std::int64_t& number) { return take (spa_pod_get_long, number); }
+    bool read (double& number) { return take (spa_pod_get_double, number); }
+    bool read (bool& value) { return take (spa_pod_get_bool, value); }
+
+    bool read (spa_fraction& value)
+    {
+        // One that is none would be complained of aloud.
+        const auto get = [] (const spa_pod* pod, spa_fraction* fraction)
+        { return spa_pod_is_fraction (pod) ? spa_pod_get_fraction (pod, fraction) : -1; };
+        return take (get, value);
+    }
 
     /** Passes over values of any type. */
     bool skip (int numValues = 1)
     {
-        while (isGood && --numValues >= 0)
-            isGood = spa_pod_parser_next (&parser) != nullptr;
+        for (; numValues > 0 && isThere(); --numValues)
+            next = static_cast<const spa_pod*> (spa_pod_next (next));
 
-        return isGood;
+        return numValues == 0;
     }
 
 private:
-    bool note (int result) { return isGood = result >= 0; }
+    bool isThere() const { return spa_pod_is_inside (body, size, next); }
 
-    spa_pod_parser parser {};
-    spa_pod_frame frame {};
-    bool isGood;
+    template <typename Get, typename Value>
+    bool take (Get get, Value& value)
+    {
+        // What follows a value that is missing or another one's type is not read.
+        if (isThere() && get (next, &value) >= 0)
+            return skip();
+
+        size = 0;
+        return false;
+    }
+
+    std::uint32_t size;
+    const void* body;
+    const spa_pod* next;
 };
 
-std::optional<NodeCycle> readNode (const spa_pod& pod)
+bool readNode (const spa_pod& pod, NodeCycle& node)
 {
     StructReader values (pod);
-    NodeCycle node;
     std::int32_t id = 0, state = 0, xruns = 0;
     auto isAsynchronous = false;
 
     if (! values.read (id) || ! values.skip()) // its name
-        return std::nullopt;
+        return false;
 
     for (auto* time : { &node.previousSignal, &node.signal, &node.awake, &node.finish })
     {
         if (! values.read (*time))
-            return std::nullopt;
+            return false;
 
         *time = checkTime (*time);
     }
 
     if (! values.read (state) || state > finishedState)
-        return std::nullopt;
+        return false;
 
     node.id = static_cast<std::uint32_t> (id);
     node.isFinished = state == finishedState;
@@ -95,7 +112,7 @@ std::optional<NodeCycle> readNode (const spa_pod& pod)
     if (values.read (isAsynchronous))
         node.isAsynchronous = isAsynchronous;
 
-    return node;
+    return true;
 }
 
 void readInfo (const spa_pod& pod, Cycle& cycle)
@@ -137,11 +154,8 @@ void readFollowerClock (const spa_pod& pod, NodeCycle& follower)
         follower.delay = checkDelay (delay);
 }
 
-std::optional<Cycle> readCycle (const spa_pod_object& object)
+bool readCycle (const spa_pod_object& object, Cycle& cycle)
 {
-    constexpr std::size_t usualNumber = 8; // of followers
-    Cycle cycle;
-    cycle.followers.reserve (usualNumber);
     auto hasClock = false;
     auto wasFollowerRead = false;
     const spa_pod_prop* property = nullptr;
@@ -161,12 +175,16 @@ std::optional<Cycle> readCycle (const spa_pod_object& object)
                 break;
 
             case SPA_PROFILER_driverBlock:
-                cycle.driver = readNode (value).value_or (NodeCycle());
+                if (! readNode (value, cycle.driver))
+                    cycle.driver = {};
+
                 break;
 
             case SPA_PROFILER_followerBlock:
-                if (const auto follower = readNode (value); (wasFollowerRead = follower.has_value()))
-                    cycle.followers.push_back (*follower);
+                wasFollowerRead = readNode (value, cycle.followers.emplace_back());
+
+                if (! wasFollowerRead)
+                    cycle.followers.pop_back();
 
                 break;
 
@@ -181,27 +199,24 @@ std::optional<Cycle> readCycle (const spa_pod_object& object)
         }
     }
 
-    return hasClock && cycle.driver.signal > 0 ? std::optional (std::move (cycle)) : std::nullopt;
+    return hasClock && cycle.driver.signal > 0;
 }
 } // namespace
 
-std::vector<Cycle> readProfile (std::span<const std::uint8_t> message)
+void readProfile (std::span<const std::uint8_t> message, std::vector<Cycle>& cycles)
 {
-    std::vector<Cycle> cycles;
     const auto* pod = reinterpret_cast<const spa_pod*> (message.data());
 
     if (message.size() < sizeof (spa_pod) || SPA_POD_SIZE (pod) > message.size() || ! spa_pod_is_struct (pod))
-        return cycles;
+        return;
 
     const auto* body = SPA_POD_BODY_CONST (pod);
     const auto* object = static_cast<const spa_pod*> (body);
 
     for (; spa_pod_is_inside (body, pod->size, object); object = static_cast<const spa_pod*> (spa_pod_next (object)))
-        if (spa_pod_is_object_type (object, SPA_TYPE_OBJECT_Profiler))
-            if (auto cycle = readCycle (*reinterpret_cast<const spa_pod_object*> (object)))
-                cycles.push_back (std::move (*cycle));
-
-    return cycles;
+        if (spa_pod_is_object_type (object, SPA_TYPE_OBJECT_Profiler)
+            && ! readCycle (*reinterpret_cast<const spa_pod_object*> (object), cycles.emplace_back()))
+            cycles.pop_back();
 }
 
 } // namespace PipeWire

@@ -9,11 +9,11 @@
 namespace PipeWire
 {
 
-/** Reads the cycles that a message of the profiler tells of, in its order.
+/** Adds the cycles that a message of the profiler tells of, in its order.
 
     @param message  a pod, with its header, at a multiple of eight bytes: any bytes are good. Cycles without a readable
                     driver or clock are left out, and so are followers that cannot be read or take no part.
 */
-std::vector<Cycle> readProfile (std::span<const std::uint8_t> message);
+void readProfile (std::span<const std::uint8_t> message, std::vector<Cycle>& cycles);
 
 } // namespace PipeWire

@@ -17,19 +17,20 @@ class OrderReader
 public:
     explicit OrderReader (Simulator& newSimulator) : simulator (newSimulator) {}
 
-    /** Takes what there is to read; returns false at the end of the input. */
-    bool read()
+    /** The input; -1: it has ended. */
+    int getDescriptor() const { return hasEnded ? -1 : STDIN_FILENO; }
+
+    /** Takes what there is to read. */
+    void read()
     {
         char bytes[1024];
         const auto size = ::read (STDIN_FILENO, bytes, sizeof (bytes));
 
         if (size <= 0)
-            return size < 0 && (errno == EINTR || errno == EAGAIN);
-
-        for (const auto character : std::string_view (bytes, static_cast<std::size_t> (size)))
-            take (character);
-
-        return true;
+            hasEnded = size == 0 || (errno != EINTR && errno != EAGAIN);
+        else
+            for (const auto character : std::string_view (bytes, static_cast<std::size_t> (size)))
+                take (character);
     }
 
 private:
@@ -59,6 +60,7 @@ private:
 
     Simulator& simulator;
     std::string line;
+    bool hasEnded = false;
 };
 } // namespace
 
@@ -80,8 +82,8 @@ int main (int numArguments, char** arguments)
     Machine::announceServing (simulator.getPath());
 
     OrderReader orders (simulator);
-    loop.add (simulator.getDescriptor(), [] { return true; });
-    loop.add (STDIN_FILENO, [&orders] { return orders.read(); });
+    loop.add ([&simulator] { return simulator.getDescriptor(); }, [] {});
+    loop.add ([&orders] { return orders.getDescriptor(); }, [&orders] { orders.read(); });
     loop.run (
         [&simulator]() -> std::optional<int>
         {

@@ -26,7 +26,10 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     std::vector<std::uint64_t> message ((size + 7) / 8);
     std::ranges::copy (std::span (data, size), reinterpret_cast<std::uint8_t*> (message.data()));
 
-    for (auto& cycle : readProfile ({ reinterpret_cast<const std::uint8_t*> (message.data()), size }))
+    std::vector<Cycle> cycles;
+    readProfile ({ reinterpret_cast<const std::uint8_t*> (message.data()), size }, cycles);
+
+    for (auto& cycle : cycles)
     {
         // Few ids, so that cycles meet.
         cycle.driver.id %= numNodes;

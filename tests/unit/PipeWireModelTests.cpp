@@ -82,7 +82,8 @@ TEST (PipeWireProfileTests, cyclesAreReadAsTheProfilerWritesThem)
     addCycle (objects, 1024, 0x20002); // without a driver
     addPod (message, structType, objects);
     const auto bytes = std::as_bytes (std::span (message));
-    const auto cycles = readProfile ({ reinterpret_cast<const std::uint8_t*> (bytes.data()), bytes.size() });
+    std::vector<Cycle> cycles;
+    readProfile ({ reinterpret_cast<const std::uint8_t*> (bytes.data()), bytes.size() }, cycles);
     ASSERT_EQ (cycles.size(), 2u);
     EXPECT_EQ (cycles[0].duration, 0u) << "not a duration";
 
@@ -101,8 +102,7 @@ TEST (PipeWireProfileTests, cyclesAreReadAsTheProfilerWritesThem)
     EXPECT_EQ (describe (cycle.followers[0]), (std::array<std::int64_t, 5> { 45, 0, 210, 220, 0 })) << "-1 is no time";
     EXPECT_TRUE (cycle.driver.isFinished && ! cycle.followers[0].isFinished);
     EXPECT_FALSE (cycle.followers[0].xruns || cycle.followers[0].isAsynchronous || cycle.followers[0].delay);
-    EXPECT_EQ (cycle.followers[1].xruns, 9u);
-    EXPECT_EQ (cycle.followers[1].isAsynchronous, true);
+    EXPECT_TRUE (cycle.followers[1].xruns == 9u && cycle.followers[1].isAsynchronous == true);
     EXPECT_EQ (cycle.followers[1].delay, 5u) << "the clock of one that takes no part is nobody's";
 }
 
