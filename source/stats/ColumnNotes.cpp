@@ -65,6 +65,8 @@ ColumnNotes::ColumnNotes (const Column& columnToExplain,
       getBufferTime (std::move (findBufferTime))
 {
     setTitle (name);
+    setAlpha (0); // or the toolkit clips to each note before painting nothing
+    setPaintingIsUnclipped (true);
     setFocusContainerType (FocusContainerType::focusContainer); // or the toolkit hands out no children
     add (
         "Interface",
