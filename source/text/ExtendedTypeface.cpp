@@ -79,6 +79,10 @@ void ExtendedTypeface::getGlyphPositions (const juce::String& text,
                                           juce::Array<int>& glyphs,
                                           juce::Array<float>& xOffsets)
 {
+    // Plain figures, which change all the time.
+    if (text.getNumBytesAsUTF8() == static_cast<std::size_t> (text.length()))
+        return own().getGlyphPositions (text, glyphs, xOffsets);
+
     float x = 0;
     xOffsets.add (x);
 
