@@ -116,6 +116,7 @@ def compare(desk, environment, devices, seconds, peers):
     for title in starters:
         wait_for_window(desk, title)
 
+    desk.move_pointer(desk.windows('Quendel')[0], *desk.size)  # or the figure that it is on has its explanation shown
     time.sleep(5)  # until all have done what they do at their start
     costs = spend(programs, seconds)
     print(f'\n{f"{devices} devices":14} processor, ms/minute   switches/s   memory, KiB   start, ms   '
