@@ -6,6 +6,8 @@
 #include "stats/StatisticsReport.h"
 #include "text/DisplayText.h"
 #include <bit>
+#include <charconv>
+#include <cstring>
 
 using namespace StatisticsLayout;
 
@@ -16,9 +18,27 @@ constexpr int maximumLines = 1;
 constexpr float minimumScale = 0.7f;
 constexpr int boxInsetX = 4;
 constexpr int boxInsetY = 2;
+
+/** Where a text looks different from the one before it, which is not where its unit stands, unless that moves. No word
+   is cut: a glyph that is painted in part comes out a little lighter or darker at its edges.
+*/
+juce::Rectangle<int> findChange (const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
+{
+    int count = -1; // all of them
+
+    if (before.getNumGlyphs() == after.getNumGlyphs() && before.begin() != before.end()
+        && (before.end() - 1)->getBounds() == (after.end() - 1)->getBounds())
+        count = static_cast<int> (std::ranges::find_if (after, &juce::PositionedGlyph::isWhitespace) - after.begin());
+
+    const auto changed = before.getBoundingBox (0, count, true).getUnion (after.getBoundingBox (0, count, true));
+    return changed.getSmallestIntegerContainer().expanded (1);
+}
 } // namespace
 
-Column::Column (const juce::String& deviceName) : name (deviceName), shownName (DisplayText::fromName (deviceName))
+Column::Column (const juce::String& deviceName)
+    : name (deviceName),
+      shownName (DisplayText::fromName (deviceName)),
+      font (juce::Label().getFont().withHeight (fontHeight).boldened())
 {
     setTitle (deviceName);
 }
@@ -85,27 +105,16 @@ void Column::setFirmwareCounters (const FirmwareCounters& counters)
 }
 
 //==============================================================================
-static const char* getFormat (RowKind kind)
+static juce::String format (RowKind kind, double value)
 {
-    switch (kind)
-    {
-        case RowKind::bufferCount:
-        case RowKind::eventCount:
-            return "%.0f";
+    const bool isTime = kind == RowKind::time || kind == RowKind::bufferOffset;
+    const int decimals = isTime ? 3 : 0;
 
-        case RowKind::fifoLevel:
-            return "%.0f %%";
-
-        case RowKind::time:
-        case RowKind::bufferOffset:
-            return "%0.3f msec";
-
-        case RowKind::blank:
-        case RowKind::header:
-            break;
-    }
-
-    return "";
+    std::array<char, 64> text; // room for all that 64 bits can count, in ticks of any length
+    auto* end = text.data() + text.size() - sizeof (" msec");
+    end = std::to_chars (text.data(), end, value, std::chars_format::fixed, decimals).ptr;
+    std::strcpy (end, isTime ? " msec" : kind == RowKind::fifoLevel ? " %" : "");
+    return text.data();
 }
 
 Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
@@ -122,9 +131,11 @@ Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
 
         formattedBits[row] = bits;
 
-        if (auto text = juce::String::formatted (getFormat (rows[row].kind), values[row]); text != texts[row])
+        if (auto text = format (rows[row].kind, values[row]); text != texts[row])
         {
             texts[row] = std::move (text);
+            const auto before = std::exchange (layouts[row], layOut (row));
+            changes[row] = findChange (before, layouts[row]);
             changed.set (row);
         }
     }
@@ -172,7 +183,7 @@ void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const
 //==============================================================================
 void Column::paint (juce::Graphics& g)
 {
-    g.setFont (g.getCurrentFont().withHeight (fontHeight).boldened());
+    g.setFont (font);
     g.setColour (juce::Colours::white);
     g.drawFittedText (shownName,
                       0,
@@ -184,26 +195,41 @@ void Column::paint (juce::Graphics& g)
                       minimumScale);
 
     for (const auto row : valueRows)
-        if (const auto box = getBox (row); g.clipRegionIntersects (box))
-            paintBox (g, box, texts[row]);
+        if (g.clipRegionIntersects (getBox (row)))
+            paintBox (g, row);
 }
 
-void Column::paintBox (juce::Graphics& g, juce::Rectangle<int> box, const juce::String& text) const
+void Column::paintBox (juce::Graphics& g, std::size_t row) const
 {
     // The other figures that are painted at the same time would only make the clipping dear.
     const juce::Graphics::ScopedSaveState state (g);
-    g.reduceClipRegion (box);
-
+    g.reduceClipRegion (getBox (row));
     g.setColour (juce::Colour (75, 75, 75));
-    g.fillRect (box);
+    g.fillRect (getBox (row));
+    g.setColour (juce::Colours::white);
+    const auto area = g.getClipBounds().expanded (1, 0).toFloat();
 
+    for (const auto& glyph : layouts[row])
+        if (area.intersects (glyph.getBounds()))
+            glyph.draw (g);
+}
+
+void Column::resized()
+{
+    for (const auto row : valueRows)
+        layouts[row] = layOut (row);
+}
+
+juce::GlyphArrangement Column::layOut (std::size_t row) const
+{
     const int textInset = getWidth() / 16;
+    const auto area = getBox (row).withX (textInset).withWidth (getWidth() - 2 * textInset).toFloat();
 
-    // Not by drawFittedText, which keeps the layouts of the last texts: a figure is seldom the same again.
-    const auto area = box.withX (textInset).withWidth (getWidth() - 2 * textInset).toFloat();
-    juce::GlyphArrangement layout;
-    layout.addFittedText (g.getCurrentFont(),
-                          text,
+    // A copy of an empty one, which does not reserve room for the glyphs of whole pages.
+    static const juce::GlyphArrangement empty;
+    auto layout = empty;
+    layout.addFittedText (font,
+                          texts[row],
                           area.getX(),
                           area.getY(),
                           area.getWidth(),
@@ -211,8 +237,7 @@ void Column::paintBox (juce::Graphics& g, juce::Rectangle<int> box, const juce::
                           juce::Justification::centredLeft,
                           maximumLines,
                           minimumScale);
-    g.setColour (juce::Colours::white);
-    layout.draw (g);
+    return layout;
 }
 
 int Column::getRowHeight() const

@@ -47,16 +47,24 @@ public:
     /** Where a figure is shown, within the column. */
     juce::Rectangle<int> getBox (std::size_t row) const;
 
+    /** Where the last change of a figure is seen, within the column. */
+    juce::Rectangle<int> getChange (std::size_t row) const { return changes[row]; }
+
     void paint (juce::Graphics&) override;
+    void resized() override;
 
 private:
-    void paintBox (juce::Graphics&, juce::Rectangle<int> box, const juce::String& text) const;
+    void paintBox (juce::Graphics&, std::size_t row) const;
+    juce::GlyphArrangement layOut (std::size_t row) const;
     int getRowHeight() const;
 
     const juce::String name, shownName;
     std::array<double, StatisticsLayout::numRows> values {};
     std::array<std::uint64_t, StatisticsLayout::numRows> formattedBits {}; // of the values that the texts show
     std::array<juce::String, StatisticsLayout::numRows> texts;
+    std::array<juce::GlyphArrangement, StatisticsLayout::numRows> layouts; // of the texts
+    std::array<juce::Rectangle<int>, StatisticsLayout::numRows> changes;
+    const juce::Font font;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (Column)
 };

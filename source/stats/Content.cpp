@@ -231,7 +231,7 @@ static void repaintRows (Column& column, const Column::Rows& rows)
 {
     for (std::size_t row = 0; row < rows.size(); ++row)
         if (rows[row])
-            column.repaint (column.getBox (row));
+            column.repaint (column.getChange (row));
 }
 
 void Content::timerCallback()
@@ -427,7 +427,10 @@ void Content::paint (juce::Graphics& g)
 {
     g.fillAll (backgroundColour);
     g.setColour (juce::Colours::white);
-    g.drawRect (0, 0, getWidth(), getHeight());
+
+    // Clipping it to what the figures have changed would be dear.
+    if (! getLocalBounds().reduced (1).contains (g.getClipBounds()))
+        g.drawRect (0, 0, getWidth(), getHeight());
 
     g.setFont (g.getCurrentFont().withHeight (12.0f).boldened());
     const auto drawCaption = [&] (const char* text, int y)
