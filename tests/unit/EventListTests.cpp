@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <random>
-#include <ranges>
 
 using DriverProtocol::EventLogEntry;
 using Reply = TestDriver::Reply;
@@ -44,9 +43,12 @@ struct EventListTests : public testing::Test
 
     static juce::String cells (const EventList& events, int columnId)
     {
-        return join (std::views::iota (0, events.getEvents().size()),
-                     " ",
-                     [&] (int row) { return events.getCellText (row, columnId); });
+        juce::StringArray texts;
+
+        for (int row = 0; row < events.getEvents().size(); ++row)
+            texts.add (events.getCellText (row, columnId));
+
+        return texts.joinIntoString (" ");
     }
 };
 
@@ -104,9 +106,12 @@ TEST_F (EventListTests, cellsShowTheirRecord)
 
     const auto row = [&] (int number)
     {
-        return join (std::views::iota (EventList::indexColumn + 0, EventList::nameColumn + 2),
-                     "|",
-                     [&] (int column) { return events.getCellText (number, column); });
+        juce::StringArray texts;
+
+        for (int column = EventList::indexColumn; column <= EventList::nameColumn + 1; ++column)
+            texts.add (events.getCellText (number, column));
+
+        return texts.joinIntoString ("|");
     };
 
     EXPECT_EQ (row (0), "0(-1)|1000.000|0||Deck:ffffffff|Listen complete|");
