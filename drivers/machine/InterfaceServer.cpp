@@ -45,7 +45,7 @@ std::string describeError (const std::string& what)
 }
 
 /* A socket's path may be longer than its address has room for, so it is named through its folder's
-   descriptor. */
+    descriptor. */
 sockaddr_un socketAddress (int folderDescriptor)
 {
     sockaddr_un address {};

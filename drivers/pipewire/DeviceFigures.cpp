@@ -169,7 +169,7 @@ void DeviceFigures::measureSide (std::size_t index, const Part& part, const Acco
 }
 
 /* From the source's cycle to the sink's that is nearest to it; both are told of one after the other. Under one driver
-   there is nothing to measure. */
+    there is nothing to measure. */
 void DeviceFigures::measureOffset()
 {
     const auto& source = sides[record];

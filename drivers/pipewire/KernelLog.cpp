@@ -44,7 +44,7 @@ std::vector<std::string> KernelLog::read() const
 }
 
 /* "4,1234,5678,-;snd-bebob fw1.0: Detect discontinuity of CIP: 10 50": priority, number, time and flags, then driver,
-   device and what there is to say. Further lines of a record begin with a blank. */
+    device and what there is to say. Further lines of a record begin with a blank. */
 std::string findComplaint (std::string_view line)
 {
     constexpr unsigned warning = 4, notice = 5; // more is said by higher numbers, and by whoever is not the kernel

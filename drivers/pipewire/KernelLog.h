@@ -20,7 +20,7 @@ public:
     int getDescriptor() const { return log.get(); }
 
     /** The devices that have been complained about since, by the names that the kernel has for them, such as "fw1.0"
-       or, for a host controller, "0000:05:00.0"; once for each complaint. Does not wait. */
+        or, for a host controller, "0000:05:00.0"; once for each complaint. Does not wait. */
     std::vector<std::string> read() const;
 
 private:

@@ -18,7 +18,7 @@ constexpr std::int32_t finishedState = 3;
 constexpr std::uint32_t followerClock = SPA_PROFILER_followerBlock + 1;
 
 /* A time in nanoseconds; 0 when it is none. What is further away than 146 years is none: the others can be subtracted
-   from each other. */
+    from each other. */
 std::int64_t checkTime (std::int64_t time)
 {
     return time > 0 && time < std::numeric_limits<std::int64_t>::max() / 2 ? time : 0;

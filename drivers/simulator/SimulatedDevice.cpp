@@ -68,7 +68,7 @@ void SimulatedDevice::publish()
 }
 
 /* A client opens the interface by its socket. Meanwhile that lies where the folder of an interface that is not present
-   would: the next simulator there clears it away if this one is killed. */
+    would: the next simulator there clears it away if this one is killed. */
 void SimulatedDevice::setOpening (bool shouldOpen) const
 {
     const std::filesystem::path shown = interfaces + folderName, hidden = interfaces + "." + folderName;

@@ -5,8 +5,8 @@
 
 /* A bus of audio interfaces that stands in for the interfaces' driver under Wine.
 
-   The bus is a root device. Its control device takes orders; a child of the bus is one interface. Requests come on
-   one thread, devices are started and removed on another: one lock is held for what the two share. */
+    The bus is a root device. Its control device takes orders; a child of the bus is one interface. Requests come on
+    one thread, devices are started and removed on another: one lock is held for what the two share. */
 
 namespace
 {

@@ -225,9 +225,9 @@ void Interface::advance (std::int64_t now)
     publish();
 }
 
-bool Interface::isIn (Trouble trouble, RequestKind kind)
+bool Interface::isIn (Fault fault, RequestKind kind)
 {
-    auto& count = troubles[static_cast<std::size_t> (trouble)][static_cast<std::size_t> (kind)];
+    auto& count = faults[static_cast<std::size_t> (fault)][static_cast<std::size_t> (kind)];
     return count > 0 && count-- > 0;
 }
 
@@ -237,9 +237,9 @@ NTSTATUS Interface::handle (IRP* irp, std::int64_t now, DRIVER_CANCEL* cancel)
     ++received[static_cast<std::size_t> (kind)];
     advance (now);
 
-    for (const auto trouble : { Trouble::hang, Trouble::hold })
-        if (isIn (trouble, kind))
-            return keep (irp, trouble == Trouble::hang ? cancel : nullptr);
+    for (const auto fault : { Fault::hang, Fault::hold })
+        if (isIn (fault, kind))
+            return keep (irp, fault == Fault::hang ? cancel : nullptr);
 
     // Nobody else is answered meanwhile: the system hands requests over one by one.
     if (slownessMs > 0)
@@ -291,8 +291,8 @@ void Interface::answerKept()
 
 void Interface::resume()
 {
-    for (const auto trouble : { Trouble::hang, Trouble::hold })
-        for (auto& count : troubles[static_cast<std::size_t> (trouble)])
+    for (const auto fault : { Fault::hang, Fault::hold })
+        for (auto& count : faults[static_cast<std::size_t> (fault)])
             count = 0;
 
     answerKept();
@@ -319,10 +319,10 @@ NTSTATUS Interface::answer (IRP* irp, HANDLE process, ULONG& size)
     if (isExclusive && request.FileObject != owner)
         return STATUS_SHARING_VIOLATION;
 
-    if (isIn (Trouble::fail, kind))
+    if (isIn (Fault::fail, kind))
         return STATUS_UNSUCCESSFUL;
 
-    if (isIn (Trouble::warn, kind))
+    if (isIn (Fault::warn, kind))
     {
         constexpr int meaningless = 0x3C;
         size = sizes.OutputBufferLength;

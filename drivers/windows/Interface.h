@@ -57,7 +57,7 @@ public:
 
     //==============================================================================
     /** What can become of requests. */
-    enum class Trouble
+    enum class Fault
     {
         fail, /**< They fail. */
         warn, /**< They fail with a warning, and an answer that means nothing. */
@@ -65,10 +65,10 @@ public:
         hold  /**< As hang, but they cannot be cancelled. */
     };
 
-    /** Means trouble for the next requests of a kind, so many of them. */
-    void makeTrouble (Trouble trouble, RequestKind kind, std::uint32_t count)
+    /** So many of the next requests of a kind end in this. */
+    void injectFault (Fault fault, RequestKind kind, std::uint32_t count)
     {
-        troubles[static_cast<std::size_t> (trouble)][static_cast<std::size_t> (kind)] = count;
+        faults[static_cast<std::size_t> (fault)][static_cast<std::size_t> (kind)] = count;
     }
 
     /** Answers the requests that are kept, and keeps none any more. */
@@ -89,7 +89,7 @@ public:
     Simulation::DeviceModel& getModel() { return model; }
 
     /** Its name and path, opens so far, views of the block and their highest address, requests that are kept, and
-       requests so far by kind. */
+        requests so far by kind. */
     void describe (Answer& answer) const;
 
 private:
@@ -109,7 +109,7 @@ private:
         bool canBeCancelled;
     };
 
-    static constexpr std::size_t numTroubles = 4;
+    static constexpr std::size_t numFaults = 4;
 
     Interface (DEVICE_OBJECT* itsDevice, std::uint32_t itsNumber) : device (itsDevice), number (itsNumber) {}
 
@@ -117,7 +117,7 @@ private:
     NTSTATUS writeRegistryValues();
     void publish();
     NTSTATUS map (FILE_OBJECT* file, HANDLE process, std::uint32_t& address);
-    bool isIn (Trouble trouble, RequestKind kind);
+    bool isIn (Fault fault, RequestKind kind);
     NTSTATUS keep (IRP* irp, DRIVER_CANCEL* cancel);
     void answerKept();
     NTSTATUS answer (IRP* irp, HANDLE process);
@@ -137,7 +137,7 @@ private:
     View views[8] {};
     Kept kept[32] {};
     std::uint32_t received[DriverProtocol::numRequestKinds] {};
-    std::uint32_t troubles[numTroubles][DriverProtocol::numRequestKinds] {};
+    std::uint32_t faults[numFaults][DriverProtocol::numRequestKinds] {};
     std::uint32_t slownessMs = 0;
     Simulation::DeviceModel model;
 };

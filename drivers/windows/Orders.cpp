@@ -9,7 +9,7 @@ namespace
 {
 using DriverProtocol::numRequestKinds;
 using DriverProtocol::requestNames;
-using Trouble = Interface::Trouble;
+using Fault = Interface::Fault;
 
 constexpr std::uint32_t always = 0xFFFFFFFF;
 
@@ -37,12 +37,12 @@ struct Order
 };
 
 //==============================================================================
-template <Trouble trouble>
-Error makeTrouble (const Call& call)
+template <Fault fault>
+Error injectFault (const Call& call)
 {
     if (call.kind < numRequestKinds)
-        call.interface->makeTrouble (trouble, static_cast<Interface::RequestKind> (call.kind), call.number);
-    else if (trouble == Trouble::fail && (call.number == 0 || call.number == always))
+        call.interface->injectFault (fault, static_cast<Interface::RequestKind> (call.kind), call.number);
+    else if (fault == Fault::fail && (call.number == 0 || call.number == always))
         call.interface->setOpening (call.number == 0);
     else
         return "open fails always or never";
@@ -53,7 +53,7 @@ Error makeTrouble (const Call& call)
 Error stop (const Call& call)
 {
     for (std::size_t kind = 0; kind < numRequestKinds; ++kind)
-        call.interface->makeTrouble (Trouble::hold, static_cast<Interface::RequestKind> (kind), always);
+        call.interface->injectFault (Fault::hold, static_cast<Interface::RequestKind> (kind), always);
 
     return none;
 }
@@ -118,10 +118,10 @@ constexpr Order orders[] {
       [] (const Call& call)
       { return call.model->setBufferSize (call.number) ? none : "a buffer is 16 to 8192 samples"; } },
     { "glitch", "DEV", [] (const Call& call) { return call.model->glitch(), none; } },
-    { "fail", "DEV REQUEST [COUNT|always|never]", makeTrouble<Trouble::fail> },
-    { "warn", "DEV REQUEST [COUNT|always|never]", makeTrouble<Trouble::warn> },
-    { "hang", "DEV REQUEST [COUNT|always|never]", makeTrouble<Trouble::hang> },
-    { "hold", "DEV REQUEST [COUNT|always|never]", makeTrouble<Trouble::hold> },
+    { "fail", "DEV REQUEST [COUNT|always|never]", injectFault<Fault::fail> },
+    { "warn", "DEV REQUEST [COUNT|always|never]", injectFault<Fault::warn> },
+    { "hang", "DEV REQUEST [COUNT|always|never]", injectFault<Fault::hang> },
+    { "hold", "DEV REQUEST [COUNT|always|never]", injectFault<Fault::hold> },
     { "stop", "DEV", stop },
     { "resume", "DEV", [] (const Call& call) { return call.interface->resume(), none; } },
     { "exclusive", "DEV", [] (const Call& call) { return call.interface->makeExclusive(), none; } },

@@ -19,10 +19,10 @@
 #include <thread>
 
 /* Says "serving" when the test bus is there, then takes orders on its standard input, one a line: its own, which are
-   about what only Windows has, and all that the bus takes. Each is answered by one line, "ok ..." or "error: ...". Ends
-   with "quit" or its input.
+    about what only Windows has, and all that the bus takes. Each is answered by one line, "ok ..." or "error: ...".
+    Ends with "quit" or its input.
 
-   While it runs it keeps the Wine session alive, and is the notification bridge. */
+    While it runs it keeps the Wine session alive, and is the notification bridge. */
 
 namespace
 {

@@ -8,7 +8,7 @@ namespace Windows
 {
 
 /** How many threads of the program that has the visible window of this title run above normal priority; -1 when there
-   is no such window.
+    is no such window.
 */
 int countUrgentThreads (const std::string& title);
 

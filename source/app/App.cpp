@@ -6,14 +6,6 @@
 
 #include <iostream>
 
-static void setColours()
-{
-    auto& lookAndFeel = juce::LookAndFeel::getDefaultLookAndFeel();
-    lookAndFeel.setColour (juce::Label::textColourId, juce::Colours::white);
-    lookAndFeel.setColour (juce::Label::backgroundColourId, juce::Colour (15, 15, 15));
-    lookAndFeel.setColour (juce::TextButton::buttonColourId, juce::Colour (0, 200, 0));
-}
-
 void App::initialise (const juce::String&)
 {
     instanceLock = std::make_unique<juce::InterProcessLock> (InstanceLock::getNameForUser ("Quendel lock"));
@@ -25,7 +17,6 @@ void App::initialise (const juce::String&)
     }
 
     appearance = std::make_unique<Appearance>();
-    setColours();
 
     const auto* display =
         Session::namesDisplay() ? juce::Desktop::getInstance().getDisplays().getPrimaryDisplay() : nullptr;

@@ -4,6 +4,7 @@
 #include "platform/WindowIcon.h"
 #include "protocol/ProgramNames.h"
 #include "stats/Content.h"
+#include "text/InterfaceColours.h"
 
 /** Where the window's position is kept, as decimal text. */
 static const juce::String RegistryPath ("HKEY_CURRENT_USER\\" + juce::String (ProgramNames::settingsKey));
@@ -30,7 +31,7 @@ static float findScale (const juce::Rectangle<int>& workArea, int height)
 }
 
 AppWindow::AppWindow (DeviceList* devices, int defaultX, int defaultY)
-    : DocumentWindow ("Quendel", juce::Colour (15, 15, 15), minimiseButton | closeButton, false)
+    : DocumentWindow ("Quendel", InterfaceColours::ground, minimiseButton | closeButton, false)
 {
     setTitleBarTextCentred (false);
     setOpaque (true);

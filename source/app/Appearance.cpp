@@ -1,11 +1,16 @@
 #include "app/Appearance.h"
 
+#include "text/InterfaceColours.h"
+
 static const juce::Colour markColour (0, 40, 220);
 
 Appearance::Appearance()
 {
-    setColour (juce::ProgressBar::backgroundColourId, juce::Colour (15, 15, 15));
-    setColour (juce::ProgressBar::foregroundColourId, juce::Colour (0, 200, 0));
+    setColour (juce::Label::textColourId, juce::Colours::white);
+    setColour (juce::Label::backgroundColourId, InterfaceColours::ground);
+    setColour (juce::TextButton::buttonColourId, InterfaceColours::button);
+    setColour (juce::ProgressBar::backgroundColourId, InterfaceColours::ground);
+    setColour (juce::ProgressBar::foregroundColourId, InterfaceColours::button);
     setDefaultLookAndFeel (this);
 }
 

@@ -3,7 +3,7 @@
 #include "text/TextLook.h"
 
 /** How everything is drawn: as the toolkit has it, but for what would be hard to see. The default for all windows as
-   long as it lives. Message thread.
+    long as it lives. Message thread.
 */
 class Appearance : public TextLook
 {

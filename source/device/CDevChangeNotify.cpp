@@ -117,7 +117,7 @@ void CDevChangeNotify::catchUp (bool listedMayBeOld)
 
 /** A device that left and came back can arrive while the list still holds it. If that one still answers, or is only
     silent, it is the same device, and it is not listed twice; if not, its removal went unnoticed and is made up for.
-   One that the view has still to open has only just been found by catching up.
+    One that the view has still to open has only just been found by catching up.
 */
 void CDevChangeNotify::deviceArrived (const juce::String& path)
 {

@@ -19,9 +19,6 @@ DeviceList::~DeviceList()
 
     // Not under the lock: it waits for a notification that may want the list.
     notifier.reset();
-
-    // What that notification has still inserted.
-    clear();
 }
 
 //==============================================================================

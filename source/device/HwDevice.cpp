@@ -141,7 +141,7 @@ void HwDevice::closeForRemoval (const DEV_BROADCAST_HANDLE& notification)
     if (closedForRemoval || handle == nullptr || ! handle->isAbout (notification))
         return;
 
-    // First of all: it ends a reading of the event log, which would let nobody else have the handle for long.
+    // First: stops readEventEntry, which holds handleLock.
     closedForRemoval = true;
 
     const juce::ScopedLock handleChanges (handleLock);
@@ -248,11 +248,12 @@ RequestResult HwDevice::readEventEntry (std::uint32_t index, EventLogEntry& entr
 }
 
 //==============================================================================
-TransactionResult HwDevice::transact (const void* input,
+/** One transaction, on an input and an output buffer that may be the same. Call with the lock held. */
+TransactionResult HwDevice::transact (DriverHandle::Kind kind,
+                                      const void* input,
                                       std::size_t inputSize,
                                       void* output,
-                                      std::size_t outputSize,
-                                      DriverHandle::Kind kind)
+                                      std::size_t outputSize)
 {
     constexpr std::uint32_t refusedStatus = 0x102, otherRefusedStatus = 0xC0120090;
     constexpr std::uint32_t harmlessDeviceStatus = 12;
@@ -291,7 +292,7 @@ void HwDevice::prepareBlock (FirmwareCounterAccess access)
 TransactionResult HwDevice::accessFirmwareCounters (DriverHandle::Kind kind, FirmwareCounterAccess access)
 {
     prepareBlock (access);
-    return transact (&block, sizeof (block), &block, sizeof (block), kind);
+    return transact (kind, &block, sizeof (block), &block, sizeof (block));
 }
 
 void HwDevice::askForFirmwareCounters()
@@ -325,7 +326,8 @@ TransactionResult HwDevice::probe()
     block.length = headerLength;
     block.requestClass = 0;
     block.code = ProbeDevice;
-    const auto result = transact (&block, TransactionBlock::headerSize, replyArea.data(), probeReplySize);
+    const auto result =
+        transact (DriverHandle::Kind::act, &block, TransactionBlock::headerSize, replyArea.data(), probeReplySize);
 
     if (result != succeeded)
         std::memset (replyArea.data() + TransactionBlock::headerSize, 0, sizeof (std::uint32_t));

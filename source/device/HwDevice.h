@@ -120,8 +120,9 @@ public:
     /** Resets the driver's statistics, then the firmware's counters; nobody hears how that went. */
     void resetStatistics();
 
-    /** Sends the request for the firmware's counters and waits for nothing; readFirmwareCounters has then less to wait
-     * for. */
+    /** Sends the request for the firmware's counters and waits for nothing: the next readFirmwareCounters has less to
+        wait for.
+    */
     void askForFirmwareCounters();
 
     /** Writes the counters only on success. */
@@ -136,13 +137,6 @@ public:
     */
     RequestResult readEventEntry (std::uint32_t index, DriverProtocol::EventLogEntry& entry);
 
-    /** One transaction, on an input and an output buffer that may be the same. Call with the lock held. */
-    TransactionResult transact (const void* input,
-                                std::size_t inputSize,
-                                void* output,
-                                std::size_t outputSize,
-                                DriverHandle::Kind kind = DriverHandle::Kind::act);
-
 private:
     /** Room for the probe's reply: its fixed part and 100 words. */
     static constexpr auto replyAreaSize = DriverProtocol::probeReplyFixedSize + 400;
@@ -152,6 +146,11 @@ private:
     void closeInterface();
     void mapStatistics();
     DriverHandle::Outcome sendCommand (DriverHandle::Kind kind, DriverProtocol::CommandEnvelope& envelope);
+    TransactionResult transact (DriverHandle::Kind kind,
+                                const void* input,
+                                std::size_t inputSize,
+                                void* output,
+                                std::size_t outputSize);
     void prepareBlock (DriverProtocol::FirmwareCounterAccess access);
     TransactionResult accessFirmwareCounters (DriverHandle::Kind kind, DriverProtocol::FirmwareCounterAccess access);
 

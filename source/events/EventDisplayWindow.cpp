@@ -3,27 +3,13 @@
 #include "events/EventDisplayWindowContent.h"
 #include "platform/WindowIcon.h"
 
-namespace
-{
-/** While it lives, the pointer says that the program is busy. */
-struct BusyPointer
-{
-    BusyPointer()
-    {
-        juce::MouseCursor::showWaitCursor();
-
-        // What waits for an answer of the display's sends off what was said before.
-        juce::Desktop::getMousePosition();
-    }
-
-    ~BusyPointer() { juce::MouseCursor::hideWaitCursor(); }
-};
-} // namespace
-
 static std::unique_ptr<EventDisplayWindowContent> readLogs (const DeviceList& devices)
 {
-    const BusyPointer busyPointer;
-    return std::make_unique<EventDisplayWindowContent> (devices);
+    juce::MouseCursor::showWaitCursor();
+    juce::Desktop::getMousePosition(); // a question to the display sends off what was said before
+    auto content = std::make_unique<EventDisplayWindowContent> (devices);
+    juce::MouseCursor::hideWaitCursor();
+    return content;
 }
 
 EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)

@@ -1,6 +1,7 @@
 #include "events/EventDisplayWindowContent.h"
 
 #include "events/EventList.h"
+#include "text/InterfaceColours.h"
 
 static constexpr int stripHeight = 46;
 
@@ -8,7 +9,7 @@ EventDisplayWindowContent::EventDisplayWindowContent (const DeviceList& devices)
 {
     addAndMakeVisible (tabs);
 
-    saveButton.setColour (juce::TextButton::buttonColourId, juce::Colour (0, 200, 0));
+    saveButton.setColour (juce::TextButton::buttonColourId, InterfaceColours::button);
     saveButton.addListener (this);
     saveButton.setSize (90, 26);
     saveButton.setHasFocusOutline (true);
@@ -24,7 +25,7 @@ EventDisplayWindowContent::EventDisplayWindowContent (const DeviceList& devices)
 
 void EventDisplayWindowContent::paint (juce::Graphics& g)
 {
-    g.fillAll (juce::Colour (15, 15, 15));
+    g.fillAll (InterfaceColours::ground);
 }
 
 void EventDisplayWindowContent::resized()

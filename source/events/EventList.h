@@ -22,7 +22,7 @@ public:
     };
 
     /** Reads the logs, one request per entry: this takes its time, in which devices can come and go and positions in
-       the DeviceList change. So the lists of one window are made from the devices that there were at one moment.
+        the DeviceList change. So the lists of one window are made from the devices that there were at one moment.
 
         @param devices      in the list's order
         @param deviceIndex  the one to read, or negative for all of them

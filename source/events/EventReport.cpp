@@ -57,12 +57,19 @@ juce::String getFileName (const juce::Time& time)
     return juce::File::createLegalFileName (name.replaceCharacter (':', '_'));
 }
 
+/** Every line end becomes one of the report's, also within a name. */
+static juce::String endLines (const juce::String& lines)
+{
+    juce::MemoryOutputStream text;
+    text.writeText (lines, false, false, "\r\n");
+    return text.toString();
+}
+
 juce::String getLine (const juce::Array<EventRecord>& events, int row, const juce::StringArray& deviceNames)
 {
-    juce::MemoryOutputStream line, text;
+    juce::MemoryOutputStream line;
     appendLine (line, row, events[row], events[0], deviceNames);
-    text.writeText (line.toString(), false, false, "\r\n");
-    return text.toString();
+    return endLines (line.toString());
 }
 
 /** Leaves nothing of an earlier report. A file that has to stay loses what is in it. */
@@ -75,18 +82,13 @@ static bool clear (const juce::File& file)
     return stream.openedOk() && stream.setPosition (0) && stream.truncate().wasOk();
 }
 
-/** Every line end becomes one of the report's, also within a name.
-    @returns false when the lines are not, or not all, in the file
-*/
+/** @returns false when the lines are not, or not all, in the file */
 static bool appendLines (const juce::File& file, const juce::String& lines)
 {
-    juce::MemoryOutputStream bytes;
-    bytes.writeText (lines, false, false, "\r\n");
-
     // The toolkit's appendText hears of no error, as the file is written when its buffer goes.
     constexpr std::size_t noBuffer = 0;
     juce::FileOutputStream stream (file, noBuffer);
-    return stream.openedOk() && stream.write (bytes.getData(), bytes.getDataSize());
+    return stream.openedOk() && stream.write (lines.toRawUTF8(), lines.getNumBytesAsUTF8());
 }
 
 void write (const juce::File& file,
@@ -100,7 +102,7 @@ void write (const juce::File& file,
     // Behind lines that are missing there must be no others.
     const auto appendText = [&]
     {
-        isIntact = isIntact && appendLines (file, text.toString());
+        isIntact = isIntact && appendLines (file, endLines (text.toString()));
         text.reset();
     };
 

@@ -5,8 +5,8 @@
 #include <juce_core/juce_core.h>
 
 /** The event report: one comma-separated line per event, UTF-8 without a byte-order mark, CR LF line ends. In a line
-   are the row counted from 0, milliseconds since the first row, microseconds since the previous event in time,
-   device:parameter, and the name.
+    are the row counted from 0, milliseconds since the first row, microseconds since the previous event in time,
+    device:parameter, and the name.
 */
 namespace EventReport
 {

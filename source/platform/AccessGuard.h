@@ -25,7 +25,7 @@ std::size_t readableBytes (const void* address) noexcept;
 /** Calls reading (context); false when a fault cut it short. What it had stored until then stays stored.
 
     The call is left without unwinding: reading must not own anything that has a destructor. Nothing between here and
-   the fault is noexcept: structured exceptions end the program there.
+    the fault is noexcept: structured exceptions end the program there.
 */
 bool run (void (*reading) (void* context), void* context);
 

@@ -8,7 +8,7 @@
 
     A request that was not answered in time is given up, but its answer is owed: until it has come nothing else is sent.
     Late is not dead. What is asked again and again takes a late answer for the next one, so that a slow driver's
-   figures are a look old; and once a driver has answered, however late, nothing is held against it. Any thread.
+    figures are a look old; and once a driver has answered, however late, nothing is held against it. Any thread.
 */
 class DriverHandle
 {
@@ -53,7 +53,7 @@ public:
     Outcome request (Kind kind, DWORD controlCode, const void* input, DWORD inputSize, void* output, DWORD outputSize);
 
     /** The first half of a look, which waits for nothing: the same look by request() then finds it under way. So
-       several drivers can work on their answers at the same time.
+        several drivers can work on their answers at the same time.
     */
     void ask (DWORD controlCode, const void* input, DWORD inputSize, const void* output, DWORD outputSize);
 

@@ -25,7 +25,7 @@ public:
 
         @param path      as the system reported it, in its own bytes
         @param window    is sent what the system wants of the open file, as DEV_BROADCAST_HANDLE; null: nobody hears of
-       it
+        it
         @param limit     how long may be waited
         @param answered  whether the driver let itself be opened, or refused, within that; if not, and there is a line
                          nevertheless, receive() is due for the opening first

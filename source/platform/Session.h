@@ -5,7 +5,7 @@ namespace Session
 {
 
 /** Has the signals that end a program or its session quit the application in order, as an interrupt does. Where a
-   session ends with messages the toolkit follows them by itself.
+    session ends with messages the toolkit follows them by itself.
 */
 void quitOnSignals();
 

@@ -6,7 +6,7 @@
 #include <optional>
 
 /** What one reads by pointing at a column, or has read aloud: a list of its name and its figures, which lies over it
-   and paints nothing. Texts are made when they are asked for, and no change is announced. Message thread.
+    and paints nothing. Texts are made when they are asked for, and no change is announced. Message thread.
 */
 class ColumnNotes : public juce::Component
 {

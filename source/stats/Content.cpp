@@ -6,6 +6,7 @@
 #include "platform/NativeDialogs.h"
 #include "stats/Explanations.h"
 #include "stats/StatisticsReport.h"
+#include "text/InterfaceColours.h"
 #include <algorithm>
 
 namespace
@@ -35,7 +36,6 @@ constexpr int buttonHeight = 26;
 constexpr int buttonsFromBottom = 33;
 constexpr int viewHeight = buttonsY + 38;
 
-const juce::Colour backgroundColour (15, 15, 15);
 const juce::Colour statusColour (55, 55, 55);
 
 juce::String describeSampleRate (std::uint32_t hz)
@@ -425,7 +425,7 @@ void Content::resized()
 
 void Content::paint (juce::Graphics& g)
 {
-    g.fillAll (backgroundColour);
+    g.fillAll (InterfaceColours::ground);
     g.setColour (juce::Colours::white);
 
     // Clipping it to what the figures have changed would be dear.

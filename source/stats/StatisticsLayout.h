@@ -24,7 +24,7 @@ struct StatisticsRow
     const char* label = nullptr; /**< Null for a blank row. */
 
     /** Where a figure comes from: the driver's, the offset in its StatisticsBlock, bytes; the firmware's, the word in
-       the reply to ReadFirmwareCounters.
+        the reply to ReadFirmwareCounters.
     */
     std::size_t source = 0;
 

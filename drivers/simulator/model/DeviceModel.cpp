@@ -193,7 +193,7 @@ void DeviceModel::advance (std::int64_t now)
 }
 
 /* All that happens in an ordinary buffer is over before the buffer is: the host has four fifths of it at
-   most, the DPC and the wake-up the rest. */
+    most, the DPC and the wake-up the rest. */
 DeviceModel::Buffer DeviceModel::describeBuffer (std::int64_t start, std::int64_t period)
 {
     Buffer buffer {};

@@ -7,7 +7,7 @@
 /** The folder that a driver process serves in place of Windows' device tree (docs/machine-folder.md).
 
     Nothing in it is trusted: what is not a folder, a plain file or a socket where one belongs is not there, and a
-   symbolic link is no folder. Free of state; may be called on any thread.
+    symbolic link is no folder. Free of state; may be called on any thread.
 */
 namespace MachineFolder
 {

@@ -12,7 +12,7 @@ namespace
 {
 
 /** The process's one watch over the machine folder. Its descriptors are never closed: whoever closes one that watches,
-   or was waiting for it then, has to wait until the kernel has tidied up, and that takes seconds on a busy machine.
+    or was waiting for it then, has to wait until the kernel has tidied up, and that takes seconds on a busy machine.
 */
 struct FolderWatch
 {

@@ -6,7 +6,7 @@
 #include <utility>
 
 /* Device I/O is synchronous, and a thread that a driver keeps cannot be had back: Windows does not even end its process
-   before the driver lets go. So each line has a thread of its own, which alone meets the driver. */
+    before the driver lets go. So each line has a thread of its own, which alone meets the driver. */
 
 namespace
 {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 /* Part of the program itself, not of its library: what must hold before anything of the toolkit runs. Libraries come
-   from the system's folder, whatever lies beside the program or in the folder that it was started in. */
+    from the system's folder, whatever lies beside the program or in the folder that it was started in. */
 
 // The ones that the toolkit asks for by name later.
 [[maybe_unused]] static const bool onlyTheSystemsFolder = SetDefaultDllDirectories (LOAD_LIBRARY_SEARCH_SYSTEM32) != 0;

@@ -27,7 +27,7 @@ private:
 };
 
 /** Whether both numbers could be read, with something in between, and what they were; what was not read is -1. No
-   template: a compiler must not see that what comes after a fault is out of reach.
+    template: a compiler must not see that what comes after a fault is out of reach.
 */
 std::tuple<bool, int, int> readNumbers (Page& page, void (*between) (Page&))
 {
