@@ -66,6 +66,8 @@ static constexpr std::array<Explanation, StatisticsLayout::valueRows.size()> exp
       "source." },
 } };
 
+static_assert (explanations.back().text != nullptr, "every figure has its explanation");
+
 const Explanation& get (std::size_t row)
 {
     const auto& figures = StatisticsLayout::valueRows;
