@@ -1,49 +1,12 @@
-"""Long and hard use. QUENDEL_STORM_ROUNDS says how often the program is started in the storm, 5 times if not set;
-QUENDEL_ENDURANCE_MINUTES how long it is used, not at all if not set, by the sequence of QUENDEL_ENDURANCE_SEED."""
+"""Long use: QUENDEL_ENDURANCE_MINUTES, not at all if not set, by the sequence of QUENDEL_ENDURANCE_SEED."""
 
 import os
 import pathlib
 import random
-import threading
 import time
 
 import pytest
-from desk import wait_until
 from worlds import ask
-
-
-@pytest.mark.timeout(0)  # as long as it was told to
-@pytest.mark.only_in('bare', why='what makes the storm hard is the notifications, whatever shows the window')
-def test_starts_and_stops_in_a_storm_of_changes(world):
-    world.plug('Alpha')
-    changes, calm = 0, threading.Event()
-
-    def storm():
-        nonlocal changes
-
-        while not calm.is_set():
-            name = f'S{changes % 5}'
-            world.order(f'plug {name}')
-            world.order(('kill ' if changes % 3 == 0 else 'unplug ') + name)
-            changes += 1
-
-    def can_hear():
-        # A removal before there is a view ends the program as well.
-        return not world.program.is_running() or any(map(world.desk.has_keyboard, world.desk.windows('Quendel')))
-
-    thread = threading.Thread(target=storm)
-    thread.start()
-
-    try:
-        for i in range(int(os.environ.get('QUENDEL_STORM_ROUNDS', 5))):
-            world.program, enough = world.run(), changes + i % 7 * 50
-            wait_until('some changes', lambda: changes >= enough)
-            wait_until('the program can hear', can_hear)
-            world.press('Escape')
-            world.expect_exit()
-    finally:
-        calm.set()
-        thread.join()
 
 
 def take_sample(program):

@@ -407,30 +407,6 @@ TEST_F (DeviceChangeSoakTests, viewFollowsAThousandChanges)
     EXPECT_TRUE (waitFor ([&] { return countOfProcess ("task") <= threads; })) << countOfProcess ("task");
 }
 
-TEST_F (DeviceChangeSoakTests, sameInterfaceComingBackIsOneColumn)
-{
-    DeviceList devices;
-    Content content (devices);
-
-    for (int i = 0; i < 100; ++i)
-    {
-        const auto driver = plugIn ("d1");
-        ASSERT_TRUE (i % 2 == 0 || runMessagesUntil ([&] { return devices.getNumDevices() == 2; }));
-        driver->kill();
-    }
-
-    const auto driver = plugIn ("d1");
-    ASSERT_TRUE (runMessagesUntil ([&] { return namesOf (devices) == "d1,anchor" && content.getWidth() == 490; }));
-
-    // An interface that only moves out of sight and back keeps its driver, and its one place.
-    const auto folder = machine.getInterfaceFolder ("d1");
-    ASSERT_TRUE (folder.moveFileTo (folder.getSiblingFile (".d1")));
-    ASSERT_TRUE (folder.getSiblingFile (".d1").moveFileTo (folder));
-    const auto last = plugIn ("d2");
-    ASSERT_TRUE (runMessagesUntil ([&] { return devices.getNumDevices() == 3; }));
-    EXPECT_EQ (namesOf (devices), "d2,d1,anchor");
-}
-
 /** The application's start and stop, its notification thread included, while interfaces never stop coming and going. */
 TEST_F (DeviceChangeSoakTests, startsAndStopsInAStormOfChanges)
 {

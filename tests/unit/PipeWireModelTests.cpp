@@ -1,5 +1,4 @@
 #include "drivers/machine/ErrorCode.h"
-#include "drivers/pipewire/AudioInterface.h"
 #include "drivers/pipewire/DeviceFigures.h"
 #include "drivers/pipewire/Options.h"
 #include "drivers/pipewire/ProfileReader.h"
@@ -10,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cstdlib>
 #include <span>
 #include <sstream>
 #include <tuple>
@@ -465,37 +463,6 @@ TEST_F (PipeWireFiguresTests, idIsWhoseItWasWhenTheCycleBegan)
 }
 
 //==============================================================================
-TEST (PipeWireInterfaceTests, requestsAreAnsweredAsTheProtocolHasThem)
-{
-    using namespace DriverProtocol;
-
-    AudioInterface interface ({ 1, "folder", "Name", 1, 2, "" }, "/nowhere");
-    const auto ask = [&] (const auto& input, std::uint32_t code, std::uint32_t size)
-    {
-        const auto* bytes = reinterpret_cast<const std::uint8_t*> (&input);
-        return interface.handle ({ code, size, { bytes, sizeof (input) }, 1 }).packet;
-    };
-
-    for (const auto code : { ReadStreamStatus, MapStatistics, ResetStatistics, ReadEventEntry })
-        EXPECT_EQ (ask (CommandEnvelope { {}, code, {} }, IOCTL_DEVICE_COMMAND, 64).size(), 4u + 64);
-
-    EXPECT_EQ (ask (CommandEnvelope { {}, 99, {} }, IOCTL_DEVICE_COMMAND, 64)[0], Machine::invalidFunction);
-    EXPECT_EQ (ask ('c', IOCTL_DEVICE_COMMAND, 64)[0], Machine::invalidParameter);
-
-    const auto transact = [&] (TransactionCode code, std::uint32_t length, std::uint32_t access, std::uint32_t size) {
-        return ask (TransactionBlock { 7, length, {}, 0, code, 7, { access } }, IOCTL_DEVICE_TRANSACTION, size);
-    };
-
-    EXPECT_EQ (transact (ProbeDevice, headerLength, 0, 28).size(), 4u + 28);
-    EXPECT_EQ (transact (ProbeDevice, headerLength, 0, 4000).size(), 4u + 64);
-    EXPECT_EQ (transact (AccessFirmwareCounters, headerLength, 0, 92)[0], Machine::invalidParameter);
-    const auto counters = transact (AccessFirmwareCounters, fullLength, 0, 92);
-    ASSERT_EQ (counters.size(), 4u + 92);
-    EXPECT_EQ (counters[4 + offsetof (TransactionBlock, status)], 0) << "what the last reply said does not come back";
-    EXPECT_EQ (counters[4 + offsetof (TransactionBlock, deviceStatus)], 0);
-    EXPECT_EQ (transact (AccessFirmwareCounters, fullLength, 1, 92)[0], Machine::invalidParameter);
-}
-
 TEST (PipeWireOptionsTests, wrongOnesAreSaidInALine)
 {
     for (const auto& [word, expected] : { std::pair { "--device", "--device needs a value" },

@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 struct Client
 {
     // Beside the errors that there are.
-    static constexpr std::uint32_t noReply = 0xFFFF0001, noConnection = 0xFFFF0002;
+    static constexpr std::uint32_t noConnection = 0xFFFF0001;
 
     explicit Client (const fs::path& folder)
     {
@@ -39,7 +39,7 @@ struct Client
     {
         std::uint32_t error = 0;
         const auto size = ::recv (socket.get(), &error, sizeof (error), 0);
-        return size > 0 ? error : size == 0 ? noConnection : noReply;
+        return size > 0 ? error : noConnection;
     }
 
     FileDescriptor socket { ::socket (AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) };
@@ -146,42 +146,6 @@ TEST_F (SimulatorOrders, SurviveHostileRequests)
     EXPECT_EQ (order ("counts A"),
                "ok open=1 stream-status=1 map-statistics=0 reset-statistics=0 event-entry=0 probe=0 read-counters=0 "
                "clear-counters=0 other=1");
-}
-
-TEST_F (SimulatorOrders, FailStopAndUnplug)
-{
-    const auto place = folderOf (0);
-    const FileDescriptor unplugged (::dup (getSection ("A").getReadOnlyDescriptor()));
-    const FileDescriptor killed (::dup (getSection ("B").getReadOnlyDescriptor()));
-    const Client client (place), pending (place);
-    EXPECT_EQ (order ("fail A stream-status 1"), "ok");
-    EXPECT_EQ (ask (client, ReadStreamStatus), generalFailure);
-    EXPECT_EQ (ask (client, ReadStreamStatus), noError);
-
-    // A device that goes leaves nobody waiting, and whoever has opened it hears of it.
-    EXPECT_EQ (order ("stop A"), "ok");
-    EXPECT_EQ (ask (pending, ReadStreamStatus), Client::noReply);
-    const Client late (place);
-    EXPECT_EQ (order ("unplug A"), "ok");
-    simulator->serve();
-    EXPECT_EQ (pending.receive(), deviceNotConnected);
-    EXPECT_EQ (ask (client, ReadStreamStatus), deviceNotConnected);
-    EXPECT_EQ (ask (late, ReadStreamStatus), deviceNotConnected);
-    EXPECT_FALSE (fs::exists (place));
-    EXPECT_EQ (::lseek (unplugged.get(), 0, SEEK_END), 0);
-
-    EXPECT_EQ (order ("plug A"), "ok A");
-    EXPECT_EQ (order ("fail all open always"), "ok");
-    EXPECT_FALSE (fs::exists (place / "driver"));
-    EXPECT_EQ (order ("fail A open never"), "ok");
-    const Client other (place);
-    EXPECT_EQ (ask (other, ReadStreamStatus), noError);
-    EXPECT_EQ (order ("kill all"), "ok");
-    EXPECT_EQ (other.receive(), Client::noConnection);
-    EXPECT_EQ (::lseek (killed.get(), 0, SEEK_END), 0);
-    EXPECT_TRUE (fs::is_empty (interfaces()));
-    simulator.reset();
-    EXPECT_FALSE (fs::exists (machine));
 }
 
 TEST_F (SimulatorOrders, StartReplacesWhatAKilledSimulatorLeft)

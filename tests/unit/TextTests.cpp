@@ -1,5 +1,4 @@
 #include "events/EventList.h"
-#include "stats/Column.h"
 #include "text/DisplayText.h"
 #include "text/TextLook.h"
 
@@ -90,18 +89,6 @@ TEST (TextTests, namesAreOnOneLineAndInTheOrderInWhichTheyAreDrawn)
                                        { u8"سلام", u8"\uFEE1\uFEFC\uFEB3" },
                                        { u8"لا گ", u8"\uFB92 \uFEFB" } })
         EXPECT_EQ (DisplayText::fromName (utf8 (name)), utf8 (isOursToOrder ? drawn : name));
-}
-
-TEST (TextTests, aLineBreakInANameStaysInItsRow)
-{
-    const auto paintColumn = [] (const char* name)
-    {
-        Column column (name);
-        column.setSize (150, 504);
-        return column.createComponentSnapshot (column.getLocalBounds());
-    };
-
-    EXPECT_TRUE (looksLike (paintColumn ("Deck\nTwo"), paintColumn ("Deck Two")));
 }
 
 TEST (TextTests, aTableIsWhiteBelowItsLastRow)
