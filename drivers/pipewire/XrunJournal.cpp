@@ -13,7 +13,7 @@ namespace
 constexpr std::int64_t second = 1'000'000'000;
 
 // Longer than the profiler takes to tell of a cycle.
-constexpr auto patience = 2 * second;
+constexpr auto longestWait = 2 * second;
 } // namespace
 
 void XrunJournal::add (const std::string& device, const Xrun& xrun)
@@ -41,7 +41,7 @@ std::vector<std::string> XrunJournal::take (std::int64_t now, std::int64_t wallT
 
     const auto isReady = [&] (const Entry& entry)
     {
-        return ! waits || now - entry.time > patience
+        return ! waits || now - entry.time > longestWait
                || std::ranges::all_of (entry.clients, [] (const Client& client) { return client.back > 0; });
     };
 

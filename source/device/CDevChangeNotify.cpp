@@ -123,7 +123,7 @@ void CDevChangeNotify::deviceArrived (const juce::String& path)
 {
     const auto listed = devices.findInterface (path);
 
-    if (listed != nullptr && (listed->isYetToBeOpened() || listed->probe() == 0 || listed->owesAnswer()))
+    if (listed != nullptr && (listed->isYetToBeOpened() || listed->probe() == 0 || listed->hasOutstandingRequest()))
         return;
 
     if (const auto device = devices.scan (&path, listed.get()); device != nullptr)

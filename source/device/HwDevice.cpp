@@ -126,7 +126,7 @@ void HwDevice::reopen()
     const juce::ScopedLock locked (lock);
 
     // Open again now, it would forbid the removal after all.
-    if (closedForRemoval || owesAnswer())
+    if (closedForRemoval || hasOutstandingRequest())
         return;
 
     close();
@@ -162,10 +162,10 @@ void HwDevice::openAfterRemovalFailed (const DEV_BROADCAST_HANDLE& notification)
 }
 
 //==============================================================================
-bool HwDevice::owesAnswer() const
+bool HwDevice::hasOutstandingRequest() const
 {
     const juce::ScopedLock locked (lock);
-    return handle != nullptr && handle->owesAnswer();
+    return handle != nullptr && handle->hasOutstandingRequest();
 }
 
 bool HwDevice::isOpen() const
@@ -310,7 +310,7 @@ TransactionResult HwDevice::readFirmwareCounters (FirmwareCounters& counters)
     const auto result = accessFirmwareCounters (DriverHandle::Kind::look, ReadFirmwareCounters);
 
     // By now it has answered something else.
-    if (isMapUnanswered && ! owesAnswer())
+    if (isMapUnanswered && ! hasOutstandingRequest())
         mapStatistics();
 
     if (result == succeeded)

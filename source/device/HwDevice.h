@@ -55,7 +55,7 @@ public:
     void close();
 
     /** One close and one open, which no other request comes between. Nothing while it is closed for its removal, nor
-        while its driver owes an answer: nothing that is new would be learnt by opening it again.
+        while it has a request outstanding: opening it again would tell nothing new.
     */
     void reopen();
 
@@ -74,7 +74,7 @@ public:
     bool isClosedForRemoval() const noexcept { return closedForRemoval; }
 
     /** True when its driver has not answered a request that was given up: slow or silent, but not gone. */
-    bool owesAnswer() const;
+    bool hasOutstandingRequest() const;
 
     /** False as well while it is closed for its removal. */
     bool isOpen() const;

@@ -24,7 +24,7 @@ std::unique_ptr<DriverHandle> DriverHandle::open (const char* path, HWND window)
 DriverHandle::DriverHandle (std::unique_ptr<DriverLine> lineToUse, Waits& waitsToUse, bool isOpening)
     : line (std::move (lineToUse)),
       waits (waitsToUse),
-      isOwed (isOpening),
+      isOutstanding (isOpening),
       sent (waits.now())
 {
 }
@@ -48,11 +48,11 @@ static std::vector<char> makeQuestion (DWORD controlCode, const void* input, DWO
 void DriverHandle::ask (DWORD controlCode, const void* input, DWORD inputSize, const void* output, DWORD outputSize)
 {
     const std::scoped_lock locked (lock);
-    takeOwedAnswer (false);
+    takeOutstandingAnswer (false);
     auto question = makeQuestion (controlCode, input, inputSize, outputSize);
 
-    if (! isOwed && findLateAnswer (question) == nullptr)
-        isUnderWay = isOwed = send (Kind::look, std::move (question), input, inputSize, output);
+    if (! isOutstanding && findLateAnswer (question) == nullptr)
+        isUnderWay = isOutstanding = send (Kind::look, std::move (question), input, inputSize, output);
 }
 
 DriverHandle::Outcome DriverHandle::request (Kind kind,
@@ -66,9 +66,9 @@ DriverHandle::Outcome DriverHandle::request (Kind kind,
     const std::scoped_lock locked (lock);
     auto question = makeQuestion (controlCode, input, inputSize, outputSize);
 
-    if (! std::exchange (isUnderWay, false) || ! isOwed || asked != question)
+    if (! std::exchange (isUnderWay, false) || ! isOutstanding || asked != question)
     {
-        takeOwedAnswer (kind == Kind::act);
+        takeOutstandingAnswer (kind == Kind::act);
 
         if (kind == Kind::act)
             late.clear(); // what was seen before it is old
@@ -80,23 +80,23 @@ DriverHandle::Outcome DriverHandle::request (Kind kind,
             return outcome;
         }
 
-        if (isOwed)
+        if (isOutstanding)
             return Outcome::unanswered;
 
         if (! send (kind, std::move (question), input, inputSize, output))
             return Outcome::failed;
     }
 
-    isOwed = ! await (kind == Kind::look ? waits.looks : waits.others, wasLate);
-    wasLate = isOwed;
-    return isOwed ? Outcome::unanswered : deliver (answer, output);
+    isOutstanding = ! await (kind == Kind::look ? waits.looks : waits.others, wasLate);
+    wasLate = isOutstanding;
+    return isOutstanding ? Outcome::unanswered : deliver (answer, output);
 }
 
-bool DriverHandle::owesAnswer()
+bool DriverHandle::hasOutstandingRequest()
 {
     const std::scoped_lock locked (lock);
-    takeOwedAnswer (false);
-    return isOwed;
+    takeOutstandingAnswer (false);
+    return isOutstanding;
 }
 
 void DriverHandle::closeFile()
@@ -106,11 +106,11 @@ void DriverHandle::closeFile()
     if (std::exchange (isClosed, true))
         return;
 
-    if (isOwed)
+    if (isOutstanding)
         line->cancel();
 
     const auto start = waits.now();
-    const auto closed = line->close (waits.others.begin (start, isOwed));
+    const auto closed = line->close (waits.others.begin (start, isOutstanding));
     waits.others.end (start, waits.now(), closed);
 }
 
@@ -134,29 +134,29 @@ bool DriverHandle::send (Kind kind, Bytes question, const void* input, DWORD inp
     return line->send (header[0], input, inputSize, output, header[1]);
 }
 
-bool DriverHandle::await (DriverPatience& patience, bool wasLateBefore)
+bool DriverHandle::await (WaitBudget& budget, bool wasLateBefore)
 {
     const auto start = waits.now();
-    const auto answered = line->receive (answer, patience.begin (start, wasLateBefore));
-    patience.end (start, waits.now(), answered);
+    const auto answered = line->receive (answer, budget.begin (start, wasLateBefore));
+    budget.end (start, waits.now(), answered);
     return answered;
 }
 
 /** A driver that is only slow is waited for, one that has been silent for longer is not. */
-void DriverHandle::takeOwedAnswer (bool mayWait)
+void DriverHandle::takeOutstandingAnswer (bool mayWait)
 {
     constexpr std::size_t mostLateAnswers = 4;
 
-    if (! isOwed)
+    if (! isOutstanding)
         return;
 
     const auto age = waits.now() - sent;
-    isOwed = mayWait && age < silentAfter ? ! await (waits.others, true) : ! line->receive (answer, {});
+    isOutstanding = mayWait && age < silentAfter ? ! await (waits.others, true) : ! line->receive (answer, {});
 
-    if (isOwed && age >= cancelAfter)
+    if (isOutstanding && age >= cancelAfter)
         line->cancel();
 
-    if (isOwed || kindAsked == Kind::act)
+    if (isOutstanding || kindAsked == Kind::act)
         return;
 
     late.push_back ({ std::move (asked), std::move (answer) });

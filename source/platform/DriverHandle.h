@@ -1,14 +1,15 @@
 #pragma once
 
 #include "platform/DriverLine.h"
-#include "platform/DriverPatience.h"
+#include "platform/WaitBudget.h"
 #include <mutex>
 
 /** One open device interface, and what becomes of requests that its driver answers late or never.
 
-    A request that was not answered in time is given up, but its answer is owed: until it has come nothing else is sent.
-    Late is not dead. What is asked again and again takes a late answer for the next one, so that a slow driver's
-    figures are a look old; and once a driver has answered, however late, nothing is held against it. Any thread.
+    A request that was not answered in time is given up, but stays outstanding: until its answer has come nothing else
+    is sent. Late is not dead. What is asked again and again takes a late answer for the next one, so that a slow
+    driver's figures are a look old; and once a driver has answered, however late, nothing is held against it. Any
+    thread.
 */
 class DriverHandle
 {
@@ -18,26 +19,26 @@ public:
     {
         look,    /**< Repeated all the time: a late answer is that of the next one, and is not waited for at length. */
         lasting, /**< Waited for at length; should it be asked again, a late answer is that of the next one. */
-        act      /**< Waited for at length, also for an answer that is owed before it; a late one is dropped. */
+        act      /**< Waited for at length, also for an answer that is outstanding; a late one is dropped. */
     };
 
     enum class Outcome
     {
         succeeded,
         failed,
-        unanswered /**< The driver has not answered in time, or has not been asked as it owes an answer. */
+        unanswered /**< The driver has not answered in time, or has not been asked, as another answer is outstanding. */
     };
 
     /** The waits that handles share, and their clock. */
     struct Waits
     {
-        DriverPatience looks {
+        WaitBudget looks {
             { std::chrono::milliseconds (800), std::chrono::milliseconds (50), std::chrono::milliseconds (15) }
         };
-        DriverPatience others {
+        WaitBudget others {
             { std::chrono::milliseconds (1100), std::chrono::milliseconds (1100), std::chrono::milliseconds (100) }
         };
-        DriverPatience::Time (*now)() = std::chrono::steady_clock::now;
+        WaitBudget::Time (*now)() = std::chrono::steady_clock::now;
     };
 
     /** The parameters are those of DriverLine::open. @returns null when the interface cannot be opened */
@@ -58,7 +59,7 @@ public:
     void ask (DWORD controlCode, const void* input, DWORD inputSize, const void* output, DWORD outputSize);
 
     /** Whether a request has been given up and not been answered since. */
-    bool owesAnswer();
+    bool hasOutstandingRequest();
 
     /** Whether a notification, whole, is about the open file; also after closeFile. */
     bool isAbout (const DEV_BROADCAST_HANDLE& notification) const { return line->isAbout (notification); }
@@ -77,8 +78,8 @@ private:
 
     LateAnswer* findLateAnswer (const Bytes& question);
     bool send (Kind kind, Bytes question, const void* input, DWORD inputSize, const void* output);
-    bool await (DriverPatience& patience, bool wasLateBefore);
-    void takeOwedAnswer (bool mayWait);
+    bool await (WaitBudget& budget, bool wasLateBefore);
+    void takeOutstandingAnswer (bool mayWait);
     static Outcome deliver (const DriverAnswer& answerToDeliver, void* output);
 
     static constexpr std::chrono::seconds silentAfter { 1 }, cancelAfter { 5 };
@@ -87,12 +88,12 @@ private:
     Waits& waits;
     std::mutex lock;
     bool isClosed = false;
-    bool isOwed;
-    bool isUnderWay = false; // what is owed was sent by ask(), and not waited for
+    bool isOutstanding;
+    bool isUnderWay = false; // what is outstanding was sent by ask(), and not waited for
     bool wasLate = false;    // when it was last sent something
     Kind kindAsked = Kind::act;
     Bytes asked;                  // control code, size of the output, input
-    DriverPatience::Time sent;    // when that was
+    WaitBudget::Time sent;        // when that was
     DriverAnswer answer;          // to it
     std::vector<LateAnswer> late; // to what may be asked again
 };

@@ -35,7 +35,7 @@ public:
 
     virtual ~DriverLine() = default;
 
-    /** DeviceIoControl's first half. Call when nothing is owed.
+    /** DeviceIoControl's first half. Call when nothing is outstanding.
         @param output  what the bytes are before the driver has written any
         @returns       false when the request cannot be sent: there will be no answer
     */

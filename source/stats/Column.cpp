@@ -20,7 +20,7 @@ constexpr int boxInsetX = 4;
 constexpr int boxInsetY = 2;
 
 /** Where a text looks different from the one before it, which is not where its unit stands, unless that moves. No word
-   is cut: a glyph that is painted in part comes out a little lighter or darker at its edges.
+    is cut: a glyph that is painted in part comes out a little lighter or darker at its edges.
 */
 juce::Rectangle<int> findChange (const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
 {

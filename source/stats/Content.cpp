@@ -12,7 +12,7 @@
 namespace
 {
 constexpr int refreshIntervalMs = 250;
-constexpr int turnForInputMs = 1;
+constexpr int throttleMs = 1;
 
 constexpr int columnsX = 170;
 constexpr int columnsY = 92;
@@ -291,8 +291,8 @@ void Content::handleMessage (const juce::Message& message)
 
     if (deviceList.getNumDevices() == 0)
         juce::JUCEApplication::quit();
-    else if (turnForInput.isTimerRunning())
-        turnForInput.isChangeWaiting = true;
+    else if (changeThrottle.isTimerRunning())
+        changeThrottle.isChangeWaiting = true;
     else
         followDevices();
 }
@@ -301,10 +301,10 @@ void Content::followDevices()
 {
     rebuildColumns();
     updateWidth();
-    turnForInput.startTimer (turnForInputMs);
+    changeThrottle.startTimer (throttleMs);
 }
 
-void Content::TurnForInput::timerCallback()
+void Content::ChangeThrottle::timerCallback()
 {
     stopTimer();
 

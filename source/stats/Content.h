@@ -73,9 +73,9 @@ private:
     /** Runs for a moment after each change that was followed. The toolkit delivers all messages before it looks at keys
         and clicks: were every message of a storm of changes followed on the spot, a user could not even quit.
     */
-    struct TurnForInput : public juce::Timer
+    struct ChangeThrottle : public juce::Timer
     {
-        explicit TurnForInput (Content& owner) : content (owner) {}
+        explicit ChangeThrottle (Content& owner) : content (owner) {}
         void timerCallback() override;
         Content& content;
         bool isChangeWaiting = false;
@@ -104,7 +104,7 @@ private:
     ViewButton saveButton { "Save" };
     ViewButton resetButton { "Reset" };
     ViewButton eventsButton { "Events" };
-    TurnForInput turnForInput { *this };
+    ChangeThrottle changeThrottle { *this };
     juce::TooltipWindow tooltips { this, 700 };
     std::uint32_t sampleRate = 0; // Hz, as shown
     std::uint32_t bufferSize = 0; // sample frames, as shown

@@ -192,7 +192,7 @@ TEST_F (DeviceChangeTests, catchingUpNeverTakesTheLastDeviceThatIsThere)
     EXPECT_EQ (devices.getDevice (0), first) << "it is silent, and there";
 
     silence.end();
-    EXPECT_TRUE (waitFor ([&] { return ! first->owesAnswer(); }));
+    EXPECT_TRUE (waitFor ([&] { return ! first->hasOutstandingRequest(); }));
     a->fail (TestDriver::probe);
     catchUp();
     EXPECT_EQ (devices.getNumDevices(), 1);

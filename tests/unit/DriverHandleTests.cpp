@@ -9,12 +9,12 @@ using namespace std::chrono_literals;
 namespace
 {
 
-using Duration = DriverPatience::Duration;
+using Duration = WaitBudget::Duration;
 using Kind = DriverHandle::Kind;
 using Outcome = DriverHandle::Outcome;
 
 constexpr Duration never = 24h;
-DriverPatience::Time now;
+WaitBudget::Time now;
 
 /** A driver on a clock of our own that answers each request with its number, and when it likes. */
 struct Driver
@@ -46,7 +46,7 @@ struct Driver
         bool close (Duration) override { return true; }
 
         Driver& driver;
-        DriverPatience::Time due;
+        WaitBudget::Time due;
         bool isCancelled = false;
     };
 
@@ -66,7 +66,7 @@ struct Driver
     int numAsked = 0;
     char figure = 0;
     DriverHandle handle;
-    DriverPatience::Time moved = now;
+    WaitBudget::Time moved = now;
 };
 
 /** Drivers that are looked at four times a second, the last one, the newest, for two things. */
@@ -74,7 +74,7 @@ struct DriverHandleTests : public testing::Test
 {
     DriverHandleTests()
     {
-        now = DriverPatience::Time (1h);
+        now = WaitBudget::Time (1h);
         waits.now = [] { return now; };
     }
 
@@ -113,7 +113,7 @@ struct DriverHandleTests : public testing::Test
 
     DriverHandle::Waits waits;
     std::vector<std::unique_ptr<Driver>> drivers;
-    DriverPatience::Time statusMoved = now;
+    WaitBudget::Time statusMoved = now;
 };
 
 TEST_F (DriverHandleTests, whoAnswersIsShownHoweverSlowAndBesideWhomever)
@@ -174,11 +174,11 @@ TEST_F (DriverHandleTests, silenceOfManyIsWaitedForOnceAndTakesNothingFromTheGoo
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ (good.request (Kind::act), Outcome::succeeded);
 
-    DriverPatience patience ({ 800ms, 800ms, {} });
-    EXPECT_EQ (patience.begin (now, false), 300ms);
-    EXPECT_EQ (patience.begin (now + 200ms, false), 300ms);
-    patience.end (now, now + 300ms, false);
-    EXPECT_EQ (patience.begin (now + 700ms, false), 150ms);
+    WaitBudget budget ({ 800ms, 800ms, {} });
+    EXPECT_EQ (budget.begin (now, false), 300ms);
+    EXPECT_EQ (budget.begin (now + 200ms, false), 300ms);
+    budget.end (now, now + 300ms, false);
+    EXPECT_EQ (budget.begin (now + 700ms, false), 150ms);
 }
 
 TEST_F (DriverHandleTests, driversThatAreAskedAheadWorkAtTheSameTime)
@@ -235,7 +235,7 @@ TEST_F (DriverHandleTests, lateAnswersServeLooksOnly)
 
     EXPECT_EQ (ask (Kind::lasting, 'a', never), Outcome::unanswered);
     now += 5s;
-    EXPECT_TRUE (driver.handle.owesAnswer()) << "it is told to give up";
+    EXPECT_TRUE (driver.handle.hasOutstandingRequest()) << "it is told to give up";
     EXPECT_EQ (ask (Kind::lasting, 'a', 0ms), Outcome::unanswered) << "that was no answer";
     EXPECT_EQ (ask (Kind::lasting, 'a', 0ms), Outcome::succeeded);
 }

@@ -6,11 +6,11 @@
 
 /** How long the process waits for its drivers.
 
-    All of them share an allowance. Waiting uses it up, time in which nobody waits gives it back, and what somebody may
+    All of them share one budget. Waiting uses it up, time in which nobody waits gives it back, and what somebody may
     wait is never all that is left: who is asked next may well answer. However many are silent or slow, they never hold
     the program up for longer than the whole of it. Any thread.
 */
-class DriverPatience
+class WaitBudget
 {
 public:
     using Duration = std::chrono::nanoseconds;
@@ -23,7 +23,7 @@ public:
         Duration whole, late, free;
     };
 
-    explicit DriverPatience (const Limits& limitsToUse) : limits (limitsToUse) {}
+    explicit WaitBudget (const Limits& limitsToUse) : limits (limitsToUse) {}
 
     /** Somebody begins to wait.
         @param wasLate  so was this driver the last time: only others may draw on the last part, which is kept for those
