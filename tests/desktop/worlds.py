@@ -199,7 +199,8 @@ class World:
         seen = look()
 
         while True:
-            self.wait_for_looks('all', 1)
+            # From one look to the next there is time to paint; the first one can come at once.
+            self.wait_for_looks('all', 2)
 
             if (later := look()) == seen:
                 return seen[1]
