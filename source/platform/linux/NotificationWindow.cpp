@@ -11,9 +11,7 @@
 namespace
 {
 
-/** The process's one watch over the machine folder. Its descriptors are never closed: whoever closes one that watches,
-    or was waiting for it then, has to wait until the kernel has tidied up, and that takes seconds on a busy machine.
-*/
+/** The process's one watch over the machine folder. Never closed: that takes the kernel seconds on a busy machine. */
 struct FolderWatch
 {
     static FolderWatch& get()
