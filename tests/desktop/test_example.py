@@ -22,6 +22,7 @@ def test_the_example_measures_and_goes_and_leaves_the_others_alone(world):
     wait_until('figures', lambda: wakeup.playback()[0] > 0)
     assert {kind for _, kind, _ in wakeup.events()} == {ISOC_Q_DPC}
 
-    assert example.interrupt() == 0 and example.read_errors() == ''
+    example.process.terminate()
+    assert example.wait_for_exit() == 0 and example.read_errors() == ''
     world.wait_for_columns(1)
     assert set(world.home.parent.glob('machine/**/*')) == present
