@@ -148,7 +148,7 @@ TEST_F (SaveReportTaskTests, cancelAtAnyMomentLeavesWholeLines)
     std::mt19937 random (7);
     int cut = 0;
 
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 60; ++i)
     {
         const auto text = runAndDo (
             rows,
