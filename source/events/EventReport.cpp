@@ -2,8 +2,7 @@
 
 #include "events/EventNames.h"
 #include "protocol/DriverProtocol.h"
-#include <array>
-#include <charconv>
+#include "text/FixedNumber.h"
 
 namespace EventReport
 {
@@ -12,15 +11,10 @@ static constexpr int linesPerAppend = 256;
 
 namespace
 {
-/** Writes a number as printf does it in the C locale. The user's is in force at moments: the toolkit switches the whole
-    process while it looks up the text of a key press.
-*/
-void appendFixed (juce::OutputStream& text, double number, int decimals)
+void appendFixed (juce::OutputStream& text, double value, int decimals)
 {
-    std::array<char, 64> digits;
-    const auto* end =
-        std::to_chars (digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed, decimals).ptr;
-    text.write (digits.data(), static_cast<std::size_t> (end - digits.data()));
+    const FixedNumber number (value, decimals);
+    text.write (number.getText().data(), number.getText().size());
 }
 
 void appendLine (juce::OutputStream& text,

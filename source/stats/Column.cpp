@@ -5,9 +5,9 @@
 #include "protocol/DriverProtocol.h"
 #include "stats/StatisticsReport.h"
 #include "text/DisplayText.h"
+#include "text/FixedNumber.h"
 #include <bit>
-#include <charconv>
-#include <cstring>
+#include <utility>
 
 using namespace StatisticsLayout;
 
@@ -19,8 +19,9 @@ constexpr float minimumScale = 0.7f;
 constexpr int boxInsetX = 4;
 constexpr int boxInsetY = 2;
 
-/** Where a text looks different from the one before it, which is not where its unit stands, unless that moves. No word
-    is cut: a glyph that is painted in part comes out a little lighter or darker at its edges.
+/** Where a text looks different from the one before it, which is not where its unit stands, unless that moves: what is
+    painted anew is what this program costs. No word is cut: a glyph that is painted in part comes out a little lighter
+    or darker at its edges.
 */
 juce::Rectangle<int> findChange (const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
 {
@@ -108,13 +109,9 @@ void Column::setFirmwareCounters (const FirmwareCounters& counters)
 static juce::String format (RowKind kind, double value)
 {
     const bool isTime = kind == RowKind::time || kind == RowKind::bufferOffset;
-    const int decimals = isTime ? 3 : 0;
-
-    std::array<char, 64> text; // room for all that 64 bits can count, in ticks of any length
-    auto* end = text.data() + text.size() - sizeof (" msec");
-    end = std::to_chars (text.data(), end, value, std::chars_format::fixed, decimals).ptr;
-    std::strcpy (end, isTime ? " msec" : kind == RowKind::fifoLevel ? " %" : "");
-    return text.data();
+    const auto* unit = isTime ? " msec" : kind == RowKind::fifoLevel ? " %" : "";
+    const FixedNumber number (value, isTime ? 3 : 0);
+    return juce::String::fromUTF8 (number.getText().data(), static_cast<int> (number.getText().size())) + unit;
 }
 
 Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
@@ -135,7 +132,7 @@ Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
         {
             texts[row] = std::move (text);
             const auto before = std::exchange (layouts[row], layOut (row));
-            changes[row] = findChange (before, layouts[row]);
+            repaint (findChange (before, layouts[row]));
             changed.set (row);
         }
     }

@@ -30,8 +30,8 @@ public:
     /** A set of rows. */
     using Rows = std::bitset<StatisticsLayout::numRows>;
 
-    /** Computes the values and rewrites the text of every figure. The owner repaints the rows that are returned: those
-        that read differently now.
+    /** Computes the values, rewrites the text of every figure, and repaints what looks different.
+        @returns the rows that read differently now
     */
     Rows update (const StatisticsBlock* block, double msPerTick);
 
@@ -47,9 +47,6 @@ public:
     /** Where a figure is shown, within the column. */
     juce::Rectangle<int> getBox (std::size_t row) const;
 
-    /** Where the last change of a figure is seen, within the column. */
-    juce::Rectangle<int> getChange (std::size_t row) const { return changes[row]; }
-
     void paint (juce::Graphics&) override;
     void resized() override;
 
@@ -63,7 +60,6 @@ private:
     std::array<std::uint64_t, StatisticsLayout::numRows> formattedBits {}; // of the values that the texts show
     std::array<juce::String, StatisticsLayout::numRows> texts;
     std::array<juce::GlyphArrangement, StatisticsLayout::numRows> layouts; // of the texts
-    std::array<juce::Rectangle<int>, StatisticsLayout::numRows> changes;
     const juce::Font font;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (Column)

@@ -226,14 +226,6 @@ void Content::refreshFirmwareCounters (const Devices& devices)
     }
 }
 
-/** What is painted anew is what this program costs: no more than what reads differently. */
-static void repaintRows (Column& column, const Column::Rows& rows)
-{
-    for (std::size_t row = 0; row < rows.size(); ++row)
-        if (rows[row])
-            column.repaint (column.getChange (row));
-}
-
 void Content::timerCallback()
 {
     const juce::ScopedLock locked (columnLock);
@@ -246,7 +238,7 @@ void Content::timerCallback()
     for (std::size_t i = 0; i < columns.size(); ++i)
         if (const auto* device = columns[i].findIn (devices, i))
             device->readStatistics ([&, &column = *columns[i].column] (std::uint32_t address)
-                                    { repaintRows (column, column.update (getStatistics (address), msPerTick)); });
+                                    { column.update (getStatistics (address), msPerTick); });
 
     if (! devices.empty())
         showStreamStatus (*devices.front());
