@@ -183,6 +183,7 @@ constexpr void (*operations[]) (HwDevice&) {
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
+    juce::MessageManager::getInstance(); // this thread is that of the messages
     static auto& driver = *new ScriptedDriver;
 
     FuzzedDataProvider input (data, size);
