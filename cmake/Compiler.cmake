@@ -3,8 +3,10 @@
 find_program (CCACHE_PROGRAM ccache)
 
 if (CCACHE_PROGRAM)
-    set (CMAKE_C_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
-    set (CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+    # Another checkout of the same sources finds what this one has compiled.
+    set (launcher "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${CCACHE_PROGRAM}")
+    set (CMAKE_C_COMPILER_LAUNCHER "${launcher}")
+    set (CMAKE_CXX_COMPILER_LAUNCHER "${launcher}")
 endif()
 
 if (QUENDEL_SANITIZE)

@@ -197,7 +197,7 @@ TEST_F (ContentTests, figuresAreReadAloudAndJudgedByTheBufferTime)
 
 TEST_F (ContentTests, theReadmeExplainsEveryFigureAsTheProgramDoes)
 {
-    const auto readme = juce::File (QUENDEL_DOCS_FOLDER "/../README.md").loadFileAsString();
+    const auto readme = juce::File (QUENDEL_ROOT "README.md").loadFileAsString();
     juce::String group;
 
     for (std::size_t row = 0; row < StatisticsLayout::numRows; ++row)

@@ -150,7 +150,7 @@ TEST_F (DriverProtocolTests, brokenRepliesBreakTheHandleOnly)
 /** Drivers are written from docs/driver-interface.md: its class id, codes, offsets and sizes are the code's. */
 TEST (DriverInterfaceTests, thePageSaysWhatTheCodeDoes)
 {
-    const auto page = juce::File (QUENDEL_DOCS_FOLDER "/driver-interface.md").loadFileAsString();
+    const auto page = juce::File (QUENDEL_ROOT "docs/driver-interface.md").loadFileAsString();
     EXPECT_TRUE (page.contains ("Class: `" + juce::String (interfaceClassText) + "`."));
 
     for (const auto& [code, name] :
@@ -217,7 +217,7 @@ TEST (DriverInterfaceTests, thePageSaysWhatTheCodeDoes)
 TEST (DriverInterfaceTests, theMachineFolderIsLaidOutAsItsPageSays)
 {
     using namespace MachineLayout;
-    const auto page = juce::File (QUENDEL_DOCS_FOLDER "/machine-folder.md").loadFileAsString();
+    const auto page = juce::File (QUENDEL_ROOT "docs/machine-folder.md").loadFileAsString();
     const auto interface = juce::String ("| `") + interfacesFolder + "/<name>/";
 
     for (const auto& name : { interface + registryFolder + "/" + capabilitiesValue,

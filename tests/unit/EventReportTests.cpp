@@ -86,7 +86,7 @@ TEST_F (EventReportTests, filesEqualTheirGold)
 {
     for (const int rows : { 0, 1, 2, 300 })
     {
-        const auto gold = juce::File (QUENDEL_GOLD_FOLDER).getChildFile ("events-" + juce::String (rows) + ".txt");
+        const auto gold = juce::File (QUENDEL_ROOT "tests/gold").getChildFile ("events-" + juce::String (rows) + ".txt");
         ASSERT_TRUE (gold.existsAsFile());
 
         file.replaceWithText ("an earlier report that was longer\n");

@@ -76,7 +76,7 @@ void expectGold (const juce::String& name, int numTicks)
     const auto report = content.makeReport (timeOfSave);
     const juce::TemporaryFile temporary (".txt");
     temporary.getFile().appendText (report, false, false);
-    EXPECT_TRUE (temporary.getFile().hasIdenticalContentTo (juce::File (QUENDEL_GOLD_FOLDER).getChildFile (name)))
+    EXPECT_TRUE (temporary.getFile().hasIdenticalContentTo (juce::File (QUENDEL_ROOT "tests/gold").getChildFile (name)))
         << name << " differs from\n"
         << report;
 }
