@@ -12,22 +12,27 @@ namespace
 using DriverProtocol::numRequestKinds;
 using DriverProtocol::requestNames;
 using Words = std::vector<std::string_view>;
-using Devices = std::vector<SimulatedDevice*>;
 
-/** What an order works with: its words, and the devices that the second one names when it is to name some. */
+/** What an order works with: its words, and the device when it is for one. */
 struct Call
 {
     Simulator& simulator;
     const Words& words;
-    Devices devices;
+    SimulatedDevice* device = nullptr;
+    std::string answer {}; /**< Is said after "ok". */
+
+    DeviceModel& getModel() const { return device->getModel(); }
 };
+
+/** Why an order was not carried out; empty when it was. */
+using Error = std::string;
 
 struct Order
 {
     std::string_view name;
     std::string_view arguments; // each is one word; those in brackets may be left out
     std::string_view explanation;
-    std::string (*execute) (const Call& call);
+    Error (*execute) (Call& call); // once for each device that is meant; an error depends on the words alone
 
     bool namesDevices() const { return arguments.starts_with ("DEV"); }
 
@@ -41,239 +46,158 @@ struct Order
     std::string describe() const { return std::string (name).append (arguments.empty() ? "" : " ").append (arguments); }
 };
 
-std::string failed (const std::string& reason)
-{
-    return "error: " + reason;
-}
-
 //==============================================================================
-std::string plug (const Call& call)
+Error plug (Call& call)
 {
     std::string name (call.words.size() > 1 ? call.words[1] : std::string_view());
-    const auto error = call.simulator.plug (name);
-    return error.empty() ? "ok " + name : failed (error);
+    auto error = call.simulator.plug (name);
+    call.answer = " " + name;
+    return error;
 }
 
-std::string unplug (const Call& call)
-{
-    for (auto* device : call.devices)
-        call.simulator.unplug (*device);
-
-    return "ok";
-}
-
-std::string kill (const Call& call)
-{
-    for (auto* device : call.devices)
-        call.simulator.kill (*device);
-
-    return "ok";
-}
-
-std::string setRate (const Call& call)
+Error setRate (Call& call)
 {
     std::uint32_t hz = 0;
-
-    if (! parseNumber (call.words[2], hz) || ! DeviceModel::isSampleRate (hz))
-        return failed ("a rate is 22050 to 192000 Hz");
-
-    for (auto* device : call.devices)
-    {
-        device->advance();
-        device->getModel().setSampleRate (hz);
-    }
-
-    return "ok";
+    const auto isSet = parseNumber (call.words[2], hz) && call.getModel().setSampleRate (hz);
+    return isSet ? "" : "a rate is 22050 to 192000 Hz";
 }
 
-std::string setBuffer (const Call& call)
+Error setBuffer (Call& call)
 {
     std::uint32_t samples = 0;
-
-    if (! parseNumber (call.words[2], samples) || ! DeviceModel::isBufferSize (samples))
-        return failed ("a buffer is 16 to 8192 samples");
-
-    for (auto* device : call.devices)
-    {
-        device->advance();
-        device->getModel().setBufferSize (samples);
-    }
-
-    return "ok";
+    const auto isSet = parseNumber (call.words[2], samples) && call.getModel().setBufferSize (samples);
+    return isSet ? "" : "a buffer is 16 to 8192 samples";
 }
 
-std::string glitch (const Call& call)
+Error fail (Call& call)
 {
-    for (auto* device : call.devices)
-        device->getModel().glitch();
+    const auto often = call.words.size() > 3 ? call.words[3] : "1";
 
-    return "ok";
-}
-
-std::string failOpening (const Call& call)
-{
-    const auto word = call.words.size() > 3 ? call.words[3] : std::string_view();
-
-    if (word != "always" && word != "never")
-        return failed ("open fails always or never");
-
-    for (const auto* device : call.devices)
-        device->setOpening (word == "never");
-
-    return "ok";
-}
-
-std::string fail (const Call& call)
-{
     if (call.words[2] == "open")
-        return failOpening (call);
+    {
+        if (often != "always" && often != "never")
+            return "open fails always or never";
+
+        call.device->setOpening (often == "never");
+        return {};
+    }
 
     const auto found = std::find (std::begin (requestNames), std::end (requestNames), call.words[2]);
 
     if (found == std::end (requestNames))
-        return failed ("no such request: " + std::string (call.words[2]));
+        return "no such request: " + std::string (call.words[2]);
 
-    std::uint32_t count = 1;
+    auto count = often == "always" ? SimulatedDevice::always : 0;
 
-    if (call.words.size() > 3 && call.words[3] == "always")
-        count = SimulatedDevice::always;
-    else if (call.words.size() > 3 && call.words[3] == "never")
-        count = 0;
-    else if (call.words.size() > 3 && (! parseNumber (call.words[3], count) || count == SimulatedDevice::always))
-        return failed ("how often: a number, always or never");
+    if (often != "always" && often != "never" && (! parseNumber (often, count) || count == SimulatedDevice::always))
+        return "how often: a number, always or never";
 
-    for (auto* device : call.devices)
-        device->failNext (static_cast<RequestKind> (found - std::begin (requestNames)), count);
-
-    return "ok";
+    call.device->failNext (static_cast<RequestKind> (found - std::begin (requestNames)), count);
+    return {};
 }
 
-std::string stop (const Call& call)
-{
-    for (auto* device : call.devices)
-        call.simulator.setAnswering (*device, false);
-
-    return "ok";
-}
-
-std::string resume (const Call& call)
-{
-    for (auto* device : call.devices)
-        call.simulator.setAnswering (*device, true);
-
-    return "ok";
-}
-
-std::string fill (const Call& call)
+Error fill (Call& call)
 {
     std::uint32_t length = 0;
 
     if (! parseNumber (call.words[2], length) || length > Machine::EventRing::maximumLength)
-        return failed ("a log has 0 to " + std::to_string (Machine::EventRing::maximumLength) + " entries");
+        return "a log has 0 to " + std::to_string (Machine::EventRing::maximumLength) + " entries";
 
-    for (auto* device : call.devices)
-    {
-        device->advance();
-        device->getModel().fillEventLog (length);
-    }
-
-    return "ok";
+    call.getModel().fillEventLog (length);
+    return {};
 }
 
-std::string tick (const Call& call)
+Error tick (Call& call)
 {
     constexpr std::uint32_t limit = 60'000;
     std::uint32_t milliseconds = 0;
 
     if (! parseNumber (call.words[1], milliseconds) || milliseconds > limit)
-        return failed ("a tick is 0 to 60000 milliseconds");
+        return "a tick is 0 to 60000 milliseconds";
 
-    return call.simulator.tick (milliseconds) ? "ok" : failed ("the clock moves by itself; see --clock");
+    return call.simulator.tick (milliseconds) ? "" : "the clock moves by itself; see --clock";
 }
 
-std::string takeView (const Call& call)
+Error describeStatus (Call& call)
 {
-    for (auto* device : call.devices)
-        device->takeView();
-
-    return "ok";
-}
-
-std::string describeStatus (const Call& call)
-{
-    auto line = "ok interfaces=" + std::to_string (call.simulator.getDevices().size());
+    call.answer = " interfaces=" + std::to_string (call.simulator.getDevices().size());
 
     for (const auto& device : call.simulator.getDevices())
     {
         device->advance();
 
         const auto& model = device->getModel();
-        line.append ("; ").append (device->getName());
-        line += " rate=" + std::to_string (model.getConfig().sampleRate);
-        line += " buffer=" + std::to_string (model.getConfig().bufferSize);
-        line += " events=" + std::to_string (model.getEventLogLength());
-        line += " connections=" + std::to_string (device->getServer().getNumConnections());
+        call.answer.append ("; ").append (device->getName());
+        call.answer += " rate=" + std::to_string (model.getConfig().sampleRate);
+        call.answer += " buffer=" + std::to_string (model.getConfig().bufferSize);
+        call.answer += " events=" + std::to_string (model.getEventLogLength());
+        call.answer += " connections=" + std::to_string (device->getServer().getNumConnections());
     }
 
-    return line;
+    return {};
 }
 
-std::string describeCounts (const Call& call)
+Error describeCounts (Call& call)
 {
-    std::string line = "ok";
+    const auto add = [&call] (std::string_view name, std::uint64_t count)
+    { call.answer.append (" ").append (name).append ("=").append (std::to_string (count)); };
 
-    const auto add = [&line] (std::string_view name, std::uint64_t count)
-    { line.append (" ").append (name).append ("=").append (std::to_string (count)); };
+    if (call.words[1] == "all")
+        call.answer.append (" ").append (call.device->getName());
 
-    for (auto* device : call.devices)
-    {
-        if (call.devices.size() > 1)
-            line.append (" ").append (device->getName());
+    add ("open", call.device->getServer().getNumOpens());
 
-        add ("open", device->getServer().getNumOpens());
+    for (std::size_t i = 0; i < numRequestKinds; ++i)
+        add (requestNames[i], call.device->getNumReceived (static_cast<RequestKind> (i)));
 
-        for (std::size_t i = 0; i < numRequestKinds; ++i)
-            add (requestNames[i], device->getNumReceived (static_cast<RequestKind> (i)));
-    }
-
-    return line;
+    return {};
 }
 
-std::string quit (const Call& call)
-{
-    call.simulator.quit();
-    return "ok";
-}
-
-std::string help (const Call& call);
+Error help (Call& call);
 
 constexpr Order orders[] = {
     { "help", "", "name the orders", help },
     { "plug", "[NAME]", "plug a device in", plug },
-    { "unplug", "DEV", "take it away; its requests fail from now on", unplug },
-    { "kill", "DEV", "take it away as a crash would: no more answers", kill },
+    { "unplug",
+      "DEV",
+      "take it away; its requests fail from now on",
+      [] (Call& call) { return call.simulator.unplug (*call.device), Error(); } },
+    { "kill",
+      "DEV",
+      "take it away as a crash would: no more answers",
+      [] (Call& call) { return call.simulator.kill (*call.device), Error(); } },
     { "rate", "DEV HZ", "change the sample rate; its stream restarts", setRate },
     { "buffer", "DEV SAMPLES", "change the buffer size; its stream restarts", setBuffer },
-    { "glitch", "DEV", "make the host late for the next buffer", glitch },
+    { "glitch",
+      "DEV",
+      "make the host late for the next buffer",
+      [] (Call& call) { return call.getModel().glitch(), Error(); } },
     { "fail", "DEV REQUEST [COUNT|always|never]", "fail the next requests of a kind (1)", fail },
-    { "stop", "DEV", "stop answering; requests stay pending", stop },
-    { "resume", "DEV", "answer again, pending requests first", resume },
+    { "stop",
+      "DEV",
+      "stop answering; requests stay pending",
+      [] (Call& call) { return call.simulator.setAnswering (*call.device, false), Error(); } },
+    { "resume",
+      "DEV",
+      "answer again, pending requests first",
+      [] (Call& call) { return call.simulator.setAnswering (*call.device, true), Error(); } },
     { "fill", "DEV COUNT", "rewrite the event log with so many entries; it keeps that length", fill },
-    { "take-view", "DEV", "take the statistics from those who map them; the next open maps others", takeView },
+    { "take-view",
+      "DEV",
+      "take the statistics from those who map them; the next open maps others",
+      [] (Call& call) { return call.device->takeView(), Error(); } },
     { "tick", "MILLISECONDS", "let time pass, with --clock orders", tick },
     { "status", "", "every device's sample rate, buffer size, log length and connections", describeStatus },
     { "counts", "DEV", "requests since the device was plugged in", describeCounts },
-    { "quit", "", "take everything away and end", quit },
+    { "quit", "", "take everything away and end", [] (Call& call) { return call.simulator.quit(), Error(); } },
 };
 
-std::string help (const Call&)
+Error help (Call& call)
 {
-    std::string line = "ok";
-
     for (const auto& order : orders)
-        line += (line == "ok" ? " " : "; ") + order.describe();
+        call.answer += (call.answer.empty() ? " " : "; ") + order.describe();
 
-    return line;
+    return {};
 }
 
 Words split (std::string_view line)
@@ -291,43 +215,50 @@ Words split (std::string_view line)
     return words;
 }
 
-Devices findDevices (const Simulator& simulator, std::string_view name)
+Error execute (Call& call)
 {
-    Devices found;
+    if (call.words.empty())
+        return "no order; try help";
 
-    for (const auto& device : simulator.getDevices())
-        if (name == "all" || name == device->getName())
-            found.push_back (device.get());
+    const auto* order = std::ranges::find (orders, call.words[0], &Order::name);
 
-    return found;
+    if (order == std::end (orders))
+        return "no such order: " + std::string (call.words[0]) + "; try help";
+
+    if (! order->takes (call.words.size() - 1))
+        return "usage: " + order->describe();
+
+    if (! order->namesDevices())
+        return order->execute (call);
+
+    std::vector<SimulatedDevice*> meant;
+
+    for (const auto& device : call.simulator.getDevices())
+        if (call.words[1] == "all" || call.words[1] == device->getName())
+            meant.push_back (device.get());
+
+    if (meant.empty() && call.words[1] != "all")
+        return "no such device: " + std::string (call.words[1]);
+
+    for (auto* device : meant)
+    {
+        device->advance();
+        call.device = device;
+
+        if (auto error = order->execute (call); ! error.empty())
+            return error;
+    }
+
+    return {};
 }
 } // namespace
 
 std::string executeOrder (Simulator& simulator, std::string_view line)
 {
     const auto words = split (line);
-
-    if (words.empty())
-        return failed ("no order; try help");
-
-    const auto isNamed = [&words] (const Order& order) { return order.name == words[0]; };
-    const auto* order = std::find_if (std::begin (orders), std::end (orders), isNamed);
-
-    if (order == std::end (orders))
-        return failed ("no such order: " + std::string (words[0]) + "; try help");
-
-    if (! order->takes (words.size() - 1))
-        return failed ("usage: " + order->describe());
-
-    Call call { simulator, words, {} };
-
-    if (order->namesDevices())
-        call.devices = findDevices (simulator, words[1]);
-
-    if (order->namesDevices() && call.devices.empty() && words[1] != "all")
-        return failed ("no such device: " + std::string (words[1]));
-
-    return order->execute (call);
+    Call call { simulator, words };
+    const auto error = execute (call);
+    return error.empty() ? "ok" + call.answer : "error: " + error;
 }
 
 std::string getOrderHelp()
