@@ -235,7 +235,7 @@ NTSTATUS NTAPI handleCreate (DEVICE_OBJECT* device, IRP* irp)
     const Lock lock;
 
     if (auto* interface = interfaceOf (device); interface != nullptr)
-        interface->opened (IoGetCurrentIrpStackLocation (irp)->FileObject);
+        interface->opened();
 
     return complete (irp, STATUS_SUCCESS);
 }
@@ -245,7 +245,7 @@ NTSTATUS NTAPI handleClose (DEVICE_OBJECT* device, IRP* irp)
     const Lock lock;
 
     if (auto* interface = interfaceOf (device); interface != nullptr)
-        interface->closed (IoGetCurrentIrpStackLocation (irp)->FileObject);
+        interface->takeViews (IoGetCurrentIrpStackLocation (irp)->FileObject);
 
     return complete (irp, STATUS_SUCCESS);
 }

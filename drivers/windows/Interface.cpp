@@ -212,12 +212,6 @@ void Interface::takeViews (const FILE_OBJECT* file)
     }
 }
 
-void Interface::closed (const FILE_OBJECT* file)
-{
-    owner = owner == file ? nullptr : owner;
-    takeViews (file);
-}
-
 //==============================================================================
 void Interface::advance (std::int64_t now)
 {
@@ -315,9 +309,6 @@ NTSTATUS Interface::answer (IRP* irp, HANDLE process, ULONG& size)
 
     if (isGone)
         return STATUS_DEVICE_NOT_CONNECTED;
-
-    if (isExclusive && request.FileObject != owner)
-        return STATUS_SHARING_VIOLATION;
 
     if (isIn (Fault::fail, kind))
         return STATUS_UNSUCCESSFUL;

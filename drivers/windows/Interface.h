@@ -37,15 +37,7 @@ public:
     const Simulation::DeviceConfig& getConfig() const { return model.getConfig(); }
 
     //==============================================================================
-    /** The first open file is the one that an exclusive interface answers: under Wine no open can be refused. */
-    void opened (FILE_OBJECT* file)
-    {
-        ++numOpens;
-        owner = owner == nullptr ? file : owner;
-    }
-
-    /** Takes the block out of the process that had opened this file. */
-    void closed (const FILE_OBJECT* file);
+    void opened() { ++numOpens; }
 
     /** Answers a control request, or keeps it.
 
@@ -77,7 +69,6 @@ public:
     /** Lets nobody open it, or everybody again. */
     void setOpening (bool canBeOpened);
 
-    void makeExclusive() { isExclusive = true; }
     void slowDown (std::uint32_t milliseconds) { slownessMs = milliseconds; }
 
     /** Moves the model on and shows its statistics to whoever maps them. */
@@ -127,9 +118,7 @@ private:
     const std::uint32_t number;
     bool isGone = false;
     bool isAnnounced = false;
-    bool isExclusive = false;
     bool isLocked = false;
-    FILE_OBJECT* owner = nullptr;
     std::uint32_t numOpens = 0;
     UNICODE_STRING link {};
     HANDLE section = nullptr;
