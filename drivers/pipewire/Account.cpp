@@ -20,14 +20,14 @@ const Node& findNode (const Roster& roster, std::uint32_t id, std::int64_t time)
 const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
 {
     // One that is late is reported when it should have finished, and again when it has.
-    auto& lastSignal = signals[cycle.driver.id];
+    auto& driver = drivers[cycle.driver.id];
 
-    if (cycle.driver.signal <= lastSignal)
+    if (cycle.driver.signal <= driver.signal)
         return nullptr;
 
-    lastSignal = cycle.driver.signal;
     account.cycle = &cycle;
     account.isLate = cycle.clockTime > cycle.driver.signal;
+    account.previousSignal = findPreviousSignal (cycle, account.isLate, driver);
     account.driver.cycle = &cycle.driver;
     account.driver.node = &findNode (roster, cycle.driver.id, cycle.driver.signal);
     account.driver.begin = account.driver.signal = cycle.driver.signal;
@@ -38,7 +38,7 @@ const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
 
     for (const auto& follower : cycle.followers)
     {
-        auto& part = account.followers.emplace_back (describe (follower, cycle, account.isLate));
+        auto& part = account.followers.emplace_back (describe (follower));
         part.node = &findNode (roster, follower.id, cycle.driver.signal);
 
         // Older ones tell of a driver only, which counts those of its followers as well: nobody knows whose they are.
@@ -48,15 +48,35 @@ const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
     return &account;
 }
 
-Part Accountant::describe (const NodeCycle& follower, const Cycle& cycle, bool isLate)
+/* PipeWire 0.3.65 notes each signal of a driver in another process twice, and tells of the first time as of the signal
+    before. Where the positions join, this is the next cycle after the last one that we know of.
+*/
+std::int64_t Accountant::findPreviousSignal (const Cycle& cycle, bool isLate, Driver& driver) const
 {
-    const auto& driver = cycle.driver;
+    const auto position = isLate ? cycle.position - cycle.duration : cycle.position;
+    const auto isNext = driver.signal > 0 && cycle.duration > 0 && position == driver.position;
+    auto previous = cycle.driver.previousSignal;
+
+    if (isNext)
+    {
+        driver.tellsPrevious = previous == driver.signal;
+        previous = driver.signal;
+    }
+
+    driver.signal = cycle.driver.signal;
+    driver.position = position + cycle.duration;
+    return isNext || driver.tellsPrevious ? previous : 0;
+}
+
+Part Accountant::describe (const NodeCycle& follower) const
+{
+    const auto& driver = account.cycle->driver;
 
     // What works asynchronously, as clients of newer PipeWires do, has until the next signal for what it was signalled
     // to do: that is told of with the next cycle.
     const auto isAsynchronous =
-        follower.isAsynchronous.value_or (follower.signal < driver.signal && follower.signal == driver.previousSignal);
-    const auto begin = isAsynchronous ? driver.previousSignal : driver.signal;
+        follower.isAsynchronous.value_or (follower.signal < driver.signal && follower.signal == account.previousSignal);
+    const auto begin = isAsynchronous ? account.previousSignal : driver.signal;
     Part part;
     part.cycle = &follower;
 
@@ -73,7 +93,7 @@ Part Accountant::describe (const NodeCycle& follower, const Cycle& cycle, bool i
     if (part.awake > 0 && follower.finish >= follower.awake && (follower.isFinished || isAsynchronous))
         part.finish = follower.finish;
 
-    if (isAsynchronous ? part.finish == 0 : isLate && ! follower.isFinished)
+    if (isAsynchronous ? part.finish == 0 : account.isLate && ! follower.isFinished)
         part.missedBy = isAsynchronous ? driver.signal : std::max (driver.finish, driver.signal);
 
     return part;
@@ -88,7 +108,7 @@ std::uint32_t Accountant::countNewXruns (std::uint32_t id, std::uint32_t newCoun
 
 void Accountant::forget (std::uint32_t id)
 {
-    signals.erase (id);
+    drivers.erase (id);
     xruns.erase (id);
 }
 

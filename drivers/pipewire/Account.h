@@ -25,7 +25,8 @@ struct Part
 struct Account
 {
     const Cycle* cycle = nullptr;
-    bool isLate = false; /**< The next cycle began before this one had ended: the clock is that one's. */
+    bool isLate = false;             /**< The next cycle began before this one had ended: the clock is that one's. */
+    std::int64_t previousSignal = 0; /**< The driver's, of the cycle before; 0: not known. */
     Part driver;
     std::vector<Part> followers;
 };
@@ -41,12 +42,21 @@ public:
     void forget (std::uint32_t id);
 
 private:
+    /** What the next cycle of a driver begins with. */
+    struct Driver
+    {
+        std::int64_t signal = 0; // the last one
+        std::uint64_t position = 0;
+        bool tellsPrevious = true;
+    };
+
     std::uint32_t countNewXruns (std::uint32_t id, std::uint32_t xruns);
-    Part describe (const NodeCycle& follower, const Cycle& cycle, bool isLate);
+    std::int64_t findPreviousSignal (const Cycle& cycle, bool isLate, Driver& driver) const;
+    Part describe (const NodeCycle& follower) const;
 
     Account account;
-    std::map<std::uint32_t, std::int64_t> signals; // the last ones, by driver
-    std::map<std::uint32_t, std::uint32_t> xruns;  // that each node has told of
+    std::map<std::uint32_t, Driver> drivers;
+    std::map<std::uint32_t, std::uint32_t> xruns; // that each node has told of
 };
 
 } // namespace PipeWire

@@ -147,13 +147,13 @@ void DeviceFigures::measureSide (std::size_t index, const Part& part, const Acco
     else
     {
         // Reports can be lost: then this is not the next cycle after the last one that we know of.
-        if (driver.previousSignal == side.signal && side.isPositionExpected && ! account.isLate
+        if (account.previousSignal == side.signal && side.isPositionExpected && ! account.isLate
             && account.cycle->position != side.expectedPosition)
             ++counters.syncCount;
 
-        if (driver.previousSignal > 0 && driver.signal > driver.previousSignal)
+        if (account.previousSignal > 0 && driver.signal > account.previousSignal)
         {
-            side.lastPeriod = driver.signal - driver.previousSignal;
+            side.lastPeriod = driver.signal - account.previousSignal;
             side.period.add (side.lastPeriod);
         }
     }

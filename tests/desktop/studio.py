@@ -17,7 +17,7 @@ from desk import PATIENCE, Screen, wait_until
 NEEDED = 'pipewire', 'wireplumber', 'dbus-daemon', 'pw-cli', 'pw-cat', 'pw-metadata', 'pw-profiler', 'pw-top'
 TICKS = 10_000_000  # a second
 
-TALK_COMPLETE, ISOC_Q_DPC, DEBUG_COUNTS = 9, 14, 23
+TALK_COMPLETE, ISOC_Q_DPC, CLOCK_ADJUST, DEBUG_COUNTS = 9, 14, 17, 23
 NO_ENTRY = 0xFFFFFFFF
 
 
@@ -132,12 +132,16 @@ class Studio(Screen):
                  '{ factory.name=support.null-audio-sink object.linger=true audio.position=[FL FR] '
                  f'node.name={name} node.description="{name} (null)" {properties} }}')
 
-    def make_firewire(self):
-        """A FireWire device "Fake" whose source drives and whose sink follows, as the session manager has it."""
-        device = self.start(self.build / 'tests/desktop/fake-device', stdout=subprocess.PIPE)
+    def make_firewire(self, *clock):
+        """A FireWire device "Fake" whose source drives and whose sink follows, as the session manager has it.
+
+        clock -- an argument for a source with a clock of its own
+        """
+        device = self.start(self.build / 'tests/desktop/fake-device', *clock, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         mine = f'node.group=fake device.id={int(device.process.stdout.readline())}'
         self.make_sink('Fake-In', f'media.class=Audio/Source/Virtual priority.driver=3000 {mine}')
         self.make_sink('Fake-Out', f'media.class=Audio/Sink priority.driver=2000 {mine}')
+        return device
 
     def play(self, sink):
         self.player = self.start('pw-cat', '-p', '--target', sink, pathlib.Path(self.folder.name) / 'silence.wav')

@@ -8,7 +8,7 @@ import time
 
 import pytest
 from desk import Desk, wait_until
-from studio import DEBUG_COUNTS, TALK_COMPLETE, Studio, missing, stall
+from studio import CLOCK_ADJUST, DEBUG_COUNTS, TALK_COMPLETE, Studio, missing, stall
 from worlds import FIRST_PLACE, click_button
 
 pytestmark = pytest.mark.skipif(bool(missing()), reason=f'not installed: {", ".join(missing())}')
@@ -104,6 +104,23 @@ def test_late_clients_of_a_firewire_device_are_named_and_charged_to_their_side(s
     count = fake.playback()[0]
     wait_until('cycles', lambda: fake.playback()[0] > count + 20)
     assert not fake.has_offset()
+
+
+def test_hardware_tells_of_its_clock_and_its_xruns(studio):
+    hardware = studio.make_firewire('clock')
+    studio.measure()
+    studio.wait_for_names('Fake')
+    studio.play('Fake-Out')
+    fake = studio.open('Fake')
+    wait_until('cycles', lambda: fake.playback()[0] > 20)
+    assert fake.stream() == (48000, 960)
+    assert fake.playback()[1] == pytest.approx(0.02, rel=0.05)
+    overflows, _, level, _ = fake.counters()
+    assert level == 256
+    assert 1000100 in [parameter for _, kind, parameter in fake.events() if kind == CLOCK_ADJUST]
+    hardware.process.stdin.write(b'xx')
+    hardware.process.stdin.flush()
+    wait_until('both are counted', lambda: fake.counters()[0] >= overflows + 2)
 
 
 def test_quantum_and_rate_are_followed(playing):

@@ -166,7 +166,7 @@ protected:
     {
         const auto previous = std::exchange (time, time + distance * millisecond);
         cycle.driver.id = driver;
-        cycle.driver.previousSignal = previous;
+        cycle.driver.previousSignal = isInAnotherProcess ? time - 1 : previous;
         cycle.driver.signal = time;
         cycle.driver.finish = time + 3 * millisecond;
         cycle.position += cycle.duration;
@@ -239,7 +239,8 @@ protected:
     XrunJournal journal;
     Cycle cycle;
     std::int64_t time = 100'000 * millisecond;
-    bool isCut = false; // a cycle ends too late for another reason than its followers
+    bool isInAnotherProcess = false; // the driver
+    bool isCut = false;              // a cycle ends too late for another reason than its followers
 };
 
 TEST_F (PipeWireFiguresTests, timesAreThoseOfTheCycles)
@@ -255,10 +256,26 @@ TEST_F (PipeWireFiguresTests, timesAreThoseOfTheCycles)
     // A report that was lost makes no long period, and a cycle of somebody else's device is none of this one's.
     figures.resetStatistics();
     time += 10 * millisecond;
+    cycle.position += cycle.duration;
     run (10, {});
     run (10, quick, foreign);
     EXPECT_EQ (describe(), "playback 1: 10 10, record 0: 0 0, wake-up 0 0, host 3 3");
     EXPECT_EQ (count(), (Counts { 0, 0, 0, 1 }));
+}
+
+TEST_F (PipeWireFiguresTests, periodsOfDriversInOtherProcessesAreTrue)
+{
+    isInAnotherProcess = true;
+
+    for (const auto distance : { 10, 10, 14 })
+        run (distance, {});
+
+    // The next report is lost, and then a client is late.
+    cycle.position += cycle.duration;
+    run (20, {});
+    run (10, { stall (player) });
+    run (10, {});
+    EXPECT_EQ (describe(), "playback 6: 11 14, record 0: 0 0, wake-up 0 0, host 3 3");
 }
 
 TEST_F (PipeWireFiguresTests, nothingIsComparedWithWhatWasBeforeAnotherQuantum)
