@@ -114,10 +114,9 @@ static juce::String format (RowKind kind, double value)
     return juce::String::fromUTF8 (number.getText().data(), static_cast<int> (number.getText().size())) + unit;
 }
 
-Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
+void Column::update (const StatisticsBlock* block, double msPerTick)
 {
     computeValues (block, msPerTick);
-    Rows changed;
 
     for (const auto row : valueRows)
     {
@@ -133,11 +132,8 @@ Column::Rows Column::update (const StatisticsBlock* block, double msPerTick)
             texts[row] = std::move (text);
             const auto before = std::exchange (layouts[row], layOut (row));
             repaint (findChange (before, layouts[row]));
-            changed.set (row);
         }
     }
-
-    return changed;
 }
 
 void Column::appendReport (juce::String& text, const HwInfoCaps& caps) const

@@ -2,7 +2,6 @@
 
 #include "device/HwDevice.h"
 #include "stats/StatisticsLayout.h"
-#include <bitset>
 #include <juce_gui_basics/juce_gui_basics.h>
 
 /** One device's statistics: the figures, their texts, and the component that shows them.
@@ -27,13 +26,8 @@ public:
     /** Takes the firmware's figures; a full FIFO is 100 %. */
     void setFirmwareCounters (const FirmwareCounters& counters);
 
-    /** A set of rows. */
-    using Rows = std::bitset<StatisticsLayout::numRows>;
-
-    /** Computes the values, rewrites the text of every figure, and repaints what looks different.
-        @returns the rows that read differently now
-    */
-    Rows update (const StatisticsBlock* block, double msPerTick);
+    /** Computes the values, rewrites the text of every figure, and repaints what looks different. */
+    void update (const StatisticsBlock* block, double msPerTick);
 
     /** Appends the device's section of the statistics report. */
     void appendReport (juce::String& text, const HwInfoCaps& caps) const;

@@ -2,7 +2,7 @@
 // PipeWire's number of it. Nodes that are to belong to it carry that number as their device.id.
 //
 // With an argument it exports a source as well, without a port, whose clock drives the nodes of its group: 960 frames
-// at 48 kHz, half a period from the hardware, 100 millionths too fast. Each byte on standard input is an xrun.
+// at 48 kHz, half a period from the hardware, 100 millionths too fast, with an xrun in every second.
 
 #include <pipewire/impl.h>
 #include <pipewire/pipewire.h>
@@ -11,12 +11,11 @@
 #include <spa/node/node.h>
 #include <spa/utils/hook.h>
 
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <string>
-#include <unistd.h>
 
 #ifdef __clang__
 // Calls to PipeWire's objects are macros that are expressions in the GNU manner.
@@ -25,17 +24,11 @@
 
 namespace
 {
-template <std::size_t size>
-constexpr spa_dict makeDictionary (const std::array<spa_dict_item, size>& items)
-{
-    return { 0, size, items.data() };
-}
-
-constexpr std::array<spa_dict_item, 4> deviceItems { { { PW_KEY_MEDIA_CLASS, "Audio/Device" },
-                                                       { PW_KEY_DEVICE_BUS, "firewire" },
-                                                       { PW_KEY_DEVICE_NAME, "Fake" },
-                                                       { PW_KEY_DEVICE_DESCRIPTION, "Fake FireWire" } } };
-constexpr auto deviceProperties = makeDictionary (deviceItems);
+constexpr spa_dict_item deviceItems[] { { PW_KEY_MEDIA_CLASS, "Audio/Device" },
+                                        { PW_KEY_DEVICE_BUS, "firewire" },
+                                        { PW_KEY_DEVICE_NAME, "Fake" },
+                                        { PW_KEY_DEVICE_DESCRIPTION, "Fake FireWire" } };
+constexpr spa_dict deviceProperties { 0, std::size (deviceItems), deviceItems };
 
 int addDeviceListener (void* listeners, spa_hook* listener, const spa_device_events* events, void* data)
 {
@@ -52,130 +45,105 @@ constexpr spa_device_methods deviceMethods { SPA_VERSION_DEVICE_METHODS, addDevi
 //==============================================================================
 constexpr long duration = 960, nanosecondsPerCycle = 20'000'000;
 
-/** The source. Its cycles run on PipeWire's data loop. */
-struct Source
-{
-    spa_hook_list listeners {};
-    const spa_node_callbacks* callbacks = nullptr;
-    void* callbackData = nullptr;
-    spa_io_clock* clock = nullptr;
-    pw_loop* loop = nullptr;
-    spa_source* timer = nullptr;
-};
+pw_loop* dataLoop = nullptr; // the source's cycles run on it
+spa_source* timer = nullptr;
+spa_io_clock* ioClock = nullptr;
+spa_hook_list sourceListeners;
+const spa_node_callbacks* callbacks = nullptr;
+void* callbackData = nullptr;
 
-void beginCycle (void* data, std::uint64_t)
+void beginCycle (void*, std::uint64_t)
 {
-    auto& source = *static_cast<Source*> (data);
     timespec now {};
     clock_gettime (CLOCK_MONOTONIC, &now);
 
-    if (auto* clock = source.clock)
+    if (ioClock != nullptr)
     {
-        clock->nsec = static_cast<std::uint64_t> (SPA_TIMESPEC_TO_NSEC (&now));
-        clock->next_nsec = clock->nsec + nanosecondsPerCycle;
-        clock->rate = { 1, 48000 };
-        clock->position += duration;
-        clock->duration = duration;
-        clock->delay = duration / 2;
-        clock->rate_diff = 1.0001;
+        ioClock->nsec = static_cast<std::uint64_t> (SPA_TIMESPEC_TO_NSEC (&now));
+        ioClock->next_nsec = ioClock->nsec + nanosecondsPerCycle;
+        ioClock->rate = { 1, 48000 };
+        ioClock->position += duration;
+        ioClock->duration = duration;
+        ioClock->delay = duration / 2;
+        ioClock->rate_diff = 1.0001;
+
+        if (ioClock->position % (50 * duration) == 0)
+            callbacks->xrun (callbackData, 0, 0, nullptr);
     }
 
-    source.callbacks->ready (source.callbackData, SPA_STATUS_HAVE_DATA);
+    callbacks->ready (callbackData, SPA_STATUS_HAVE_DATA);
 }
 
-int setTimer (spa_loop*, bool, std::uint32_t, const void* nanoseconds, std::size_t, void* data)
+int setTimer (spa_loop*, bool, std::uint32_t, const void* nanoseconds, std::size_t, void*)
 {
-    auto& source = *static_cast<Source*> (data);
-
-    if (source.timer == nullptr)
-        source.timer = pw_loop_add_timer (source.loop, beginCycle, data);
+    if (timer == nullptr)
+        timer = pw_loop_add_timer (dataLoop, beginCycle, nullptr);
 
     timespec interval { 0, *static_cast<const long*> (nanoseconds) };
-    return pw_loop_update_timer (source.loop, source.timer, &interval, &interval, false);
+    return pw_loop_update_timer (dataLoop, timer, &interval, &interval, false);
 }
 
-int tellXrun (spa_loop*, bool, std::uint32_t, const void*, std::size_t, void* data)
+int addSourceListener (void*, spa_hook* listener, const spa_node_events* events, void* data)
 {
-    const auto& source = *static_cast<Source*> (data);
-    return source.callbacks->xrun (source.callbackData, 0, 0, nullptr);
+    spa_node_info info {};
+    info.change_mask = SPA_NODE_CHANGE_MASK_FLAGS;
+    info.flags = SPA_NODE_FLAG_RT;
+    spa_hook_list_append (&sourceListeners, listener, events, data);
+    events->info (data, &info);
+    return 0;
 }
 
-void readInput (void* data, int descriptor, std::uint32_t)
+int setCallbacks (void*, const spa_node_callbacks* newCallbacks, void* data)
 {
-    if (char byte = 0; read (descriptor, &byte, 1) == 1)
-        pw_loop_invoke (static_cast<Source*> (data)->loop, tellXrun, 0, nullptr, 0, true, data);
+    callbacks = newCallbacks;
+    callbackData = data;
+    return 0;
 }
 
-spa_node_methods makeSourceMethods()
+int setIo (void*, std::uint32_t id, void* data, std::size_t)
 {
-    spa_node_methods methods {};
+    ioClock = id == SPA_IO_Clock ? static_cast<spa_io_clock*> (data) : ioClock;
+    return 0;
+}
+
+int sendCommand (void*, const spa_command* command)
+{
+    const auto nanoseconds = SPA_NODE_COMMAND_ID (command) == SPA_NODE_COMMAND_Start ? nanosecondsPerCycle : 0;
+    return pw_loop_invoke (dataLoop, setTimer, 0, &nanoseconds, sizeof (nanoseconds), true, nullptr);
+}
+
+/** Exports the source of a device when that has its number. */
+void exportSource (pw_core* core, std::uint32_t device)
+{
+    static spa_node_methods methods {};
     methods.version = SPA_VERSION_NODE_METHODS;
-
-    methods.add_listener = [] (void* object, spa_hook* listener, const spa_node_events* events, void* data)
-    {
-        spa_node_info info {};
-        info.change_mask = SPA_NODE_CHANGE_MASK_FLAGS;
-        info.flags = SPA_NODE_FLAG_RT;
-        spa_hook_list_append (&static_cast<Source*> (object)->listeners, listener, events, data);
-        events->info (data, &info);
-        return 0;
-    };
-
-    methods.set_callbacks = [] (void* object, const spa_node_callbacks* callbacks, void* data)
-    {
-        static_cast<Source*> (object)->callbacks = callbacks;
-        static_cast<Source*> (object)->callbackData = data;
-        return 0;
-    };
-
-    methods.set_io = [] (void* object, std::uint32_t id, void* data, std::size_t)
-    {
-        if (id == SPA_IO_Clock)
-            static_cast<Source*> (object)->clock = static_cast<spa_io_clock*> (data);
-
-        return 0;
-    };
-
-    methods.send_command = [] (void* object, const spa_command* command)
-    {
-        const auto nanoseconds = SPA_NODE_COMMAND_ID (command) == SPA_NODE_COMMAND_Start ? nanosecondsPerCycle : 0;
-        auto* loop = static_cast<Source*> (object)->loop;
-        return pw_loop_invoke (loop, setTimer, 0, &nanoseconds, sizeof (nanoseconds), true, object);
-    };
-
+    methods.add_listener = addSourceListener;
+    methods.set_callbacks = setCallbacks;
     methods.set_param = [] (void*, std::uint32_t, std::uint32_t, const spa_pod*) { return 0; };
+    methods.set_io = setIo;
+    methods.send_command = sendCommand;
     methods.process = [] (void*) { return SPA_STATUS_HAVE_DATA; };
-    return methods;
+    static spa_node source { { SPA_TYPE_INTERFACE_Node, SPA_VERSION_NODE, { &methods, nullptr } } };
+
+    const auto number = std::to_string (device);
+    const spa_dict_item items[] { { PW_KEY_MEDIA_CLASS, "Audio/Source/Virtual" },
+                                  { PW_KEY_NODE_NAME, "Fake-Clock" },
+                                  { PW_KEY_NODE_GROUP, "fake" },
+                                  { PW_KEY_NODE_DRIVER, "true" },
+                                  { PW_KEY_PRIORITY_DRIVER, "4000" },
+                                  { PW_KEY_DEVICE_ID, number.c_str() } };
+    const spa_dict properties { 0, std::size (items), items };
+    spa_hook_list_init (&sourceListeners);
+    pw_core_export (core, SPA_TYPE_INTERFACE_Node, &properties, &source, 0);
 }
 
-//==============================================================================
-struct Session
+void printId (void* core, std::uint32_t id)
 {
-    pw_core* core = nullptr;
-    bool hasSource = false;
-    Source source;
-    spa_node_methods sourceMethods = makeSourceMethods();
-    spa_node node { { SPA_TYPE_INTERFACE_Node, SPA_VERSION_NODE, { &sourceMethods, &source } } };
-};
-
-void deviceIsThere (void* data, std::uint32_t id)
-{
-    auto& session = *static_cast<Session*> (data);
     std::printf ("%u\n", id);
     std::fflush (stdout);
 
-    if (! session.hasSource)
-        return;
-
-    const auto number = std::to_string (id);
-    const std::array<spa_dict_item, 6> items { { { PW_KEY_MEDIA_CLASS, "Audio/Source/Virtual" },
-                                                 { PW_KEY_NODE_NAME, "Fake-Clock" },
-                                                 { PW_KEY_NODE_GROUP, "fake" },
-                                                 { PW_KEY_NODE_DRIVER, "true" },
-                                                 { PW_KEY_PRIORITY_DRIVER, "4000" },
-                                                 { PW_KEY_DEVICE_ID, number.c_str() } } };
-    const auto properties = makeDictionary (items);
-    pw_core_export (session.core, SPA_TYPE_INTERFACE_Node, &properties, &session.node, 0);
+    if (core != nullptr)
+        exportSource (static_cast<pw_core*> (core), id);
 }
 
 } // namespace
@@ -185,32 +153,25 @@ int main (int numArguments, char** arguments)
     pw_init (&numArguments, &arguments);
     auto* loop = pw_main_loop_new (nullptr);
     auto* context = pw_context_new (pw_main_loop_get_loop (loop), nullptr, 0);
+    dataLoop = pw_data_loop_get_loop (pw_context_get_data_loop (context));
 
     for (const auto* module : { "libpipewire-module-client-device", "libpipewire-module-client-node" })
         pw_context_load_module (context, module, nullptr, nullptr);
 
-    Session session;
-    session.hasSource = numArguments > 1;
-    session.core = pw_context_connect (context, nullptr, 0);
-    spa_hook_list_init (&session.source.listeners);
-    session.source.loop = pw_data_loop_get_loop (pw_context_get_data_loop (context));
+    auto* core = pw_context_connect (context, nullptr, 0);
 
-    if (session.core == nullptr)
+    if (core == nullptr)
         return 1;
 
     spa_hook_list deviceListeners;
     spa_hook_list_init (&deviceListeners);
     spa_device device { { SPA_TYPE_INTERFACE_Device, SPA_VERSION_DEVICE, { &deviceMethods, &deviceListeners } } };
-    auto* proxy = pw_core_export (session.core, SPA_TYPE_INTERFACE_Device, &deviceProperties, &device, 0);
+    auto* proxy = pw_core_export (core, SPA_TYPE_INTERFACE_Device, &deviceProperties, &device, 0);
 
     pw_proxy_events events {};
     events.version = PW_VERSION_PROXY_EVENTS;
-    events.bound = deviceIsThere;
+    events.bound = printId;
     spa_hook hook {};
-    pw_proxy_add_listener (proxy, &hook, &events, &session);
-
-    if (session.hasSource)
-        pw_loop_add_io (pw_main_loop_get_loop (loop), STDIN_FILENO, SPA_IO_IN, false, readInput, &session.source);
-
+    pw_proxy_add_listener (proxy, &hook, &events, numArguments > 1 ? core : nullptr);
     return pw_main_loop_run (loop);
 }

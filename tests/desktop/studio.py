@@ -137,11 +137,10 @@ class Studio(Screen):
 
         clock -- an argument for a source with a clock of its own
         """
-        device = self.start(self.build / 'tests/desktop/fake-device', *clock, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        device = self.start(self.build / 'tests/desktop/fake-device', *clock, stdout=subprocess.PIPE)
         mine = f'node.group=fake device.id={int(device.process.stdout.readline())}'
         self.make_sink('Fake-In', f'media.class=Audio/Source/Virtual priority.driver=3000 {mine}')
         self.make_sink('Fake-Out', f'media.class=Audio/Sink priority.driver=2000 {mine}')
-        return device
 
     def play(self, sink):
         self.player = self.start('pw-cat', '-p', '--target', sink, pathlib.Path(self.folder.name) / 'silence.wav')

@@ -107,7 +107,7 @@ def test_late_clients_of_a_firewire_device_are_named_and_charged_to_their_side(s
 
 
 def test_hardware_tells_of_its_clock_and_its_xruns(studio):
-    hardware = studio.make_firewire('clock')
+    studio.make_firewire('clock')
     studio.measure()
     studio.wait_for_names('Fake')
     studio.play('Fake-Out')
@@ -115,12 +115,9 @@ def test_hardware_tells_of_its_clock_and_its_xruns(studio):
     wait_until('cycles', lambda: fake.playback()[0] > 20)
     assert fake.stream() == (48000, 960)
     assert fake.playback()[1] == pytest.approx(0.02, rel=0.05)
-    overflows, _, level, _ = fake.counters()
-    assert level == 256
+    assert fake.counters()[2] == 256
     assert 1000100 in [parameter for _, kind, parameter in fake.events() if kind == CLOCK_ADJUST]
-    hardware.process.stdin.write(b'xx')
-    hardware.process.stdin.flush()
-    wait_until('both are counted', lambda: fake.counters()[0] >= overflows + 2)
+    wait_until('an xrun in every second', lambda: fake.counters()[0] >= 3)
 
 
 def test_quantum_and_rate_are_followed(playing):

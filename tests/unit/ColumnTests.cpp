@@ -92,19 +92,6 @@ TEST (ColumnTests, figuresAreSignedOrUnsignedAndStayWithoutABlock)
     EXPECT_EQ (update (column, nullptr, { 1, 2, 24, 25, 26, 27 }), "-5|-1.000 msec|50 %|4294967295|3|4");
 }
 
-TEST (ColumnTests, onlyRowsThatReadDifferentlyAreToBeRepainted)
-{
-    auto block = makeBlock();
-    Column column ("Deck");
-    EXPECT_EQ (column.update (&block, microsecondTicks).count(), valueRows.size()) << "nothing was shown before";
-    EXPECT_TRUE (column.update (&block, microsecondTicks).none());
-
-    block.playbackBufferCount = 1;
-    block.hostAverage = 1;
-    column.setFirmwareCounters ({ 0, 0, 0, 0, 1 }); // 0.1 %, which is shown as before
-    EXPECT_EQ (column.update (&block, microsecondTicks), Column::Rows().set (1).set (16));
-}
-
 TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
 {
     Column column ("");

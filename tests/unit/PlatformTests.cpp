@@ -5,8 +5,7 @@
 #include "stats/Column.h"
 #include "tests/unit/support/Devices.h"
 
-#include <atomic>
-#include <cstring>
+#include <barrier>
 #include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
@@ -157,25 +156,23 @@ TEST (AccessGuardTests, vanishingSectionsEndReadingsOnAnyThread)
         const auto* block = getBlock (one);
         ASSERT_TRUE (canRead (block));
 
-        std::promise<void> reading, cut;
-        auto other = std::async (std::launch::async,
-                                 [&]
-                                 {
-                                     return canRead (block,
-                                                     [&]
-                                                     {
-                                                         reading.set_value();
-                                                         cut.get_future().wait();
-                                                     });
-                                 });
+        std::barrier together (2);
+        const auto canReadWhileItIsCut = [&] (bool cuts)
+        {
+            return canRead (block,
+                            [&]
+                            {
+                                together.arrive_and_wait();
 
-        EXPECT_FALSE (canRead (block,
-                               [&]
-                               {
-                                   reading.get_future().wait();
-                                   one.driver.cutSection();
-                                   cut.set_value();
-                               }));
+                                if (cuts)
+                                    one.driver.cutSection();
+
+                                together.arrive_and_wait();
+                            });
+        };
+
+        auto other = std::async (std::launch::async, canReadWhileItIsCut, false);
+        EXPECT_FALSE (canReadWhileItIsCut (true));
         EXPECT_FALSE (other.get());
         EXPECT_FALSE (canRead (block));
     }

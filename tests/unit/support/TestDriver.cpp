@@ -159,9 +159,3 @@ int countOfProcess (const char* what)
 {
     return juce::File ("/proc/self").getChildFile (what).getNumberOfChildFiles (juce::File::findFilesAndDirectories);
 }
-
-int getCount (const char* variable, int usual)
-{
-    const char* wanted = std::getenv (variable);
-    return wanted != nullptr ? std::atoi (wanted) : usual;
-}

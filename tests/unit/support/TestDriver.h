@@ -171,6 +171,3 @@ bool waitFor (
 
 /** Number of entries of /proc/self/<what>: "fd" or "task". */
 int countOfProcess (const char* what);
-
-/** How long a test runs that can run for as long as one likes: what the environment variable says, else as usual. */
-int getCount (const char* variable, int usual);

@@ -1,8 +1,14 @@
 """Makes the pictures in docs/images anew; scripts/screenshots runs it."""
 
-from desk import Desk, wait_until
-from studio import Studio
-from worlds import FIRST_PLACE, ROOT, LinuxWorld
+import pathlib
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / 'tests/desktop'))
+
+from desk import Desk, wait_until  # noqa: E402
+from studio import Studio  # noqa: E402
+from worlds import FIRST_PLACE, LinuxWorld  # noqa: E402
 
 BUILD = ROOT / 'build/release'
 FIRST_FIGURE = 174, 112, 140, 14
