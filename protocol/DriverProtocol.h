@@ -117,7 +117,7 @@ struct EventLogEntry
     std::int64_t timestamp; /**< Counter value, ticks. */
     std::int64_t frequency; /**< The counter's rate, ticks per second. */
     std::uint32_t type;     /**< Index into the event names, or noSuchEntry. */
-    std::uint32_t param;    /**< Meaning depends on the type; noParameter for none. */
+    std::uint32_t param;    /**< Its meaning depends on the type; noParameter: none. */
     std::uint8_t unused1;
     std::int8_t auxValue;
     std::uint8_t unused2[6];
@@ -171,7 +171,7 @@ inline constexpr std::size_t bufferSizeWord = 4; /**< Sample frames. */
 inline constexpr std::size_t overflowsWord = 0;
 inline constexpr std::size_t underrunsWord = 1;
 inline constexpr std::size_t fifoLevelWord = 4; /**< Up to fullFifo. */
-inline constexpr std::size_t unshownWord = 5;   /**< Has a value, which nobody shows. */
+inline constexpr std::size_t unshownWord = 5;   /**< Has a value that is not shown. */
 inline constexpr std::size_t syncCountWord = 6;
 
 inline constexpr std::uint32_t fullFifo = 1024;

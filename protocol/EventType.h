@@ -35,7 +35,7 @@ enum class EventType : std::uint8_t
     debugCounts
 };
 
-/** What people read, in the order of EventType. */
+/** The names that people read, in the order of EventType. */
 inline constexpr const char* eventNames[] {
     "Listen attach",
     "Listen attach completion",

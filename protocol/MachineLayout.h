@@ -40,14 +40,14 @@ inline std::string getDefaultPath()
 }
 
 //==============================================================================
-/** In front of a request's input bytes. */
+/** Precedes a request's input bytes. */
 struct RequestHeader
 {
     std::uint32_t controlCode;
     std::uint32_t outputSize; /**< Bytes that the caller has room for. */
 };
 
-/** In front of a reply's output bytes: 0, or a Windows error code. */
+/** Precedes a reply's output bytes: 0, or a Windows error code. */
 using ReplyHeader = std::uint32_t;
 
 static_assert (sizeof (RequestHeader) == 8);

@@ -1,6 +1,6 @@
 #pragma once
 
-/** What others find the program by on Windows. */
+/** How others find the program on Windows. */
 namespace ProgramNames
 {
 

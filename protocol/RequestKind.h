@@ -7,7 +7,7 @@
 namespace DriverProtocol
 {
 
-/** The requests that a driver gets, one for each thing that a program can want of it. */
+/** The kinds of request that a driver gets. */
 enum class RequestKind : std::uint32_t
 {
     streamStatus,
@@ -20,7 +20,7 @@ enum class RequestKind : std::uint32_t
     other
 };
 
-/** What people call them, in the order of RequestKind. */
+/** Their names, in the order of RequestKind. */
 inline constexpr const char* requestNames[] { "stream-status", "map-statistics", "reset-statistics", "event-entry",
                                               "probe",         "read-counters",  "clear-counters",   "other" };
 

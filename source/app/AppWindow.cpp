@@ -37,7 +37,7 @@ AppWindow::AppWindow (DeviceList* devices, int defaultX, int defaultY)
     setOpaque (true);
     setUsingNativeTitleBar (true);
 
-    // The view takes the keyboard itself; a window that wants it would keep Escape and Return from it.
+    // The view takes the keyboard itself; a window that took it would keep Escape and Return from it.
     setWantsKeyboardFocus (false);
     setContentOwned (new Content (*devices), true);
 

@@ -21,7 +21,7 @@ public:
 
     void closeButtonPressed() override;
 
-    /** Refused while something is open before the window, as a click on it would be. */
+    /** Refused while another window is open in front of this one, as a click would be. */
     void userTriedToCloseWindow() override;
 
 private:

@@ -38,7 +38,7 @@ bool CDevChangeNotify::hasListener() const
     return listener != nullptr;
 }
 
-/** Posts under the lock: a listener that is being detached right now must not be posted to afterwards. */
+/** Posts under the lock: a listener that is being detached must get nothing afterwards. */
 void CDevChangeNotify::post (DeviceChange change, const void* device)
 {
     const juce::ScopedLock locked (listenerPointerLock);
@@ -81,14 +81,14 @@ void CDevChangeNotify::handleWin32Message (UINT message, WPARAM wParam, LPARAM l
 
         case DBT_DEVICEQUERYREMOVE:
         case DBT_DEVICEREMOVEPENDING:
-            // One that the removal was made possible for cannot answer, and may yet stay.
+            // A device that was closed for its removal cannot answer, and may yet stay.
             if (device != nullptr && ! device->isClosedForRemoval())
                 deviceMayHaveGone (*device);
 
             break;
 
         case DBT_DEVICEREMOVECOMPLETE:
-            // One that was found since is not the one that has gone.
+            // A device that was found since then is not the one that has gone.
             if (device != nullptr && ! (device->isYetToBeOpened() && DeviceList::getPresentPaths().contains (path)))
                 deviceMayHaveGone (*device);
 
@@ -141,7 +141,7 @@ void CDevChangeNotify::deviceMayHaveGone (HwDevice& device)
     post (DeviceRemovedMessage, &device);
 }
 
-/** That a device is gone is known from its interface. */
+/** A device is gone when its interface is. */
 void CDevChangeNotify::followHandle (WPARAM event, const DEV_BROADCAST_HANDLE& notification)
 {
     if (notification.dbch_size < offsetof (DEV_BROADCAST_HANDLE, dbch_eventguid))

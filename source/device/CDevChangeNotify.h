@@ -24,7 +24,7 @@ public:
                       DeviceList& devicesToUpdate,
                       juce::MessageListener* firstListener = nullptr);
 
-    /** Once it returns, the list is left alone and nothing more is posted. */
+    /** After it returns, the list does not change and nothing is posted. */
     ~CDevChangeNotify();
 
     /** Replaces the listener; once it returns, nothing more is posted to the one before. Not owned, may be null:
@@ -45,7 +45,7 @@ private:
     HDEVNOTIFY registration = nullptr;
     DeviceList& devices;
     juce::MessageListener* listener;
-    juce::CriticalSection listenerPointerLock; // innermost: nothing else of ours is locked while it is held
+    juce::CriticalSection listenerPointerLock; // innermost: we lock nothing else while we hold it
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (CDevChangeNotify)
 };

@@ -17,12 +17,12 @@ DeviceList::~DeviceList()
 {
     clear();
 
-    // Not under the lock: it waits for a notification that may want the list.
+    // Not under the lock: it waits for a notification that may need the list.
     notifier.reset();
 }
 
 //==============================================================================
-/** The path of one enumerated interface, as the system has it; empty when there is none to be had. */
+/** The path of one enumerated interface, as the system spells it; empty when there is none. */
 static std::string getInterfacePath (HDEVINFO set, SP_DEVICE_INTERFACE_DATA& interfaceData)
 {
     DWORD required = 256;
@@ -113,7 +113,7 @@ bool DeviceList::isAcceptedVendor (const HwDevice& device) const
 
 void DeviceList::log (const char* verb, const HwDevice& device) const
 {
-    // The name stands apart: what %S means depends on the system.
+    // The name is added separately: what %S means depends on the system.
     if (logSink != nullptr)
         logSink->logMessage (
             juce::String (verb) + " " + device.getName()

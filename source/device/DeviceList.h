@@ -18,7 +18,7 @@ inline constexpr auto DeviceInterfaceGuid = DriverProtocol::makeInterfaceClass<G
 class DeviceList
 {
 public:
-    /** The toolkit's logger, open to whoever has something to log to this one. */
+    /** The toolkit's logger, whose logMessage is public here. */
     struct LogSink : public juce::Logger
     {
         void logMessage (const juce::String& line) override = 0;
@@ -35,7 +35,7 @@ public:
                 juce::CriticalSection* lockToUse = nullptr,
                 LogSink* logSink = nullptr);
 
-    /** Lets go of every device, then stops the notifications. Message thread. */
+    /** Releases every device, then stops the notifications. Message thread. */
     ~DeviceList();
 
     /** Inserts the present interfaces, or only the one of that path. It does not look at what the list holds:
@@ -48,7 +48,7 @@ public:
     /** Of the interfaces that are present, listed or not, in the system's order. */
     static juce::StringArray getPresentPaths();
 
-    /** The very path goes before one that differs in case. @returns null when there is no such device */
+    /** An exact match wins over one that differs in case. @returns null when there is no such device */
     HwDevice::Ptr findByPath (const juce::String& path);
 
     /** The device of an interface that the system named, which may spell its path in another case, unless there is an
@@ -69,7 +69,7 @@ public:
     /** All devices at one moment, in the list's order. */
     std::vector<HwDevice::Ptr> getDevices() const;
 
-    /** Whom DeviceChangeMessages go to from now on, in place of the one before; not owned. A listener is detached
+    /** Replaces the listener that DeviceChangeMessages go to; not owned. A listener is detached
         (by null, or by its successor) before it dies. The first call starts the notifications.
     */
     void setListener (juce::MessageListener* listener);
@@ -87,7 +87,7 @@ private:
     std::unique_ptr<CDevChangeNotify> notifier;
     LogSink* const logSink;
     juce::CriticalSection ownLock;
-    juce::CriticalSection& lock; // the own one, or the one that was given
+    juce::CriticalSection& lock; // our own, or the one that was passed in
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (DeviceList)
 };

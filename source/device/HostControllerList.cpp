@@ -3,7 +3,7 @@
 #include "device/DriverText.h"
 #include <vector>
 
-/** The setup class GUID_DEVCLASS_1394, which not every toolchain has in a library. */
+/** The setup class GUID_DEVCLASS_1394, which some toolchains' libraries lack. */
 static constexpr GUID hostControllerClass { 0x6bdd1fc1,
                                             0x810f,
                                             0x11d0,

@@ -20,7 +20,7 @@ HwDevice::HwDevice (std::string pathOfInterface,
 
 HwDevice::~HwDevice()
 {
-    openCount = juce::jmin (openCount, 1u); // nobody is left to take the others back
+    openCount = juce::jmin (openCount, 1u); // nobody is left to undo the others
     close();
 }
 
@@ -76,7 +76,7 @@ bool HwDevice::openInterface()
 {
     const juce::ScopedLock handleChanges (handleLock);
 
-    // Whatever an earlier open had mapped is gone, and its address can be another device's by now.
+    // What an earlier open mapped is gone, and its address may be another device's by now.
     statisticsAddress = 0;
 
     handle = DriverHandle::open (systemPath.c_str(), Win32NotificationWindow::findWindowHandle());
@@ -125,7 +125,7 @@ void HwDevice::reopen()
 {
     const juce::ScopedLock locked (lock);
 
-    // Open again now, it would forbid the removal after all.
+    // An open handle would forbid the removal after all.
     if (closedForRemoval || hasOutstandingRequest())
         return;
 

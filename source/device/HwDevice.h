@@ -51,7 +51,7 @@ public:
     */
     RequestResult open();
 
-    /** Takes one open back; the last one closes the interface. Without an open it does nothing. */
+    /** Undoes one open; the last one closes the interface. Does nothing without an open. */
     void close();
 
     /** One close and one open, which no other request comes between. Nothing while it is closed for its removal, nor
@@ -59,7 +59,7 @@ public:
     */
     void reopen();
 
-    /** For when the system asks whether the device may be removed, to have its driver updated for instance, which an
+    /** For when the system asks whether the device may be removed, for instance to update its driver, which an
         open interface forbids: closes it if it is this device's that the notification is about. Its opens stay counted,
         and its requests fail, until openAfterRemovalFailed or the last close. Notification thread.
     */
@@ -70,7 +70,7 @@ public:
     */
     void openAfterRemovalFailed (const DEV_BROADCAST_HANDLE& notification);
 
-    /** True between these two: the device cannot answer, and may yet stay. */
+    /** True between these two calls: the device cannot answer, and may yet stay. */
     bool isClosedForRemoval() const noexcept { return closedForRemoval; }
 
     /** True when its driver has not answered a request that was given up: slow or silent, but not gone. */
@@ -79,14 +79,14 @@ public:
     /** False as well while it is closed for its removal. */
     bool isOpen() const;
 
-    /** True as long as nobody has tried to open a device that can be used. Such a one cannot answer a probe. */
+    /** True until somebody opens a usable device. Until then it cannot answer a probe. */
     bool isYetToBeOpened() const;
 
     //==============================================================================
-    /** As the user called it, from the registry. Never changes. */
+    /** The name that the user gave it, from the registry. Never changes. */
     juce::String getName() const { return name; }
 
-    /** The interface's path, each byte of it a character, for comparing. Never changes. */
+    /** The interface's path, for comparing: each of its bytes is a character. Never changes. */
     juce::String getPath() const { return path; }
 
     std::uint32_t getVendorId() const noexcept { return caps.getVendorId(); }
@@ -99,7 +99,7 @@ public:
     */
     std::uint32_t getStatisticsAddress() const;
 
-    /** Calls read with that address. Nobody closes the device until it returns. */
+    /** Calls read with that address. The device is not closed until read returns. */
     template <typename Read>
     void readStatistics (Read&& read) const
     {
@@ -117,10 +117,10 @@ public:
     /** Keeps the stored status when it fails. */
     RequestResult readStreamStatus();
 
-    /** Resets the driver's statistics, then the firmware's counters; nobody hears how that went. */
+    /** Resets the driver's statistics, then the firmware's counters; errors are not reported. */
     void resetStatistics();
 
-    /** Sends the request for the firmware's counters and waits for nothing: the next readFirmwareCounters has less to
+    /** Sends the request for the firmware's counters and does not wait: the next readFirmwareCounters has less to
         wait for.
     */
     void askForFirmwareCounters();
@@ -128,7 +128,7 @@ public:
     /** Writes the counters only on success. */
     TransactionResult readFirmwareCounters (FirmwareCounters& counters);
 
-    /** Success when the device is there and answers. */
+    /** Succeeds when the device is there and answers. */
     TransactionResult probe();
 
     /** Fetches one entry of the driver's event log; past its end the entry's type is noSuchEntry, after a failure it
@@ -158,7 +158,7 @@ private:
     HwInfoCaps caps;
     juce::String name;
     juce::CriticalSection ownLock;
-    juce::CriticalSection& lock; // the own one, or the one that was given
+    juce::CriticalSection& lock; // our own, or the one that was passed in
     const std::string systemPath;
     const juce::String path;
     bool usable = false;

@@ -20,7 +20,7 @@ public:
     /** Null when there is none, or none yet. Message thread or notification thread. */
     static HWND findWindowHandle();
 
-    /** Adding twice is adding once. Not owned. */
+    /** Adding a listener twice adds it once. Not owned. */
     static void addListener (Win32MessageListener* listener);
 
     /** Once it returns, the listener is not being called and never will be. */

@@ -6,7 +6,7 @@
 static std::unique_ptr<EventDisplayWindowContent> readLogs (const DeviceList& devices)
 {
     juce::MouseCursor::showWaitCursor();
-    juce::Desktop::getMousePosition(); // a question to the display sends off what was said before
+    juce::Desktop::getMousePosition(); // asking the display sends what is still in the queue
     auto content = std::make_unique<EventDisplayWindowContent> (devices);
     juce::MouseCursor::hideWaitCursor();
     return content;
@@ -19,7 +19,7 @@ EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
     auto content = readLogs (devices);
     setUsingNativeTitleBar (true);
 
-    // Its parts take the keyboard themselves; a window that wants it would keep keys from them.
+    // Its parts take the keyboard themselves; a window that took it would keep keys from them.
     setWantsKeyboardFocus (false);
     setContentOwned (content.release(), true);
 
@@ -36,7 +36,7 @@ EventDisplayWindow::EventDisplayWindow (const DeviceList& devices)
                                                    });
 }
 
-/** Closing has to wait for what is open before the window, and is refused until then rather than put off. */
+/** Refused, not put off, while another window is open in front of this one. */
 void EventDisplayWindow::closeButtonPressed()
 {
     if (! isCurrentlyBlockedByAnotherModalComponent())

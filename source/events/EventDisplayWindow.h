@@ -12,7 +12,7 @@ public:
     /** Reads every log, which can take a second or more; the devices are not needed afterwards. */
     explicit EventDisplayWindow (const DeviceList& devices);
 
-    /** Ends the modal state with 0, unless something is open before the window. */
+    /** Ends the modal state with 0, unless another window is open in front of this one. */
     void closeButtonPressed() override;
 
 private:

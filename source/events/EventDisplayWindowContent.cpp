@@ -93,7 +93,7 @@ juce::String EventDisplayWindowContent::Tips::getTipFor (juce::Component& compon
     return list->getTipAt (list->getMouseXYRelative());
 }
 
-/** Without a window manager nobody else gives the keyboard back after the dialog. */
+/** Without a window manager, nobody else returns the keyboard after the dialog. */
 void EventDisplayWindowContent::buttonClicked (juce::Button*)
 {
     tabs.saveReport();

@@ -11,7 +11,7 @@ inline constexpr int listenComplete = 2;
 /** A type that has no name is shown by its number. */
 juce::String get (int type);
 
-/** What it means that there is an event of a type, in a sentence. */
+/** What an event of this type means, in a sentence. */
 juce::String explain (int type);
 
 } // namespace EventNames

@@ -66,7 +66,7 @@ juce::String getLine (const juce::Array<EventRecord>& events, int row, const juc
     return endLines (line.toString());
 }
 
-/** Leaves nothing of an earlier report. A file that has to stay loses what is in it. */
+/** Removes an earlier report. A file that cannot be deleted is emptied. */
 static bool clear (const juce::File& file)
 {
     if (file.deleteFile())
@@ -76,10 +76,10 @@ static bool clear (const juce::File& file)
     return stream.openedOk() && stream.setPosition (0) && stream.truncate().wasOk();
 }
 
-/** @returns false when the lines are not, or not all, in the file */
+/** @returns false unless all lines are in the file */
 static bool appendLines (const juce::File& file, const juce::String& lines)
 {
-    // The toolkit's appendText hears of no error, as the file is written when its buffer goes.
+    // The toolkit's appendText reports no error: it writes the file when its buffer is destroyed.
     constexpr std::size_t noBuffer = 0;
     juce::FileOutputStream stream (file, noBuffer);
     return stream.openedOk() && stream.write (lines.toRawUTF8(), lines.getNumBytesAsUTF8());
@@ -93,7 +93,7 @@ void write (const juce::File& file,
     bool isIntact = clear (file);
     juce::MemoryOutputStream text;
 
-    // Behind lines that are missing there must be no others.
+    // No line may follow one that is missing.
     const auto appendText = [&]
     {
         isIntact = isIntact && appendLines (file, endLines (text.toString()));

@@ -23,7 +23,7 @@ public:
         setTooltip (getButtonText());
     }
 
-    /** As the whole name would have it. */
+    /** The length for the whole name. */
     int getBestTabLength (int depth) override
     {
         if (bestLength == 0)
@@ -36,7 +36,7 @@ public:
     {
         TabBarButton::resized();
 
-        constexpr int mostLetters = 200; // more have never room
+        constexpr int mostLetters = 200; // there is never room for more
         auto kept = name.substring (0, mostLetters);
         auto shown = DisplayText::fromName (name);
 
@@ -119,7 +119,7 @@ void EventTabs::saveReport()
     const auto watch = NativeDialogs::attend();
     const bool chosen = chooser.browseForFileToSave (true);
 
-    // A quit closes the dialog, too; what it then calls the choice is nobody's.
+    // A quit closes the dialog, too, and its result is then not the user's choice.
     if (chosen && ! juce::MessageManager::getInstance()->hasStopMessageBeenSent())
         list->writeReport (chooser.getResult());
 }

@@ -21,7 +21,7 @@ bool HelpKey::keyPressed (const juce::KeyPress& key, juce::Component*)
     return true;
 }
 
-/** Not while the key is handled: the box has a message loop of its own. */
+/** Called later, not while the key is handled: the box runs its own message loop. */
 void HelpKey::handleAsyncUpdate()
 {
     const juce::Component::SafePointer<juce::Component> focused (juce::Component::getCurrentlyFocusedComponent());
@@ -49,7 +49,7 @@ void HelpKey::handleAsyncUpdate()
     const auto watch = NativeDialogs::attend();
     juce::NativeMessageBox::showMessageBox (juce::MessageBoxIconType::NoIcon, name, text);
 
-    // Without a window manager nobody else gives the keyboard back.
+    // Without a window manager, nobody else returns the keyboard.
     if (focused != nullptr)
         focused->grabKeyboardFocus();
 }

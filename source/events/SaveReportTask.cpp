@@ -4,7 +4,7 @@
 
 namespace
 {
-/** Return has just named the file, perhaps twice, and is no word against writing it. Escape is. */
+/** Return has just named the file, perhaps twice, and must not cancel the report. Escape does. */
 struct ReturnIgnored : public juce::KeyListener
 {
     bool keyPressed (const juce::KeyPress& key, juce::Component*) override
@@ -30,7 +30,7 @@ SaveReportTask::SaveReportTask (const juce::File& reportFile,
         child->addKeyListener (&returnIgnored);
 }
 
-/** The thread must be over before this part of the object is. */
+/** The thread must end before this part of the object does. */
 SaveReportTask::~SaveReportTask()
 {
     stopThread (stopTimeoutMs);

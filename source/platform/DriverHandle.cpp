@@ -6,7 +6,7 @@
 
 static DriverHandle::Waits& getWaits()
 {
-    // Never destroyed: nobody knows who still waits at the program's end.
+    // Never destroyed: a thread may still wait when the program ends.
     static auto& waits = *new DriverHandle::Waits;
     return waits;
 }
@@ -71,7 +71,7 @@ DriverHandle::Outcome DriverHandle::request (Kind kind,
         takeOutstandingAnswer (kind == Kind::act);
 
         if (kind == Kind::act)
-            late.clear(); // what was seen before it is old
+            late.clear(); // what was seen before it is out of date
 
         if (auto* found = findLateAnswer (question); found != nullptr)
         {
@@ -142,7 +142,7 @@ bool DriverHandle::await (WaitBudget& budget, bool wasLateBefore)
     return answered;
 }
 
-/** A driver that is only slow is waited for, one that has been silent for longer is not. */
+/** Waits for a driver that is only slow, not for one that has been silent for longer. */
 void DriverHandle::takeOutstandingAnswer (bool mayWait)
 {
     constexpr std::size_t mostLateAnswers = 4;
@@ -161,12 +161,12 @@ void DriverHandle::takeOutstandingAnswer (bool mayWait)
 
     late.push_back ({ std::move (asked), std::move (answer) });
 
-    // Of what is not asked again.
+    // Answers to what is not asked again.
     if (late.size() > mostLateAnswers)
         late.erase (late.begin());
 }
 
-/** As the system does it, also what is only a warning has its bytes copied. */
+/** As in the system, a warning copies its bytes, too. */
 DriverHandle::Outcome DriverHandle::deliver (const DriverAnswer& answerToDeliver, void* output)
 {
     if (answerToDeliver.error == DriverAnswer::none)

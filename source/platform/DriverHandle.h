@@ -47,7 +47,7 @@ public:
     /** @param isOpening  whether the line has still to answer that it is open */
     DriverHandle (std::unique_ptr<DriverLine> lineToUse, Waits& waitsToUse, bool isOpening = false);
 
-    /** Closes the file, and nothing is heard of it any more. */
+    /** Closes the file; nothing more comes from it. */
     ~DriverHandle();
 
     /** DeviceIoControl; input and output may be the same. Unanswered, it leaves the output as it was. */

@@ -46,7 +46,7 @@ public:
     */
     virtual bool receive (DriverAnswer& answer, Duration limit) = 0;
 
-    /** Asks the driver to give up what it has not answered; it need not heed that. */
+    /** Asks the driver to give up what it has not answered; it may ignore that. */
     virtual void cancel() {}
 
     /** Whether a notification, whole, is about this file; also after close. */

@@ -22,11 +22,11 @@ inline constexpr UINT changesMissed = WM_APP;
 */
 void run (std::atomic<HWND>& window, const Receiver& receiver);
 
-/** Has run return. */
+/** Makes run return. */
 void close (HWND window);
 
-/** Has the receiver told of the interfaces of a class that come and go, by WM_DEVICECHANGE, and changesMissed once that
-    has begun. @returns null on failure
+/** Tells the receiver of interfaces of a class that come and go, by WM_DEVICECHANGE, and changesMissed once that has
+    begun. @returns null on failure
 */
 HDEVNOTIFY registerInterfaces (HWND window, const GUID& interfaceClass);
 

@@ -14,7 +14,7 @@ public:
     WindowPlacement (juce::TopLevelWindow& window, const FindPlace& findPlace);
     ~WindowPlacement();
 
-    /** Where the user has the window's content: where it was put as long as it is being framed, then where it is. */
+    /** Where the user has the window's content: where it was put until it has its frame, then where it is. */
     juce::Point<int> getPosition() const;
 
 private:

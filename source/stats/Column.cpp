@@ -81,7 +81,7 @@ void Column::computeValues (const StatisticsBlock* block, double msPerTick)
     if (offsets[maximumRow] == StatisticsBlock::noMaximum)
         offsets[maximumRow] = 0;
 
-    // Rounds down, also below zero.
+    // Rounds down, below zero, too.
     const auto halfPeriod = period >> 1;
 
     // An offset of more than half a period is nearer to the next buffer than to this one.
@@ -194,7 +194,7 @@ void Column::paint (juce::Graphics& g)
 
 void Column::paintBox (juce::Graphics& g, std::size_t row) const
 {
-    // The other figures that are painted at the same time would only make the clipping dear.
+    // Clipping to the other figures that are painted at the same time would only cost more.
     const juce::Graphics::ScopedSaveState state (g);
     g.reduceClipRegion (getBox (row));
     g.setColour (juce::Colour (75, 75, 75));
@@ -218,7 +218,7 @@ juce::GlyphArrangement Column::layOut (std::size_t row) const
     const int textInset = getWidth() / 16;
     const auto area = getBox (row).withX (textInset).withWidth (getWidth() - 2 * textInset).toFloat();
 
-    // A copy of an empty one, which does not reserve room for the glyphs of whole pages.
+    // A copy of an empty layout: a new one reserves room for whole pages of glyphs.
     static const juce::GlyphArrangement empty;
     auto layout = empty;
     layout.addFittedText (font,

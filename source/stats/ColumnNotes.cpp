@@ -65,9 +65,9 @@ ColumnNotes::ColumnNotes (const Column& columnToExplain,
       getBufferTime (std::move (findBufferTime))
 {
     setTitle (name);
-    setAlpha (0); // or the toolkit clips to each note before painting nothing
+    setAlpha (0); // otherwise the toolkit clips to each note, which paints nothing
     setPaintingIsUnclipped (true);
-    setFocusContainerType (FocusContainerType::focusContainer); // or the toolkit hands out no children
+    setFocusContainerType (FocusContainerType::focusContainer); // otherwise the toolkit reports no children
     add (
         "Interface",
         [this] { return name; },
@@ -135,7 +135,7 @@ juce::String ColumnNotes::describeDevice() const
     return text;
 }
 
-/** What a time says about the stream; what it is where that cannot be told. */
+/** What a time says about the stream, or what it is when the buffer time is not known. */
 juce::String ColumnNotes::judge (std::size_t row) const
 {
     const auto value = column.getValue (row), bufferTime = getBufferTime();

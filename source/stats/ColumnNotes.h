@@ -20,7 +20,7 @@ public:
                  std::function<double()> findBufferTime);
     ~ColumnNotes() override;
 
-    /** Tells whether the device has answered when it was last asked. */
+    /** Notes whether the device answered when it was last asked. */
     void setAnswering (bool isAnswering);
 
     void resized() override;

@@ -48,7 +48,7 @@ juce::String describeBufferSize (std::uint32_t samples)
     return juce::String::formatted ("%d samples", samples);
 }
 
-/** A buffer has no time as long as nobody knows the sample rate: 0. */
+/** 0 while the sample rate is not known. */
 double getBufferTimeMs (std::uint32_t samples, std::uint32_t hz)
 {
     return hz == 0 ? 0.0 : samples / double (hz) * 1000.0;
@@ -184,7 +184,7 @@ int Content::getFullWidth() const
     return columnWidth * static_cast<int> (columns.size()) + columnsX + marginRight;
 }
 
-/** By the columns, which the list can be ahead of: the view has room for what it shows. */
+/** Counts the columns, not the list, which can be ahead of them: the view fits what it shows. */
 void Content::updateWidth()
 {
     setSize (getFullWidth(), getHeight());
@@ -332,7 +332,7 @@ void Content::openEventWindow()
     EventDisplayWindow (deviceList).runModalLoop();
 }
 
-/** Without a window manager nobody else gives the keyboard back. */
+/** Without a window manager, nobody else returns the keyboard. */
 void Content::runModally (const std::function<void()>& modalCall)
 {
     const SafePointer<Component> focused (getCurrentlyFocusedComponent());
@@ -420,7 +420,7 @@ void Content::paint (juce::Graphics& g)
     g.fillAll (InterfaceColours::ground);
     g.setColour (juce::Colours::white);
 
-    // Clipping it to what the figures have changed would be dear.
+    // Clipping it to the figures that have changed would cost more.
     if (! getLocalBounds().reduced (1).contains (g.getClipBounds()))
         g.drawRect (0, 0, getWidth(), getHeight());
 

@@ -21,7 +21,7 @@ public:
     explicit Content (DeviceList& devices);
     ~Content() override;
 
-    /** Deletes the columns and makes one per device, each of which is closed and opened again. */
+    /** Replaces the columns by one per device, and closes and opens each device again. */
     void rebuildColumns();
 
     /** Fits the width to the number of columns. */
@@ -61,7 +61,7 @@ private:
     /** A column, and enough to find its device again, whatever happened to the list meanwhile. */
     struct ShownDevice
     {
-        /** Null when it has gone. Nearly always it is where the column is. */
+        /** Null when the device has gone. It is nearly always at the column's position. */
         HwDevice* findIn (const Devices&, std::size_t likelyPosition) const;
 
         std::unique_ptr<Column> column;

@@ -48,7 +48,7 @@ juce::String make (const juce::Time& time,
 bool append (const juce::File& file, const juce::String& report)
 {
     juce::FileOutputStream stream (file);
-    const bool isOpen = stream.openedOk(); // asked again after an error, it would say no
+    const bool isOpen = stream.openedOk(); // after an error it would return false
 
     if (isOpen)
         stream.writeText (report, false, false, lineEnd);

@@ -33,7 +33,7 @@ juce::String make (const juce::Time& time,
                    const juce::String& deviceSections);
 
 /** Appends a report to a file, which is made where there is none.
-    @returns false when the file cannot be opened; once it is open nobody hears of an error
+    @returns false when the file cannot be opened; later errors are not reported
 */
 bool append (const juce::File& file, const juce::String& report);
 

@@ -18,7 +18,7 @@ bool isControl (juce::juce_wchar c)
     return c < 0x20 || isWithin (c, 0x7F, 0x9F) || isWithin (c, 0x2028, 0x2029);
 }
 
-/** Marks that only say in which direction text runs. */
+/** Marks that only set the direction of text. */
 bool isDirection (juce::juce_wchar c)
 {
     return isWithin (c, 0x200E, 0x200F) || isWithin (c, 0x202A, 0x202E) || isWithin (c, 0x2066, 0x2069) || c == 0xFEFF;
@@ -166,7 +166,7 @@ Letters join (const Letters& text)
     return joined;
 }
 
-/** The other bracket of its pair; any other letter is its own. */
+/** The other bracket of a pair; other characters are returned as they are. */
 juce::juce_wchar getCounterpart (juce::juce_wchar c)
 {
     static const juce::String brackets ("()[]{}<>");
@@ -174,8 +174,7 @@ juce::juce_wchar getCounterpart (juce::juce_wchar c)
     return index < 0 ? c : brackets[index ^ 1];
 }
 
-/** Turns what runs from right to left around, but for the numbers in it and for the marks, which follow their letter.
- */
+/** Reverses what runs from right to left, but not the numbers in it; marks still follow their letter. */
 void turnAround (Letters::iterator begin, Letters::iterator end)
 {
     std::reverse (begin, end);
@@ -209,7 +208,7 @@ void putInVisualOrder (Letters& text)
             if (isRightToLeft (*next) || isDigit (*next))
                 end = next + 1;
 
-        // A bracket that is opened in it is closed in it.
+        // It keeps both brackets of a pair.
         while (end != text.end() && getCounterpart (*end) < *end
                && std::find (begin, end, getCounterpart (*end)) != end)
             ++end;

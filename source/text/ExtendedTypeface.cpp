@@ -10,7 +10,7 @@ constexpr int numberBits = 21;
 constexpr int numberMask = (1 << numberBits) - 1;
 constexpr std::size_t mostTypefaces = 1 << 9;
 
-/** Nobody's character, which has every typeface show what it has for a missing one. */
+/** A character that no typeface has: each shows its sign for a missing one. */
 constexpr juce::juce_wchar noCharacter = 0xFFFF;
 
 /** What is drawn for a character that no typeface has. */
@@ -42,7 +42,7 @@ bool hasCharacter (juce::Typeface& typeface, juce::juce_wchar character)
 
 ExtendedTypeface::ExtendedTypeface (const Ptr& own, const juce::Font& madeFor)
     : Typeface (own->getName(), own->getStyle()),
-      // A font of its own: the one that this is made for will hold it.
+      // A font of its own: the one that this is made for will own it.
       font (madeFor.getTypefaceName(), madeFor.getTypefaceStyle(), madeFor.getHeight()),
       typefaces { own }
 {

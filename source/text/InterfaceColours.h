@@ -6,10 +6,10 @@
 namespace InterfaceColours
 {
 
-/** Behind everything but tables. */
+/** The background of everything but tables. */
 inline const juce::Colour ground { 15, 15, 15 };
 
-/** Of buttons, and of what is done of a report. */
+/** Buttons, and the finished part of a report. */
 inline const juce::Colour button { 0, 200, 0 };
 
 } // namespace InterfaceColours

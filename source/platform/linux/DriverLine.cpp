@@ -49,7 +49,7 @@ public:
         packet.msg_iovlen = inputSize > 0 ? 2 : 1;
         outputSizeAsked = outputSize;
 
-        // There is room: the driver has taken the request before.
+        // There is room: the driver has taken the request that came before.
         return socket
                && retryOnSignal ([&] { return ::sendmsg (socket.get(), &packet, MSG_NOSIGNAL | MSG_DONTWAIT); }) >= 0;
     }
@@ -83,7 +83,7 @@ public:
         auto descriptor = size >= 0 ? takeDescriptor (packet) : FileDescriptor();
         const bool isBroken = size < static_cast<ssize_t> (sizeof (error)) || (packet.msg_flags & MSG_TRUNC) != 0;
 
-        // A driver that broke the protocol, or is gone, is not heard any more.
+        // A driver that broke the protocol, or is gone, is not listened to any more.
         if (isBroken)
             socket = {};
 

@@ -28,7 +28,7 @@ struct FolderWatch
 
     int watch (const FileDescriptor& folder) const
     {
-        // Through the descriptor: what is watched is the folder whose owner was checked.
+        // Through the descriptor: this is the folder whose owner was checked.
         const auto path = "/proc/self/fd/" + std::to_string (folder.get());
         constexpr auto contents = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
         return folder ? ::inotify_add_watch (events.get(), path.c_str(), contents | ownEnd | IN_ONLYDIR) : -1;
@@ -57,7 +57,7 @@ struct FolderWatch
                 ::inotify_rm_watch (events.get(), number);
     }
 
-    /** Hands on what has happened, or only some of it where there is much. */
+    /** Passes on what has happened; of very much, only some. */
     void fetchChanges (const NotificationWindow::Receiver& receiver)
     {
         alignas (inotify_event) std::array<char, 16384> buffer;
@@ -69,7 +69,7 @@ struct FolderWatch
             const std::string name (event.len > 0 ? event.name : "");
             offset += static_cast<ssize_t> (sizeof (event) + event.len);
 
-            // What is of no watch of now is about one that was.
+            // An event of no present watch belongs to a former one.
             const bool isOfMachine = event.wd == machineWatch, arrived = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
 
             if ((event.mask & IN_Q_OVERFLOW) != 0 || (isOfMachine && (event.mask & ownEnd) != 0)
@@ -143,7 +143,7 @@ HDEVNOTIFY registerInterfaces (HWND window, const GUID&)
     return reinterpret_cast<HDEVNOTIFY> (window);
 }
 
-/** What is still heard has nobody to go to. */
+/** Drops what still arrives: its receiver is gone. */
 void unregisterInterfaces (HDEVNOTIFY) {}
 
 } // namespace NotificationWindow

@@ -13,7 +13,7 @@ void quitOnSignals()
     {
         const auto before = std::signal (number, [] (int) { std::raise (SIGINT); });
 
-        // As nohup wants it.
+        // nohup has it ignored.
         if (before == SIG_IGN)
             std::signal (number, SIG_IGN);
     }

@@ -53,7 +53,7 @@ struct WindowPlacement::Settling : private juce::Timer
     juce::Point<int> place;
     int ticksShown = 0;
     int ticksFramed = 0;
-    bool settled = false; // where the window is now is where the user has it
+    bool settled = false; // the window is now where the user put it
 };
 
 WindowPlacement::WindowPlacement (juce::TopLevelWindow& windowToPlace, const FindPlace& findPlace)

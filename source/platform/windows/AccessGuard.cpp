@@ -6,13 +6,13 @@
 namespace AccessGuard
 {
 
-/** The section's pages are all that the system tells of, and the driver fills them to the end. */
+/** The system knows only the section's pages, and the driver fills them to the end. */
 std::size_t readableBytes (const void*) noexcept
 {
     return SIZE_MAX;
 }
 
-/** True for what a view that is gone, or whose pages cannot be had, answers a read with. */
+/** True for the exceptions with which a view fails that is gone, or whose pages cannot be read. */
 static bool isFault (DWORD exceptionCode) noexcept
 {
     return exceptionCode == static_cast<DWORD> (EXCEPTION_ACCESS_VIOLATION)

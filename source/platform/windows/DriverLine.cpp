@@ -11,7 +11,7 @@
 namespace
 {
 
-/** Taken for as long as it lives. Native locks: their destruction is nobody's concern, and threads outlive all else. */
+/** Held for its lifetime. Native locks need no destruction, and threads outlive everything else. */
 class Locked
 {
 public:
@@ -35,7 +35,7 @@ public:
     Worker (const Worker&) = delete;
     Worker& operator= (const Worker&) = delete;
 
-    /** The opening is the first question. False when there is no thread to be had. */
+    /** Opening is the first question. False when the system has no thread left. */
     bool start()
     {
         // For drivers' clients and virus scanners as well, whose hooks run on it.
@@ -44,7 +44,7 @@ public:
         auto* self = new std::shared_ptr<Worker> (shared_from_this());
         const Locked locked (lock);
 
-        // Not a std::thread, which throws where there are no more threads to be had.
+        // Not a std::thread, which throws when the system has no thread left.
         const auto started =
             _beginthreadex (nullptr, stackSize, runThread, self, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
         thread = reinterpret_cast<HANDLE> (started);
@@ -212,7 +212,7 @@ private:
         WakeAllConditionVariable (&changed);
     }
 
-    /** False when there will be no more. */
+    /** False when no more will come. */
     bool awaitQuestion()
     {
         const Locked locked (lock);
@@ -223,7 +223,7 @@ private:
         return ! isClosing && file != INVALID_HANDLE_VALUE;
     }
 
-    /** Tells that the file is closed, and waits until nobody wants to hear of it any more. */
+    /** Says that the file is closed, and waits until nobody needs to know.
     void awaitEnd()
     {
         const Locked locked (lock);

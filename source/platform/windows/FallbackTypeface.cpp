@@ -8,7 +8,7 @@
 
 namespace
 {
-/** What fonts are asked with; nothing is drawn on it. */
+/** For questions about fonts; nothing is drawn on it. */
 struct Device
 {
     ~Device() { DeleteDC (handle); }
@@ -31,7 +31,7 @@ bool hasCharacter (const Device& device, const LOGFONTW& description, WCHAR char
     return glyph != noGlyph;
 }
 
-/** The one that the system itself would link in. */
+/** The typeface that the system itself would choose. */
 std::optional<LOGFONTW> findLinkedFont (const Device& device, WCHAR character)
 {
     // IID_IMLangFontLink2, which mingw's libraries lack.
@@ -73,7 +73,7 @@ int CALLBACK addFont (const LOGFONTW* description, const TEXTMETRICW*, DWORD typ
     return 1;
 }
 
-/** How unlike the interface's own typeface, which has no serifs, one is to the eye. */
+/** How different a typeface looks from the interface's own, which has no serifs. */
 int getUnlikeness (const LOGFONTW& description)
 {
     switch (description.lfPitchAndFamily & 0xF0)
@@ -90,7 +90,7 @@ int getUnlikeness (const LOGFONTW& description)
     }
 }
 
-/** All of the machine's, the likest first. */
+/** All typefaces of the machine, the most similar first. */
 std::vector<LOGFONTW> findAllFonts (const Device& device)
 {
     LOGFONTW any {};

@@ -1,6 +1,6 @@
 #include "platform/WindowPlacement.h"
 
-/** Here a window has its frame as soon as it is on the desktop. */
+/** Windows frames a window at once. */
 struct WindowPlacement::Settling
 {
 };
