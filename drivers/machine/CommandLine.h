@@ -42,7 +42,7 @@ struct CommandLine
 
     std::string getHelp() const;
 
-    /** Says something on standard error, in a line of its own. */
+    /** Writes a line on standard error. */
     void say (const std::string& text) const;
 
     /** Says on standard error why the process cannot start; returns the exit code that it is to end with. */

@@ -27,7 +27,7 @@ std::string Host::start (const std::string& path, const std::vector<std::string>
     return error;
 }
 
-/* A driver that was killed leaves interfaces that nobody answers for. */
+/* Removes the interfaces that a killed driver left behind. */
 void Host::removeLeftovers() const
 {
     std::error_code error;
@@ -56,7 +56,7 @@ std::string Host::plugIn (InterfaceServer& server)
 
 void Host::setServing (InterfaceServer& server, bool shouldServe) const
 {
-    // Already in the set, or not in it any more, is what was wanted.
+    // Already in the set, or no longer in it, is fine.
     epoll_event event {};
     event.events = EPOLLIN;
     event.data.ptr = &server;

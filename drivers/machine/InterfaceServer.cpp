@@ -244,7 +244,7 @@ void InterfaceServer::unplug()
     if (! present)
         return;
 
-    // Whoever has opened it is to be told.
+    // Its clients are to be told.
     acceptConnections();
 
     // Before the folder goes: a client that probes on the news of it must find the device gone.
@@ -375,7 +375,7 @@ bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8
         std::memcpy (CMSG_DATA (header), &descriptor, sizeof (descriptor));
     }
 
-    // A client that does not take its replies until the socket is full has no use for them.
+    // A client that lets the socket fill up does not want the replies.
     return ::sendmsg (connection.socket.get(), &message, MSG_NOSIGNAL) >= 0;
 }
 

@@ -25,7 +25,7 @@ struct Request
     std::uint32_t controlCode;
     std::uint32_t outputSize;            /**< What the client has room for; any number at all. */
     std::span<const std::uint8_t> input; /**< Valid during the call. */
-    std::uint64_t connection;            /**< Tells one connection from all others, former ones included. */
+    std::uint64_t connection;            /**< Unique among all connections, former ones included. */
 };
 
 /** How a request is answered. */

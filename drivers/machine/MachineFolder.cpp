@@ -89,7 +89,7 @@ std::string MachineFolder::makeFolder (const std::string& folder)
     if (errno != EEXIST)
         return folder + ": " + std::strerror (errno);
 
-    // The link's own status: what it points to may change hands.
+    // The link's own status: its target's owner may change.
     struct stat status;
 
     if (::lstat (folder.c_str(), &status) != 0)

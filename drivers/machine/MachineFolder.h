@@ -39,7 +39,7 @@ private:
     void remove();
 
     std::string path;
-    FileDescriptor lock; // two drivers in one folder would take each other's things away
+    FileDescriptor lock; // two drivers in one folder would remove each other's files
     std::vector<std::string> foldersMade, filesMade;
 };
 

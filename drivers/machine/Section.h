@@ -19,10 +19,10 @@ public:
 
     bool isOpen() const { return static_cast<bool> (readOnly); }
 
-    /** Copies bytes to the front of the section, no more than fit; nothing once it is cut. */
+    /** Copies as many bytes as fit to the front of the section; nothing once it is cut. */
     void write (const void* bytes, std::size_t numBytes);
 
-    /** Takes the memory away: whoever reads a mapping of it from now on gets a fault. */
+    /** Takes the memory away: reading a mapping of it faults from now on. */
     void cut();
 
     /** What to hand out: it can be mapped for reading, not written or resized. Owned by the section. */

@@ -19,7 +19,7 @@ ServingLoop::ServingLoop()
     sigaddset (&ends, SIGTERM);
     sigprocmask (SIG_BLOCK, &ends, nullptr);
 
-    // Whoever reads what we print may leave before us.
+    // The reader of our output may end before us.
     std::signal (SIGPIPE, SIG_IGN);
     signals = FileDescriptor (::signalfd (-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
 }

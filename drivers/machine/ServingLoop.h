@@ -10,7 +10,7 @@
 namespace Machine
 {
 
-/** Waits for all that a driver process has to do, on one thread, until SIGINT or SIGTERM comes. */
+/** The event loop of a driver process, on one thread, until SIGINT or SIGTERM comes. */
 class ServingLoop
 {
 public:
@@ -43,7 +43,7 @@ private:
     std::vector<Source> sources;
 };
 
-/** Tells whoever started the driver that its machine folder is there: "serving " and the path, on standard output. */
+/** Tells the caller of the driver that its machine folder is there: "serving " and the path, on standard output. */
 void announceServing (const std::string& path);
 
 } // namespace Machine

@@ -8,7 +8,7 @@ namespace PipeWire
 
 namespace
 {
-/* Nobody's, or nobody's that we know. */
+/* Unknown where the roster has no node of that id. */
 const Node& findNode (const Roster& roster, std::uint32_t id, std::int64_t time)
 {
     static const Node unknown;
@@ -19,7 +19,7 @@ const Node& findNode (const Roster& roster, std::uint32_t id, std::int64_t time)
 
 const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
 {
-    // One that is late is reported when it should have finished, and again when it has.
+    // A late cycle is reported when it should have finished, and again when it has.
     auto& driver = drivers[cycle.driver.id];
 
     if (cycle.driver.signal <= driver.signal)
@@ -41,15 +41,15 @@ const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
         auto& part = account.followers.emplace_back (describe (follower));
         part.node = &findNode (roster, follower.id, cycle.driver.signal);
 
-        // Older ones tell of a driver only, which counts those of its followers as well: nobody knows whose they are.
+        // Older PipeWires report only a driver's count, which includes its followers': whose they are is not known.
         part.newXruns = follower.xruns ? countNewXruns (follower.id, *follower.xruns) : newXruns;
     }
 
     return &account;
 }
 
-/* PipeWire 0.3.65 notes each signal of a driver in another process twice, and tells of the first time as of the signal
-    before. Where the positions join, this is the next cycle after the last one that we know of.
+/* PipeWire 0.3.65 notes each signal of a driver in another process twice, and reports the first time as the previous
+    signal. Where the positions join, this cycle follows the last one that we know.
 */
 std::int64_t Accountant::findPreviousSignal (const Cycle& cycle, bool isLate, Driver& driver) const
 {
@@ -72,8 +72,8 @@ Part Accountant::describe (const NodeCycle& follower) const
 {
     const auto& driver = account.cycle->driver;
 
-    // What works asynchronously, as clients of newer PipeWires do, has until the next signal for what it was signalled
-    // to do: that is told of with the next cycle.
+    // An asynchronous node, such as a client of newer PipeWires, has until the next signal to finish: its work is
+    // reported with the next cycle.
     const auto isAsynchronous =
         follower.isAsynchronous.value_or (follower.signal < driver.signal && follower.signal == account.previousSignal);
     const auto begin = isAsynchronous ? account.previousSignal : driver.signal;
@@ -86,7 +86,7 @@ Part Accountant::describe (const NodeCycle& follower) const
     part.begin = begin;
     part.signal = follower.signal;
 
-    // What is before its signal it did in an earlier cycle.
+    // What comes before its signal belongs to an earlier cycle.
     if (follower.awake >= follower.signal)
         part.awake = follower.awake;
 

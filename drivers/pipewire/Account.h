@@ -13,12 +13,12 @@ namespace PipeWire
 /** What one node did in one cycle; times in nanoseconds, 0 for what it has not done. */
 struct Part
 {
-    const NodeCycle* cycle = nullptr; /**< What was told of it. */
+    const NodeCycle* cycle = nullptr; /**< What was reported. */
     const Node* node = nullptr;       /**< Never null. */
-    std::int64_t begin = 0;           /**< The driver's signal for what it was signalled to do; 0: it was not. */
+    std::int64_t begin = 0;           /**< The driver's signal that began its turn; 0: it had none. */
     std::int64_t signal = 0, awake = 0, finish = 0;
     std::int64_t missedBy = 0;  /**< When the next cycle began without it. */
-    std::uint32_t newXruns = 0; /**< That the node has told of. */
+    std::uint32_t newXruns = 0; /**< Newly reported by the node. */
 };
 
 /** A cycle, and who did what in it. Valid as long as the cycle, and until the roster changes or the next is made. */
@@ -56,7 +56,7 @@ private:
 
     Account account;
     std::map<std::uint32_t, Driver> drivers;
-    std::map<std::uint32_t, std::uint32_t> xruns; // that each node has told of
+    std::map<std::uint32_t, std::uint32_t> xruns; // as each node has reported them
 };
 
 } // namespace PipeWire

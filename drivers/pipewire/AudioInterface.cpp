@@ -16,7 +16,7 @@ using DriverProtocol::RequestKind;
 
 namespace
 {
-/* Of characters that are cut in two, nothing is left. */
+/* Leaves out a character that is cut in two. */
 std::string cutToFit (std::string name)
 {
     constexpr std::size_t maximumLength = 63;
@@ -73,7 +73,7 @@ void AudioInterface::readEvent (std::uint64_t connection,
 
     const auto entry = reader->read (figures.getEvents(), index, MachineLayout::ticksPerSecond);
 
-    // Nobody asks beyond the first index without an entry.
+    // A reader stops at the first index without an entry.
     if (entry.type == DriverProtocol::noSuchEntry)
         readers.erase (connection);
 

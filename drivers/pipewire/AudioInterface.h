@@ -20,9 +20,9 @@ public:
     /** What is known of a device before it runs. */
     struct Description
     {
-        std::uint32_t number;   /**< By which its nodes are known. */
+        std::uint32_t number;   /**< Identifies the nodes that belong to it. */
         std::string folderName; /**< See Machine::InterfaceSetup. */
-        std::string name;       /**< UTF-8; what is longer than the registry value may be is cut. */
+        std::string name;       /**< UTF-8; cut to what the registry value may hold. */
         std::uint32_t vendor = 0, type = 0;
         std::string path; /**< Below sysfs, of a FireWire device; empty where it is not known. */
     };
@@ -38,7 +38,7 @@ public:
 
     Machine::InterfaceServer& getServer() const { return *server; }
 
-    /** Gives the server of a device that is not present any more away; the interface can then be destroyed. */
+    /** Hands over the server of a device that has left; the interface can then be destroyed. */
     std::unique_ptr<Machine::InterfaceServer> releaseServer() { return std::move (server); }
 
     Machine::Reply handle (const Machine::Request& request) override;

@@ -7,7 +7,7 @@
 namespace PipeWire
 {
 
-/** What the profiler tells of one node in one cycle. Times are nanoseconds of CLOCK_MONOTONIC; 0: never. */
+/** What the profiler reports on one node in one cycle. Times are nanoseconds of CLOCK_MONOTONIC; 0: never. */
 struct NodeCycle
 {
     std::uint32_t id = 0;            /**< Of the node's global. */
@@ -17,8 +17,8 @@ struct NodeCycle
     std::int64_t finish = 0;
     bool isFinished = false; /**< False: the next cycle began before it had finished this one. */
 
-    // Newer profilers tell these.
-    std::optional<std::uint32_t> xruns; /**< That the node itself has told of so far. */
+    // Only newer profilers report these.
+    std::optional<std::uint32_t> xruns; /**< That the node itself has counted so far. */
     std::optional<bool> isAsynchronous; /**< Its times are those of the cycle before. */
     std::optional<std::uint64_t> delay; /**< As in Cycle, by a clock of the follower's own. */
 };
@@ -29,9 +29,9 @@ struct Cycle
     NodeCycle driver;
     std::vector<NodeCycle> followers;
 
-    std::uint32_t xruns = 0;    /**< That the driver, and with older PipeWires its followers, have told of so far. */
+    std::uint32_t xruns = 0;    /**< Counted so far by the driver, and by its followers with older PipeWires. */
     std::int64_t clockTime = 0; /**< When the clock's cycle began; the next one's when this one was not finished. */
-    std::uint32_t rate = 0;     /**< Hz; 0: not told, or not a whole number. */
+    std::uint32_t rate = 0;     /**< Hz; 0: not reported, or not a whole number. */
     std::uint64_t position = 0; /**< Sample frames; of the clock's cycle. */
     std::uint32_t duration = 0; /**< Sample frames. */
     std::uint64_t delay = 0;    /**< Sample frames between position and hardware, in either direction. */

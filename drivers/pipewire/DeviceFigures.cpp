@@ -28,7 +28,7 @@ bool isOn (NodeKind kind, bool isRecord)
 //==============================================================================
 void DeviceFigures::Measurement::add (std::int64_t nanoseconds)
 {
-    // Times from outside: a sum that does not hold them any more starts afresh.
+    // The times come from outside: a sum that would overflow starts afresh.
     if (__builtin_add_overflow (sum, nanoseconds, &sum))
     {
         sum = nanoseconds;
@@ -78,8 +78,8 @@ std::optional<std::vector<Xrun>> DeviceFigures::add (const Account& account, con
 
     const auto& cycle = *account.cycle;
 
-    // The period that ends with another length's first cycle has the old one, and so has the next, whose end had been
-    // set before.
+    // The period that ends with the first cycle of another length still has the old length, and so has the next one,
+    // whose end was set before.
     if (! account.isLate && bufferSize > 0
         && ((cycle.duration > 0 && cycle.duration != bufferSize) || (cycle.rate > 0 && cycle.rate != sampleRate)))
         numUnsettled = 2;
@@ -97,7 +97,7 @@ std::optional<std::vector<Xrun>> DeviceFigures::add (const Account& account, con
     if (! account.isLate)
         measureClock (account, parts);
 
-    // Nothing that was measured until now compares with what comes.
+    // What was measured so far cannot be compared with what comes.
     if (numUnsettled > 0)
     {
         --numUnsettled;
@@ -146,7 +146,7 @@ void DeviceFigures::measureSide (std::size_t index, const Part& part, const Acco
     }
     else
     {
-        // Reports can be lost: then this is not the next cycle after the last one that we know of.
+        // When reports were lost, this cycle does not follow the last one that we know.
         if (account.previousSignal == side.signal && side.isPositionExpected && ! account.isLate
             && account.cycle->position != side.expectedPosition)
             ++counters.syncCount;
@@ -168,7 +168,7 @@ void DeviceFigures::measureSide (std::size_t index, const Part& part, const Acco
     log (driver.signal, isRecord ? EventType::listenComplete : EventType::talkComplete, side.numCycles);
 }
 
-/* From the source's cycle to the sink's that is nearest to it; both are told of one after the other. Under one driver
+/* From the source's cycle to the nearest one of the sink; they are reported one after the other. Under one driver
     there is nothing to measure. */
 void DeviceFigures::measureOffset()
 {
@@ -234,7 +234,7 @@ void DeviceFigures::measureClock (const Account& account, const std::array<const
     if (cycle.duration > 0)
         bufferSize = cycle.duration;
 
-    // The clock of another device says nothing of this one's, but newer PipeWires tell of a follower's own.
+    // Another device's clock says nothing about this one's, but newer PipeWires report a follower's own.
     const auto isDriver = account.driver.node->interface == interface;
     std::optional<std::uint64_t> delay;
 
@@ -280,7 +280,7 @@ std::vector<Xrun>
         const auto isClient = parts[side]->node->kind == NodeKind::client;
         Xrun xrun { side == record, account.driver.signal, {} };
 
-        // What plays keeps nothing from a source, what records nothing from a sink, and neither from another device.
+        // A player delays no source, a recorder no sink, and neither delays another device.
         for (const auto& part : account.followers)
             if (part.missedBy > 0
                 && (part.cycle->id == id
@@ -292,7 +292,7 @@ std::vector<Xrun>
                 xrun.late.push_back (part);
             }
 
-        // A late client makes the hardware's xrun, if there is one: they are counted as one.
+        // The late client caused the hardware's xrun, if there is one: they count as one.
         const auto count = std::max (isClient ? 0 : parts[side]->newXruns, xrun.late.empty() ? 0u : 1u);
 
         if (count == 0)

@@ -18,7 +18,7 @@ struct Xrun
 {
     bool isOverflow = false; /**< Else an underrun. */
     std::int64_t time = 0;   /**< When it happened: nanoseconds of CLOCK_MONOTONIC. */
-    std::vector<Part> late;  /**< Who was late; nobody when only the hardware has told of it. */
+    std::vector<Part> late;  /**< Who was late; empty when only the hardware reported it. */
 };
 
 /** The figures and the event log of one device interface, made from the cycles of the graph.
@@ -43,7 +43,7 @@ public:
         std::uint32_t fifoLevel = 0; /**< 1024 is full. */
     };
 
-    /** A node does not run any more; cycles that began before may still be told of. */
+    /** A node has stopped; cycles that began before may still be reported. */
     void nodeStopped (std::uint32_t id, std::int64_t now);
 
     /** Measures a cycle.
@@ -52,7 +52,7 @@ public:
     */
     std::optional<std::vector<Xrun>> add (const Account& account, const Roster& roster);
 
-    /** The kernel has complained of this device or of what it hangs on. */
+    /** The kernel has complained about this device or its bus. */
     void kernelComplained (std::int64_t now);
 
     void resetStatistics();

@@ -60,7 +60,7 @@ bool isControl (char character)
     return static_cast<unsigned char> (character) < ' ' || character == 127;
 }
 
-/* One line, whatever a client calls itself. */
+/* A client's name on one line. */
 std::string makeLine (std::string text)
 {
     std::ranges::replace_if (text, isControl, ' ');
@@ -105,7 +105,7 @@ int Driver::serve()
     if (wasConnected && ! graph->isConnected())
         unplugAll();
 
-    // What is not there yet is looked for at leisure.
+    // PipeWire is looked for only now and then.
     wasConnected = graph->isConnected() || graph->connect();
 
     if (std::exchange (isWaiting, ! wasConnected) != isWaiting)
@@ -126,14 +126,14 @@ void Driver::listen()
     if (cycles.empty())
         return;
 
-    // PipeWire can tell of each cycle as it comes, and nobody looks more than four times a second. What comes seldom
-    // finds it awake.
+    // PipeWire can report each cycle as it comes, but the program looks only four times a second. Rare messages are
+    // read at once.
     constexpr std::int64_t rest = 250'000'000;
     const auto now = readNanoseconds();
     restsUntil = now < lastReport + rest * 3 / 2 ? now + rest : 0;
     lastReport = now;
 
-    // Each driver's are told in turn, those of several one after the other.
+    // Each driver's cycles come in order, those of several drivers one after the other.
     if (const auto getTime = [] (const Cycle& cycle) { return cycle.driver.signal; };
         ! std::ranges::is_sorted (cycles, {}, getTime))
         std::ranges::stable_sort (cycles, {}, getTime);
@@ -255,7 +255,7 @@ void Driver::plugInDevice (std::uint32_t number, const Properties& properties)
         description.path = getFirst (properties, { "device.sysfs.path" });
     }
 
-    // Other buses have ids of their own, which PipeWire tells.
+    // Other buses have ids of their own, which PipeWire knows.
     if (description.vendor == 0)
     {
         description.vendor = parseId (getFirst (properties, { "device.vendor.id" })) & 0xffffff;
@@ -266,7 +266,7 @@ void Driver::plugInDevice (std::uint32_t number, const Properties& properties)
         voice.say ("serves " + description.name);
 }
 
-/* Those that work for a device that is served. */
+/* The clients that work for a served device. */
 void Driver::plugInClients (const Account& account)
 {
     for (const auto& part : account.followers)
@@ -344,7 +344,7 @@ void Driver::nodeAdded (std::uint32_t id, const Properties& properties)
     node.kind = identify (properties);
     node.name = makeLine (getFirst (properties, { "node.description", "node.name", "application.name", "media.name" }));
 
-    // A client of somebody's who connects for it tells of its process itself.
+    // A client that another process connects for names its own process.
     node.process = parseId (getFirst (properties, { "application.process.id" }));
 
     if (const auto client = processes.find (parseId (getFirst (properties, { "client.id" })));
@@ -426,7 +426,7 @@ void Driver::removed (std::uint32_t id)
     processes.erase (id);
     release (devicePrefix + std::to_string (id));
 
-    // A device is there as long as it says so, anything else as long as one of its nodes.
+    // A device is present as long as its object is, anything else as long as one of its nodes is.
     if (auto owner = owners.extract (id);
         ! owner.empty() && ! owner.mapped().starts_with (devicePrefix)
         && std::ranges::none_of (owners, [&] (const auto& other) { return other.second == owner.mapped(); }))

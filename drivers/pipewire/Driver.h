@@ -38,13 +38,13 @@ public:
     */
     std::string start (const Options& newOptions, const std::string& newSysfs);
 
-    /** Looks for PipeWire where it is not connected to, and listens to it when that is due. Does not wait.
+    /** Connects to PipeWire if it is not connected, and listens to it when that is due. Does not wait.
 
         @returns milliseconds until it wants to be called although nothing has come in; -1: never
     */
     int serve();
 
-    /** Takes in what PipeWire has said, and says on standard output which xruns there were. */
+    /** Processes what PipeWire has sent, and prints the xruns on standard output. */
     void listen();
 
     /** Counts and logs complaints of the kernel's where they belong.

@@ -126,7 +126,7 @@ public:
     {
         pw_init (nullptr, nullptr);
 
-        // That there is no PipeWire yet, and none of the usual configuration, is as it should be.
+        // A missing PipeWire or configuration is no error here.
         if (std::getenv ("PIPEWIRE_DEBUG") == nullptr)
             pw_log_set_level (SPA_LOG_LEVEL_NONE);
 
@@ -179,7 +179,7 @@ public:
     {
         disconnect();
 
-        // Newer PipeWires have a socket of its own for who wants to see everything.
+        // Newer PipeWires have a separate socket for clients that see everything.
         for (const auto* name : { PW_DEFAULT_REMOTE "-manager", PW_DEFAULT_REMOTE })
             if (core == nullptr)
                 core = pw_context_connect (
@@ -272,7 +272,7 @@ private:
         connection.listener.removed (id);
     }
 
-    /* What is asked for while the objects are told is told after them, so there is a second round. */
+    /* What is requested while the objects arrive is answered after them: hence a second round. */
     static void noteDone (void* data, std::uint32_t id, int)
     {
         auto& connection = *static_cast<Connection*> (data);
@@ -317,7 +317,7 @@ private:
     pw_registry* registry = nullptr;
     spa_hook coreHook {}, registryHook {};
     std::map<std::uint32_t, std::unique_ptr<Proxy>> proxies;
-    int numRounds = 0; // until all objects have been told
+    int numRounds = 0; // until all objects have been announced
     bool isComplete = true;
     bool isLost = false;
 };

@@ -18,17 +18,17 @@ class GraphListener
 public:
     virtual ~GraphListener() = default;
 
-    /** An object is there: called once for each. */
+    /** An object has appeared: called once for each. */
     virtual void clientAdded (std::uint32_t id, const Properties& properties) = 0;
     virtual void deviceAdded (std::uint32_t id, const Properties& properties) = 0;
     virtual void nodeAdded (std::uint32_t id, const Properties& properties) = 0;
     virtual void linkAdded (std::uint32_t id, std::uint32_t outputNode, std::uint32_t inputNode) = 0;
     virtual void profilerAdded (std::uint32_t id) = 0;
 
-    /** All that was there when the connection was made has been told. */
+    /** All objects that were there at the start have been announced. */
     virtual void settled() = 0;
 
-    /** A node does not run any more. */
+    /** A node has stopped. */
     virtual void nodeStopped (std::uint32_t id) = 0;
 
     /** Any object has gone, known to the listener or not. */
@@ -53,13 +53,13 @@ public:
     /** Tries to connect; false when there is no PipeWire. */
     virtual bool connect() = 0;
 
-    /** False from the moment on at which the connection was lost; the objects have then gone without a word. */
+    /** False once the connection is lost; the objects are then gone, and no removal is reported. */
     virtual bool isConnected() const = 0;
 
     /** Readable when dispatch() has something to do. */
     virtual int getDescriptor() const = 0;
 
-    /** Tells the listener what there is to tell. Does not wait. */
+    /** Calls the listener for everything that has arrived. Does not wait. */
     virtual void dispatch() = 0;
 };
 

@@ -13,7 +13,7 @@ namespace PipeWire
 
 KernelLog::KernelLog (const std::string& path) : log (::open (path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
 {
-    // What was said before is not ours to count.
+    // Earlier messages do not count.
     if (log)
         ::lseek (log.get(), 0, SEEK_END);
 }
@@ -28,7 +28,7 @@ std::vector<std::string> KernelLog::read() const
     {
         const auto size = ::read (log.get(), bytes.data(), bytes.size());
 
-        // Records that were overwritten before they could be read are said to be a broken pipe.
+        // EPIPE: records were overwritten before they could be read.
         if (size < 0 && (errno == EPIPE || errno == EINTR))
             continue;
 
@@ -47,7 +47,7 @@ std::vector<std::string> KernelLog::read() const
     device and what there is to say. Further lines of a record begin with a blank. */
 std::string findComplaint (std::string_view line)
 {
-    constexpr unsigned warning = 4, notice = 5; // more is said by higher numbers, and by whoever is not the kernel
+    constexpr unsigned warning = 4, notice = 5; // higher numbers matter less, or are not the kernel's
 
     auto priority = notice + 1;
     std::from_chars (line.data(), line.data() + line.size(), priority);

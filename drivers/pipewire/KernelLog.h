@@ -13,7 +13,7 @@ namespace PipeWire
 class KernelLog
 {
 public:
-    /** @param path  usually /dev/kmsg; where this user may not read it, nothing is ever heard */
+    /** @param path  usually /dev/kmsg; where this user may not read it, nothing is reported */
     explicit KernelLog (const std::string& path);
 
     /** Readable when there is something to read(); -1: never. Owned by the log. */

@@ -63,7 +63,7 @@ bool isRealTime (const fs::path& task)
     std::istringstream text (status.substr (status.rfind (')') + 1));
     const Lines fields (std::istream_iterator<std::string> (text), {});
 
-    // Nothing is said of a thread that has just ended.
+    // A thread that has just ended is passed over.
     return fields.size() <= policyField || fields[policyField] != "0";
 }
 

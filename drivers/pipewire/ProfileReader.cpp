@@ -14,7 +14,7 @@ namespace
 /** State of a node that has finished; those above it take no part. */
 constexpr std::int32_t finishedState = 3;
 
-// Of newer profilers: the clock of the follower that was told of last.
+// Of newer profilers: the clock of the follower before it.
 constexpr std::uint32_t followerClock = SPA_PROFILER_followerBlock + 1;
 
 /* A time in nanoseconds; 0 when it is none. What is further away than 146 years is none: the others can be subtracted
@@ -48,7 +48,7 @@ public:
 
     bool read (spa_fraction& value)
     {
-        // One that is none would be complained of aloud.
+        // The library would print a complaint about a wrong one.
         const auto get = [] (const spa_pod* pod, spa_fraction* fraction)
         { return spa_pod_is_fraction (pod) ? spa_pod_get_fraction (pod, fraction) : -1; };
         return take (get, value);
@@ -69,7 +69,7 @@ private:
     template <typename Get, typename Value>
     bool take (Get get, Value& value)
     {
-        // What follows a value that is missing or another one's type is not read.
+        // Nothing is read behind a value that is missing or of another type.
         if (isThere() && get (next, &value) >= 0)
             return skip();
 

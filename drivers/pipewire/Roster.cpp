@@ -8,7 +8,7 @@ namespace PipeWire
 
 namespace
 {
-// The profiler tells of a cycle within a second.
+// The profiler reports a cycle within a second.
 constexpr std::int64_t rememberedFor = 5'000'000'000;
 } // namespace
 

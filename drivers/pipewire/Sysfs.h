@@ -15,20 +15,20 @@ namespace PipeWire
 */
 std::vector<std::string> findHostControllers (const std::string& sysfs);
 
-/** Ids of a device on the FireWire bus, each 24 bits; 0: not told. */
+/** Ids of a device on the FireWire bus, each 24 bits; 0: not known. */
 struct FireWireIds
 {
     std::uint32_t vendor = 0, model = 0;
 };
 
-/** Reads what the FireWire bus tells of a device.
+/** Reads a device's ids from the FireWire bus.
 
     @param devicePath  the device's path below sysfs, such as PipeWire's "device.sysfs.path"; the unit or a sound card
                        below it will do
 */
 FireWireIds readFireWireIds (const std::string& sysfs, const std::string& devicePath);
 
-/** Whether a device is the one that the kernel calls so, or hangs on it.
+/** Whether a device is the one of that name in the kernel, or below it.
 
     @param devicePath  as for readFireWireIds()
 */

@@ -12,7 +12,7 @@ namespace
 {
 constexpr std::int64_t second = 1'000'000'000;
 
-// Longer than the profiler takes to tell of a cycle.
+// Longer than the profiler takes to report a cycle.
 constexpr auto longestWait = 2 * second;
 } // namespace
 

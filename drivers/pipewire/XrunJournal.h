@@ -10,20 +10,20 @@
 namespace PipeWire
 {
 
-/** Says of each xrun who was late, and for how long: that shows when the client is back.
+/** Says who was late at each xrun, and for how long, which shows when the client is back.
 
     Used by one thread at a time.
 */
 class XrunJournal
 {
 public:
-    /** Writes an xrun down. */
+    /** Records an xrun. */
     void add (const std::string& device, const Xrun& xrun);
 
-    /** Looks who has come back in a cycle. */
+    /** Notes which clients are back in a cycle. */
     void follow (const Account& account);
 
-    /** Takes the lines about all xruns of which everything is known, or which nobody waits for any longer.
+    /** Returns the lines about all xruns that are complete or have waited long enough, and forgets them.
 
         @param now       nanoseconds of CLOCK_MONOTONIC
         @param wallTime  the same moment in nanoseconds since 1970

@@ -40,7 +40,7 @@ private:
     {
         if (character != '\n')
         {
-            // One character more than is allowed is kept, to know it by.
+            // Keeps one character more than allowed, which marks the line as too long.
             if (line.size() <= maximumLength)
                 line.push_back (character);
 

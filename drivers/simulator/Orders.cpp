@@ -19,7 +19,7 @@ struct Call
     Simulator& simulator;
     const Words& words;
     SimulatedDevice* device = nullptr;
-    std::string answer {}; /**< Is said after "ok". */
+    std::string answer {}; /**< Printed after "ok". */
 
     DeviceModel& getModel() const { return device->getModel(); }
 };

@@ -106,7 +106,7 @@ Reply SimulatedDevice::handle (const Request& request)
     const auto result =
         model.handle (request.controlCode, request.input.data(), request.input.size(), output.data(), capacity);
 
-    // A reset is to be seen by whoever looks after its reply.
+    // The reset must be visible once its reply has arrived.
     publish();
 
     if (result.error != noError)

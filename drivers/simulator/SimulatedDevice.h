@@ -24,7 +24,7 @@ using DriverProtocol::RequestKind;
 class SimulatedDevice final : public Machine::RequestHandler
 {
 public:
-    /** Value of failNext() for as long as it is not changed. */
+    /** For failNext(): until it is called again. */
     static constexpr std::uint32_t always = 0xFFFFFFFF;
 
     SimulatedDevice (const DeviceConfig& config, const std::string& machineFolder, std::string folderName, Clock clock);
@@ -35,7 +35,7 @@ public:
     /** Makes so many requests of a kind fail with ERROR_GEN_FAILURE; 0 ends it. */
     void failNext (RequestKind kind, std::uint32_t count) { failures[static_cast<std::size_t> (kind)] = count; }
 
-    /** Requests of a kind so far, whatever became of them. */
+    /** Requests of a kind so far, answered or not. */
     std::uint64_t getNumReceived (RequestKind kind) const { return numReceived[static_cast<std::size_t> (kind)]; }
 
     std::string_view getName() const { return model.getConfig().name; }
@@ -43,13 +43,13 @@ public:
     /** When false, opening the device's interface fails although it is present. */
     void setOpening (bool shouldOpen) const;
 
-    /** Takes the statistics block away from whoever maps it; whoever opens the device anew maps another one. */
+    /** Takes the statistics block from those who map it; a new open maps another one. */
     void takeView();
 
     DeviceModel& getModel() { return model; }
     Machine::InterfaceServer& getServer() const { return *server; }
 
-    /** Gives the server of a device that is not present any more away; the device can then be destroyed. */
+    /** Hands over the server of a device that has left; the device can then be destroyed. */
     std::unique_ptr<Machine::InterfaceServer> releaseServer() { return std::move (server); }
 
     Machine::Reply handle (const Machine::Request& request) override;

@@ -12,7 +12,7 @@ namespace Simulation
 
 namespace
 {
-// Short of the program's four looks a second by far, so that each finds fresh figures.
+// Much shorter than the program's interval, so that each look finds fresh figures.
 constexpr int advanceMilliseconds = 20;
 constexpr int idleMilliseconds = 1000;
 constexpr std::uint32_t usualInterfaces = 2;

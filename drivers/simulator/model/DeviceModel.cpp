@@ -316,7 +316,7 @@ void DeviceModel::log (const Buffer& buffer)
     logListen (buffer, afterDpc + clamp (microseconds (2), 0, buffer.period / 64));
     log (afterDpc + buffer.wakeup, EventType::userClientEvent, buffersSinceStart & 1);
 
-    // A host that is too late is not heard from before the buffer is over.
+    // A host that is too late reports nothing before the buffer is over.
     if (buffer.isGlitch)
     {
         log (buffer.start + buffer.period, EventType::fifoCount, static_cast<std::uint32_t> (fifoLevel), -1);
@@ -385,7 +385,7 @@ void DeviceModel::fillEventLog (std::uint32_t length)
     events.restartWithLimit (length);
     lastEventTime = INT64_MIN;
 
-    // Soon after the computer's start there is not time enough for history at the stream's own pace.
+    // Soon after the computer's start there has not been time for so long a history.
     const auto numBuffers = clamp (length, 0, EventRing::maximumLength) / eventsPerBuffer + 1;
     std::uint32_t remainder = 0;
     const auto period = clamp (bufferStart / numBuffers, 1, nextPeriod (remainder));
