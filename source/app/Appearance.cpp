@@ -58,7 +58,18 @@ void Appearance::drawProgressBar (juce::Graphics& g,
                                   double progress,
                                   const juce::String& text)
 {
-    TextLook::drawProgressBar (g, bar, width, height, progress, text);
+    TextLook::drawProgressBar (g, bar, width, height, progress, {});
     g.setColour (juce::Colours::white);
     g.drawRoundedRectangle (bar.getLocalBounds().toFloat().reduced (0.5f), static_cast<float> (height) / 2.0f, 1.0f);
+
+    auto rest = juce::Rectangle<int> (width, height);
+    const auto done = rest.removeFromLeft (juce::roundToInt (progress * width));
+
+    for (const auto& [part, colour] : { std::pair { done, InterfaceColours::ground }, { rest, juce::Colours::white } })
+    {
+        const juce::Graphics::ScopedSaveState state (g);
+        g.reduceClipRegion (part);
+        g.setColour (colour);
+        g.drawText (text, 0, 0, width, height, juce::Justification::centred, false);
+    }
 }

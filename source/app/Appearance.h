@@ -17,7 +17,7 @@ public:
     /** The tab on show has a mark, as all are of nearly the same white. */
     void drawTabButton (juce::TabBarButton&, juce::Graphics&, bool isMouseOver, bool isMouseDown) override;
 
-    /** With an edge, which shows how long the bar will be. */
+    /** With an edge, which shows how long the bar will be, and a text that is seen on both of its parts. */
     void drawProgressBar (juce::Graphics&,
                           juce::ProgressBar&,
                           int width,
