@@ -41,15 +41,15 @@ juce::String toString (const Letters& letters)
     return { juce::CharPointer_UTF32 (letters.data()), letters.size() };
 }
 
-#if JUCE_MAJOR_VERSION < 8
-
-//==============================================================================
 bool isRightToLeft (juce::juce_wchar c)
 {
     return isWithin (c, 0x590, 0x8FF) || isWithin (c, 0xFB1D, 0xFDFF) || isWithin (c, 0xFE70, 0xFEFC)
            || isWithin (c, 0x10800, 0x10FFF) || isWithin (c, 0x1E800, 0x1EFFF);
 }
 
+#if JUCE_MAJOR_VERSION < 8
+
+//==============================================================================
 bool isDigit (juce::juce_wchar c)
 {
     return isWithin (c, '0', '9') || isWithin (c, 0x660, 0x669) || isWithin (c, 0x6F0, 0x6F9);
@@ -227,6 +227,15 @@ juce::String DisplayText::fromName (const juce::String& name)
 #if JUCE_MAJOR_VERSION < 8
     letters = join (letters);
     putInVisualOrder (letters);
+#else
+    // Or what follows the name would run on in its direction.
+    constexpr juce::juce_wchar leftToRightMark = 0x200E;
+
+    if (std::ranges::any_of (letters, isRightToLeft))
+    {
+        letters.insert (letters.begin(), leftToRightMark);
+        letters.push_back (leftToRightMark);
+    }
 #endif
 
     return toString (letters);

@@ -74,6 +74,7 @@ TEST (TextTests, everyLetterOfFiveScriptsIsDrawnAsItselfAndLatinStaysAsItWas)
 TEST (TextTests, namesAreOnOneLineAndInTheOrderInWhichTheyAreDrawn)
 {
     constexpr bool isOursToOrder = JUCE_MAJOR_VERSION < 8;
+    const auto mark = utf8 (u8"\u200E"); // before and after what the toolkit puts into order
 
     for (const auto& [name, drawn] : { std::pair { u8"", u8"" },
                                        { u8"Deck 2 (b)", u8"Deck 2 (b)" },
@@ -88,7 +89,7 @@ TEST (TextTests, namesAreOnOneLineAndInTheOrderInWhichTheyAreDrawn)
                                        { u8"مرحبا", u8"\uFE8E\uFE92\uFEA3\uFEAE\uFEE3" },
                                        { u8"سلام", u8"\uFEE1\uFEFC\uFEB3" },
                                        { u8"لا گ", u8"\uFB92 \uFEFB" } })
-        EXPECT_EQ (DisplayText::fromName (utf8 (name)), utf8 (isOursToOrder ? drawn : name));
+        EXPECT_EQ (DisplayText::fromName (utf8 (name)), isOursToOrder ? utf8 (drawn) : mark + utf8 (name) + mark);
 }
 
 TEST (TextTests, aTableIsWhiteBelowItsLastRow)
