@@ -55,17 +55,16 @@ std::int64_t Accountant::findPreviousSignal (const Cycle& cycle, bool isLate, Dr
 {
     const auto position = isLate ? cycle.position - cycle.duration : cycle.position;
     const auto isNext = driver.signal > 0 && cycle.duration > 0 && position == driver.position;
-    auto previous = cycle.driver.previousSignal;
+    const auto lastSignal = std::exchange (driver.signal, cycle.driver.signal);
+    driver.position = position + cycle.duration;
 
     if (isNext)
-    {
-        driver.tellsPrevious = previous == driver.signal;
-        previous = driver.signal;
-    }
+        driver.tellsPrevious = cycle.driver.previousSignal <= lastSignal;
 
-    driver.signal = cycle.driver.signal;
-    driver.position = position + cycle.duration;
-    return isNext || driver.tellsPrevious ? previous : 0;
+    if (driver.tellsPrevious)
+        return cycle.driver.previousSignal;
+
+    return isNext ? lastSignal : 0;
 }
 
 Part Accountant::describe (const NodeCycle& follower) const
