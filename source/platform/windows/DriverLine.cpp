@@ -223,7 +223,7 @@ private:
         return ! isClosing && file != INVALID_HANDLE_VALUE;
     }
 
-    /** Says that the file is closed, and waits until nobody needs to know.
+    /** Says that the file is closed, and waits until nobody needs to know. */
     void awaitEnd()
     {
         const Locked locked (lock);
