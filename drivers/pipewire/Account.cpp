@@ -27,7 +27,7 @@ const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
 
     account.cycle = &cycle;
     account.isLate = cycle.clockTime > cycle.driver.signal;
-    account.previousSignal = findPreviousSignal (cycle, account.isLate, driver);
+    account.previousSignal = findPreviousSignal (driver);
     account.driver.cycle = &cycle.driver;
     account.driver.node = &findNode (roster, cycle.driver.id, cycle.driver.signal);
     account.driver.begin = account.driver.signal = cycle.driver.signal;
@@ -51,9 +51,10 @@ const Account* Accountant::take (const Cycle& cycle, const Roster& roster)
 /* PipeWire 0.3.65 notes each signal of a driver in another process twice, and reports the first time as the previous
     signal. Where the positions join, this cycle follows the last one that we know.
 */
-std::int64_t Accountant::findPreviousSignal (const Cycle& cycle, bool isLate, Driver& driver) const
+std::int64_t Accountant::findPreviousSignal (Driver& driver) const
 {
-    const auto position = isLate ? cycle.position - cycle.duration : cycle.position;
+    const auto& cycle = *account.cycle;
+    const auto position = account.isLate ? cycle.position - cycle.duration : cycle.position;
     const auto isNext = driver.signal > 0 && cycle.duration > 0 && position == driver.position;
     const auto lastSignal = std::exchange (driver.signal, cycle.driver.signal);
     driver.position = position + cycle.duration;

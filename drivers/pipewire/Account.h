@@ -51,7 +51,7 @@ private:
     };
 
     std::uint32_t countNewXruns (std::uint32_t id, std::uint32_t xruns);
-    std::int64_t findPreviousSignal (const Cycle& cycle, bool isLate, Driver& driver) const;
+    std::int64_t findPreviousSignal (Driver& driver) const;
     Part describe (const NodeCycle& follower) const;
 
     Account account;

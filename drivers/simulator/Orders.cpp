@@ -72,10 +72,11 @@ Error setBuffer (Call& call)
 Error fail (Call& call)
 {
     const auto often = call.words.size() > 3 ? call.words[3] : "1";
+    const auto isLasting = often == "always" || often == "never";
 
     if (call.words[2] == "open")
     {
-        if (often != "always" && often != "never")
+        if (! isLasting)
             return "open fails always or never";
 
         call.device->setOpening (often == "never");
@@ -89,7 +90,7 @@ Error fail (Call& call)
 
     auto count = often == "always" ? SimulatedDevice::always : 0;
 
-    if (often != "always" && often != "never" && (! parseNumber (often, count) || count == SimulatedDevice::always))
+    if (! isLasting && (! parseNumber (often, count) || count == SimulatedDevice::always))
         return "how often: a number, always or never";
 
     call.device->failNext (static_cast<RequestKind> (found - std::begin (requestNames)), count);
