@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -28,6 +27,15 @@ constexpr std::size_t maximumSections = 16;
 /** Where a reply carries the address of the section that came with it. */
 constexpr std::size_t sectionAddressOffset = offsetof (DriverProtocol::CommandEnvelope, words);
 constexpr std::size_t sectionAddressEnd = sectionAddressOffset + sizeof (std::uint32_t);
+
+/** Tells a socket how long a call may wait: SO_SNDTIMEO or SO_RCVTIMEO. */
+void setTimeout (const FileDescriptor& socket, int option, DriverLine::Duration limit)
+{
+    // To the kernel a limit of 0 would be none.
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds> (limit).count() + 1;
+    const timeval timeout { microseconds / 1'000'000, microseconds % 1'000'000 };
+    ::setsockopt (socket.get(), SOL_SOCKET, option, &timeout, sizeof (timeout));
+}
 
 /** A connection to a driver process, and the sections that it handed out over it. */
 class SocketLine final : public DriverLine
@@ -56,12 +64,10 @@ public:
 
     bool receive (DriverAnswer& answer, Duration limit) override
     {
-        if (limit > limit.zero())
-        {
-            const timespec timeout { limit.count() / 1'000'000'000, limit.count() % 1'000'000'000 };
-            pollfd source { socket.get(), POLLIN, 0 };
-            ::ppoll (&source, 1, &timeout, nullptr);
-        }
+        const bool mayWait = limit > limit.zero();
+
+        if (mayWait && std::exchange (longestWait, limit) != limit)
+            setTimeout (socket, SO_RCVTIMEO, limit);
 
         MachineLayout::ReplyHeader error = 0;
         answer.bytes.resize (outputSizeAsked);
@@ -74,8 +80,8 @@ public:
         packet.msg_control = control.data();
         packet.msg_controllen = control.size();
 
-        const auto size =
-            retryOnSignal ([&] { return ::recvmsg (socket.get(), &packet, MSG_DONTWAIT | MSG_CMSG_CLOEXEC); });
+        const int flags = MSG_CMSG_CLOEXEC | (mayWait ? 0 : MSG_DONTWAIT);
+        const auto size = retryOnSignal ([&] { return ::recvmsg (socket.get(), &packet, flags); });
 
         if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
             return false;
@@ -163,6 +169,7 @@ private:
     FileDescriptor socket; // none once it is closed or the driver has broken the protocol
     const HDEVNOTIFY identity;
     DWORD outputSizeAsked = 0;
+    Duration longestWait {}; // that the socket has been told
     std::vector<std::unique_ptr<Section>> sections;
 };
 
@@ -190,11 +197,8 @@ std::unique_ptr<DriverLine> DriverLine::open (const char* path, HWND, Duration l
                    folder.get(),
                    MachineLayout::driverSocket);
 
-    // A driver that does not even take connections can be silent, too. To the kernel a limit of 0 would be none.
-    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds> (limit).count() + 1;
-    const timeval timeout { microseconds / 1'000'000, microseconds % 1'000'000 };
-    ::setsockopt (socket.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof (timeout));
-
+    // A driver that does not even take connections can be silent, too.
+    setTimeout (socket, SO_SNDTIMEO, limit);
     int result = 0;
 
     do
