@@ -1,123 +1,8 @@
 # The timer at the display's rate runs only while something waits to be painted or somebody listens to it. As it comes it
 # fires 60 to 100 times a second as long as there is a window, and each firing wakes two threads, which is most of what
-# an idle window costs. What is painted after a pause is painted at once, without the timer.
+# an idle window costs.
 
 set (file juce_gui_basics/native/juce_linux_Windowing.cpp juce_gui_basics/native/juce_Windowing_linux.cpp)
-
-# What called back for frames before.
-if (version VERSION_LESS 8)
-    quendel_change_toolkit ([[
-
-    class LinuxVBlankManager  : public Timer
-    {
-    public:
-        explicit LinuxVBlankManager (std::function<void()> cb)  : callback (std::move (cb))
-        {
-            jassert (callback);
-        }
-
-        ~LinuxVBlankManager() override           { stopTimer(); }
-
-        //==============================================================================
-        void timerCallback() override            { callback(); }
-
-    private:
-        std::function<void()> callback;
-
-        JUCE_DECLARE_NON_COPYABLE (LinuxVBlankManager)
-        JUCE_DECLARE_NON_MOVEABLE (LinuxVBlankManager)
-    };
-]] "")
-else()
-    quendel_change_toolkit ("TimedCallback vBlankManager" "LinuxVBlankManager vBlankManager")
-endif()
-
-quendel_change_toolkit ([[
-        JUCE_DECLARE_NON_COPYABLE (LinuxRepaintManager)
-    };
-]] [[
-        JUCE_DECLARE_NON_COPYABLE (LinuxRepaintManager)
-    };
-
-    /*  Calls back for frames while they are asked for, never more often than the display refreshes. The
-        first frame after a pause comes at once, without the help of a timer.
-    */
-    class LinuxVBlankManager  : private Timer,
-                                private AsyncUpdater
-    {
-    public:
-        enum class Next { none, frame, idleCheck };
-
-        explicit LinuxVBlankManager (std::function<Next()> cb)  : callback (std::move (cb))
-        {
-            jassert (callback);
-        }
-
-        ~LinuxVBlankManager() override
-        {
-            stopTimer();
-            cancelPendingUpdate();
-        }
-
-        void setFrequency (int frequencyHz)
-        {
-            framePeriodMs = jmax (1, 1000 / frequencyHz);
-        }
-
-        void requestFrame()
-        {
-            if (isFrameTimer)
-                return;
-
-            if (Time::getMillisecondCounter() - lastFrameTime >= (uint32) framePeriodMs)
-                triggerAsyncUpdate();
-            else
-                startFrameTimer();
-        }
-
-    private:
-        void startFrameTimer()
-        {
-            isFrameTimer = true;
-            startTimer (framePeriodMs);
-        }
-
-        void timerCallback() override           { doFrame(); }
-        void handleAsyncUpdate() override       { doFrame(); }
-
-        void doFrame()
-        {
-            lastFrameTime = Time::getMillisecondCounter();
-            const auto next = callback();
-
-            if (next == Next::frame)
-            {
-                if (! isFrameTimer)
-                    startFrameTimer();
-            }
-            else if (next == Next::none)
-            {
-                isFrameTimer = false;
-                stopTimer();
-            }
-            else if (isFrameTimer || ! isTimerRunning())
-            {
-                isFrameTimer = false;
-                startTimer (idleCheckPeriodMs);
-            }
-        }
-
-        static constexpr int idleCheckPeriodMs = 3000;
-
-        std::function<Next()> callback;
-        int framePeriodMs = 10;
-        uint32 lastFrameTime = 0;
-        bool isFrameTimer = false;
-
-        JUCE_DECLARE_NON_COPYABLE (LinuxVBlankManager)
-        JUCE_DECLARE_NON_MOVEABLE (LinuxVBlankManager)
-    };
-]])
 
 quendel_change_toolkit ([[
             repainter->repaint (area.getIntersection (bounds.withZeroOrigin()));
@@ -126,7 +11,7 @@ quendel_change_toolkit ([[
             repainter->repaint (area.getIntersection (bounds.withZeroOrigin()));
 
             if (repainter->isRepaintNeeded())
-                vBlankManager.requestFrame();
+                requestFrame();
         }
 ]])
 
@@ -141,26 +26,49 @@ quendel_change_toolkit ([[
         bool hasImage() const noexcept          { return image.isValid(); }
 ]])
 
-quendel_change_toolkit ("void onVBlank()" "LinuxVBlankManager::Next onVBlank()")
-
 quendel_change_toolkit ([[
             repainter->dispatchDeferredRepaints();
     }
 ]] [[
             repainter->dispatchDeferredRepaints();
 
-        if (! vBlankListeners.isEmpty() || (repainter != nullptr && repainter->isRepaintNeeded()))
-            return LinuxVBlankManager::Next::frame;
+        lastFrameTime = Time::getMillisecondCounter();
 
-        // The image is let go of some time after its last use.
-        return repainter != nullptr && repainter->hasImage() ? LinuxVBlankManager::Next::idleCheck
-                                                             : LinuxVBlankManager::Next::none;
+        if (! vBlankListeners.isEmpty() || (repainter != nullptr && repainter->isRepaintNeeded()))
+            requestFrame();
+        else if (repainter != nullptr && repainter->hasImage())
+            vBlankManager.startTimer (3000); // it is let go of some time after its last use
+        else
+            vBlankManager.stopTimer();
+    }
+
+    /*  Calls for a frame, never more often than the display refreshes; the first after a pause comes at once. */
+    void requestFrame()
+    {
+        const auto elapsed = Time::getMillisecondCounter() - lastFrameTime;
+
+        if (elapsed >= framePeriodMs)
+            firstFrame.triggerAsyncUpdate();
+        else
+            vBlankManager.startTimer ((int) (framePeriodMs - elapsed));
     }
 
     void vBlankListenerAdded() override
     {
-        vBlankManager.requestFrame();
+        requestFrame();
     }
+
+    uint32 framePeriodMs = 10, lastFrameTime = 0;
+
+    struct FirstFrame : public AsyncUpdater
+    {
+        explicit FirstFrame (LinuxComponentPeer& owner) : peer (owner) {}
+        ~FirstFrame() override { cancelPendingUpdate(); }
+        void handleAsyncUpdate() override { peer.onVBlank(); }
+        LinuxComponentPeer& peer;
+    };
+
+    FirstFrame firstFrame { *this };
 ]])
 
 quendel_change_toolkit ([[
@@ -169,7 +77,29 @@ quendel_change_toolkit ([[
             if (vBlankManager.getTimerInterval() != frequencyToUse)
                 vBlankManager.startTimerHz (frequencyToUse);
 ]] [[
-            vBlankManager.setFrequency (newIntFrequencyHz > 0 ? newIntFrequencyHz : 100);
+            framePeriodMs = newIntFrequencyHz > 0 ? (uint32) jmax (1, 1000 / newIntFrequencyHz) : 10;
 ]])
 
-quendel_change_toolkit ("{ onVBlank(); }" "{ return onVBlank(); }")
+# A window without gaps need not be cleared before it is painted.
+quendel_change_toolkit ("if (XWindowSystem::getInstance()->canUseARGBImages())" "if (! peer.getComponent().isOpaque())")
+
+# The display tells when it has shown the last part of what was painted, not after each.
+quendel_change_toolkit ("blitToWindow (peer.windowH, image, i, totalArea);"
+                        "blitToWindow (peer.windowH, image, i, totalArea, &i == originalRepaintRegion.end() - 1);")
+
+set (file juce_gui_basics/native/x11/juce_linux_XWindowSystem.h juce_gui_basics/native/juce_XWindowSystem_linux.h)
+quendel_change_toolkit ("Rectangle<int> totalRect) const;" "Rectangle<int> totalRect, bool isLast) const;")
+
+set (file juce_gui_basics/native/x11/juce_linux_XWindowSystem.cpp juce_gui_basics/native/juce_XWindowSystem_linux.cpp)
+quendel_change_toolkit ("Rectangle<int> totalRect) const\n" "Rectangle<int> totalRect, bool isLast) const\n")
+quendel_change_toolkit ("destinationRect.getY() - totalRect.getY());"
+                        "destinationRect.getY() - totalRect.getY(), isLast);")
+quendel_change_toolkit ("unsigned int dh, int sx, int sy)" "unsigned int dh, int sx, int sy, bool isLast)")
+quendel_change_toolkit ([[
+        if (isUsingXShm())
+            XWindowSystem::getInstance()->addPendingPaintForWindow (window);
+]] [[
+        if (isLast && isUsingXShm())
+            XWindowSystem::getInstance()->addPendingPaintForWindow (window);
+]])
+quendel_change_toolkit ("sx, sy, dx, dy, dw, dh, True);" "sx, sy, dx, dy, dw, dh, isLast);")
