@@ -6,7 +6,10 @@
 #include "stats/StatisticsReport.h"
 #include "text/DisplayText.h"
 #include "text/FixedNumber.h"
+#include <algorithm>
 #include <bit>
+#include <cmath>
+#include <iterator>
 #include <utility>
 
 using namespace StatisticsLayout;
@@ -19,20 +22,33 @@ constexpr float minimumScale = 0.7f;
 constexpr int boxInsetX = 4;
 constexpr int boxInsetY = 2;
 
-/** Where a text looks different from the one before it, which is not where its unit stands, unless that moves: what is
-    painted anew is what this program costs. No word is cut: a glyph that is painted in part comes out a little lighter
-    or darker at its edges.
-*/
-juce::Rectangle<int> findChange (const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
+bool looksAlike (const juce::PositionedGlyph& a, const juce::PositionedGlyph& b)
 {
-    int count = -1; // all of them
+    return a.getCharacter() == b.getCharacter() && a.getLeft() == b.getLeft() && a.getRight() == b.getRight();
+}
 
-    if (before.getNumGlyphs() == after.getNumGlyphs() && before.begin() != before.end()
-        && (before.end() - 1)->getBounds() == (after.end() - 1)->getBounds())
-        count = static_cast<int> (std::ranges::find_if (after, &juce::PositionedGlyph::isWhitespace) - after.begin());
+juce::Range<int> findPixels (float left, float right)
+{
+    return { static_cast<int> (left), static_cast<int> (std::ceil (right)) };
+}
 
-    const auto changed = before.getBoundingBox (0, count, true).getUnion (after.getBoundingBox (0, count, true));
-    return changed.getSmallestIntegerContainer().expanded (1);
+/** Where a text looks different from the one before it, from left to right: what is painted anew is what this program
+    costs. A glyph stays within its own width. Cut off on its left within that, it would come out a little darker.
+*/
+juce::Range<int> findChange (const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
+{
+    const auto* first = std::mismatch (after.begin(), after.end(), before.begin(), before.end(), looksAlike).first;
+    const auto [end, endBefore] = std::mismatch (std::make_reverse_iterator (after.end()),
+                                                 std::make_reverse_iterator (first),
+                                                 std::make_reverse_iterator (before.end()),
+                                                 std::make_reverse_iterator (before.begin()),
+                                                 looksAlike);
+
+    const auto rightOf = [] (const auto& layout, const auto* past)
+    { return past == layout.begin() ? float { boxInsetX } : (past - 1)->getRight(); };
+
+    return findPixels (rightOf (after, first),
+                       std::max (rightOf (after, end.base()), rightOf (before, endBefore.base())));
 }
 } // namespace
 
@@ -131,7 +147,9 @@ void Column::update (const StatisticsBlock* block, double msPerTick)
         {
             texts[row] = std::move (text);
             const auto before = std::exchange (layouts[row], layOut (row));
-            repaint (findChange (before, layouts[row]));
+            auto change = getBox (row);
+            change.setHorizontalRange (findChange (before, layouts[row]));
+            repaint (change);
         }
     }
 }
@@ -194,17 +212,18 @@ void Column::paint (juce::Graphics& g)
 
 void Column::paintBox (juce::Graphics& g, std::size_t row) const
 {
-    // Clipping to the other figures that are painted at the same time would only cost more.
-    const juce::Graphics::ScopedSaveState state (g);
-    g.reduceClipRegion (getBox (row));
     g.setColour (juce::Colour (75, 75, 75));
     g.fillRect (getBox (row));
     g.setColour (juce::Colours::white);
-    const auto area = g.getClipBounds().expanded (1, 0).toFloat();
 
     for (const auto& glyph : layouts[row])
-        if (area.intersects (glyph.getBounds()))
+    {
+        auto cell = getBox (row);
+        cell.setHorizontalRange (findPixels (glyph.getLeft(), glyph.getRight()));
+
+        if (g.clipRegionIntersects (cell))
             glyph.draw (g);
+    }
 }
 
 void Column::resized()

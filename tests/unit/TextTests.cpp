@@ -1,4 +1,5 @@
 #include "events/EventList.h"
+#include "tests/unit/support/LooksLike.h"
 #include "text/DisplayText.h"
 #include "text/TextLook.h"
 
@@ -21,16 +22,6 @@ juce::Image paint (const juce::String& text, int width = 300)
     g.setColour (juce::Colours::white);
     g.drawText (text, 0, 0, 1000, 40, juce::Justification::centredLeft, false);
     return image;
-}
-
-bool looksLike (const juce::Image& a, const juce::Image& b)
-{
-    for (int y = 0; y < a.getHeight(); ++y)
-        for (int x = 0; x < a.getWidth(); ++x)
-            if (a.getPixelAt (x, y) != b.getPixelAt (x, y))
-                return false;
-
-    return true;
 }
 
 struct ScopedTextLook
