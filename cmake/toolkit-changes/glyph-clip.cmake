@@ -9,7 +9,7 @@ set (file juce_graphics/geometry/juce_EdgeTable.cpp)
 quendel_change_toolkit ([[
     bounds.translate ((int) std::floor (dx), dy);
 ]] [[
-    const auto intDx = (int) std::floor (dx * 256.0f + 0.02f);
+    const auto intDx = (int) std::floor (dx * 256.0f + 0.002f);
     bounds.translate (intDx >> 8, dy);
     bounds.setWidth (bounds.getWidth() + 1);
 ]])

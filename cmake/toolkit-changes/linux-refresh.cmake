@@ -80,8 +80,9 @@ quendel_change_toolkit ([[
             framePeriodMs = newIntFrequencyHz > 0 ? (uint32) jmax (1, 1000 / newIntFrequencyHz) : 10;
 ]])
 
-# A window without gaps need not be cleared before it is painted.
-quendel_change_toolkit ("if (XWindowSystem::getInstance()->canUseARGBImages())" "if (! peer.getComponent().isOpaque())")
+# A document window has no gaps: it need not be cleared before it is painted.
+quendel_change_toolkit ("if (XWindowSystem::getInstance()->canUseARGBImages())"
+                        "if (dynamic_cast<DocumentWindow*> (&peer.getComponent()) == nullptr)")
 
 # The display tells when it has shown the last part of what was painted, not after each.
 quendel_change_toolkit ("blitToWindow (peer.windowH, image, i, totalArea);"
