@@ -26,31 +26,6 @@ bool isOn (NodeKind kind, bool isRecord)
 } // namespace
 
 //==============================================================================
-void DeviceFigures::Measurement::add (std::int64_t nanoseconds)
-{
-    // The times come from outside: a sum that would overflow starts afresh.
-    if (__builtin_add_overflow (sum, nanoseconds, &sum))
-    {
-        sum = nanoseconds;
-        count = 0;
-    }
-
-    ++count;
-    maximum = std::max (maximum, nanoseconds);
-    minimum = std::min (minimum, nanoseconds);
-}
-
-std::int64_t DeviceFigures::Measurement::averageTicks() const
-{
-    return count == 0 ? 0 : sum / count / nanosecondsPerTick;
-}
-
-std::int64_t DeviceFigures::Measurement::maximumTicks() const
-{
-    return count == 0 ? 0 : maximum / nanosecondsPerTick;
-}
-
-//==============================================================================
 void DeviceFigures::log (std::int64_t nanoseconds, EventType type, std::uint32_t parameter, std::int8_t auxValue)
 {
     events.append ({ nanoseconds / nanosecondsPerTick, parameter, type, auxValue });
@@ -101,7 +76,7 @@ std::optional<std::vector<Xrun>> DeviceFigures::add (const Account& account, con
     if (numUnsettled > 0)
     {
         --numUnsettled;
-        beginAfresh();
+        measured = {};
     }
 
     return countXruns (account, roster, parts);
@@ -154,7 +129,7 @@ void DeviceFigures::measureSide (std::size_t index, const Part& part, const Acco
         if (account.previousSignal > 0 && driver.signal > account.previousSignal)
         {
             side.lastPeriod = driver.signal - account.previousSignal;
-            side.period.add (side.lastPeriod);
+            (isRecord ? measured.record : measured.playback).add (side.lastPeriod);
         }
     }
 
@@ -183,7 +158,7 @@ void DeviceFigures::measureOffset()
         distance -= source.lastPeriod;
 
     if (std::abs (distance) <= source.lastPeriod / 2)
-        offset.add (distance);
+        measured.offset.add (distance);
 }
 
 void DeviceFigures::measureFollowers (const Account& account, bool isClient)
@@ -218,10 +193,10 @@ void DeviceFigures::measureFollowers (const Account& account, bool isClient)
     }
 
     if (longestWait >= 0)
-        wakeup.add (longestWait);
+        measured.wakeup.add (longestWait);
 
     if (longestWork >= 0)
-        host.add (longestWork);
+        measured.host.add (longestWork);
 }
 
 void DeviceFigures::measureClock (const Account& account, const std::array<const Part*, 2>& parts)
@@ -323,17 +298,9 @@ void DeviceFigures::kernelComplained (std::int64_t now)
 }
 
 //==============================================================================
-void DeviceFigures::beginAfresh()
-{
-    wakeup = host = offset = {};
-
-    for (auto& side : sides)
-        side.period = {};
-}
-
 void DeviceFigures::resetStatistics()
 {
-    beginAfresh();
+    measured = {};
 
     for (auto& side : sides)
         side.bufferCount = 0;
@@ -346,20 +313,9 @@ void DeviceFigures::clearCounters()
 
 StatisticsBlock DeviceFigures::getStatistics() const
 {
-    StatisticsBlock block {};
-    block.playbackAverage = sides[playback].period.averageTicks();
-    block.playbackMaximum = sides[playback].period.maximumTicks();
-    block.recordAverage = sides[record].period.averageTicks();
-    block.recordMaximum = sides[record].period.maximumTicks();
-    block.wakeupAverage = wakeup.averageTicks();
-    block.wakeupMaximum = wakeup.maximumTicks();
-    block.hostAverage = host.averageTicks();
-    block.hostMaximum = host.maximumTicks();
+    auto block = measured.makeBlock (nanosecondsPerTick);
     block.playbackBufferCount = static_cast<std::int32_t> (sides[playback].bufferCount);
     block.recordBufferCount = static_cast<std::int32_t> (sides[record].bufferCount);
-    block.offsetAverage = offset.averageTicks();
-    block.offsetMaximum = offset.count == 0 ? StatisticsBlock::noMaximum : offset.maximum / nanosecondsPerTick;
-    block.offsetMinimum = offset.count == 0 ? StatisticsBlock::noMinimum : offset.minimum / nanosecondsPerTick;
     return block;
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
 #include "drivers/machine/EventRing.h"
+#include "drivers/machine/Measurements.h"
 #include "drivers/pipewire/Account.h"
-#include "protocol/StatisticsBlock.h"
 
 #include <array>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <vector>
 
@@ -65,18 +64,6 @@ public:
     const Machine::EventRing& getEvents() const { return events; }
 
 private:
-    /** A time that is measured again and again, nanoseconds. */
-    struct Measurement
-    {
-        std::int64_t sum = 0, count = 0;
-        std::int64_t maximum = std::numeric_limits<std::int64_t>::min();
-        std::int64_t minimum = std::numeric_limits<std::int64_t>::max();
-
-        void add (std::int64_t nanoseconds);
-        std::int64_t averageTicks() const;
-        std::int64_t maximumTicks() const;
-    };
-
     /** The cycles of the device's sink, or of its source. */
     struct Side
     {
@@ -89,14 +76,12 @@ private:
         bool isPositionExpected = false;
         std::uint32_t numCycles = 0; // since it began to run
         std::uint32_t bufferCount = 0;
-        Measurement period;
     };
 
     static constexpr std::size_t playback = 0;
     static constexpr std::size_t record = 1;
 
     const Part* findPart (const Account& account, std::size_t side) const;
-    void beginAfresh();
     void measureSide (std::size_t side, const Part& part, const Account& account);
     void measureOffset();
     void measureFollowers (const Account& account, bool isClient);
@@ -110,7 +95,7 @@ private:
 
     const std::uint32_t interface;
     std::array<Side, 2> sides;
-    Measurement wakeup, host, offset;
+    Machine::Measurements measured; // nanoseconds
     Counters counters;
     std::uint32_t sampleRate = 0, bufferSize = 0;
     int numUnsettled = 0; // cycles to come that end a period of the old length

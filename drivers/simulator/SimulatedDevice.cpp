@@ -60,10 +60,12 @@ void SimulatedDevice::takeView()
 
 void SimulatedDevice::publish()
 {
-    if (std::memcmp (&published, &model.getStatistics(), sizeof (published)) == 0)
+    const auto statistics = model.getStatistics();
+
+    if (std::memcmp (&published, &statistics, sizeof (published)) == 0)
         return;
 
-    published = model.getStatistics();
+    published = statistics;
     server->getSection().write (&published, sizeof (published));
 }
 

@@ -87,7 +87,8 @@ NTSTATUS Interface::createBlock()
 
 void Interface::publish()
 {
-    RtlCopyMemory (block, &model.getStatistics(), sizeof (StatisticsBlock));
+    const auto statistics = model.getStatistics();
+    RtlCopyMemory (block, &statistics, sizeof (statistics));
 }
 
 //==============================================================================

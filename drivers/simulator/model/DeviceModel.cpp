@@ -32,14 +32,6 @@ std::int64_t clamp (std::int64_t value, std::int64_t low, std::int64_t high)
 } // namespace
 
 //==============================================================================
-void DeviceModel::Measurement::add (std::int64_t ticks)
-{
-    sum += ticks;
-    ++count;
-    maximum = ticks > maximum ? ticks : maximum;
-    minimum = ticks < minimum ? ticks : minimum;
-}
-
 void DeviceModel::reset (const DeviceConfig& newConfig, std::int64_t now)
 {
     const DeviceConfig defaults;
@@ -95,7 +87,7 @@ void DeviceModel::startStream()
 
     phase = restPhase;
     ++syncCount;
-    resetStatistics();
+    measured = {};
 
     log (bufferStart, EventType::listenAttach, config.sampleRate);
     log (bufferStart, EventType::listenAttachCompletion, noParameter);
@@ -130,17 +122,6 @@ bool DeviceModel::setBufferSize (std::uint32_t samples)
     return true;
 }
 
-void DeviceModel::resetStatistics()
-{
-    bufferCount = 0;
-    playback = {};
-    record = {};
-    wakeup = {};
-    host = {};
-    offset = {};
-    publishStatistics();
-}
-
 //==============================================================================
 std::int64_t DeviceModel::nextPeriod (std::uint32_t& remainder) const
 {
@@ -158,8 +139,6 @@ void DeviceModel::advance (std::int64_t now)
 
     if (now - bufferStart > seconds (longestLeapSeconds))
         bufferStart = now - seconds (longestLeapSeconds);
-
-    auto hasMoved = false;
 
     for (;;)
     {
@@ -185,11 +164,7 @@ void DeviceModel::advance (std::int64_t now)
         measure (buffer);
         log (buffer);
         ++buffersSinceStart;
-        hasMoved = true;
     }
-
-    if (hasMoved)
-        publishStatistics();
 }
 
 /* All that happens in an ordinary buffer is over before the buffer is: the host has four fifths of it at
@@ -268,35 +243,23 @@ void DeviceModel::makeGlitch (Buffer& buffer)
 
 void DeviceModel::measure (const Buffer& buffer)
 {
-    ++bufferCount;
-    playback.add (buffer.playbackTime);
-    record.add (buffer.recordTime);
-    wakeup.add (buffer.wakeup);
-    host.add (buffer.host);
+    measured.playback.add (buffer.playbackTime);
+    measured.record.add (buffer.recordTime);
+    measured.wakeup.add (buffer.wakeup);
+    measured.host.add (buffer.host);
 
     // Offsets count from the start of the record buffer: playback that runs ahead shows as nearly a whole one.
     const auto noise = clamp (microseconds (8), 0, buffer.period / 64);
     const auto position = phase / phaseUnitsPerTick + random.between (-noise, noise);
-    offset.add (position < 0 ? position + buffer.period : position);
+    measured.offset.add (position < 0 ? position + buffer.period : position);
 }
 
-void DeviceModel::publishStatistics()
+StatisticsBlock DeviceModel::getStatistics() const
 {
-    statistics.playbackAverage = playback.average();
-    statistics.playbackMaximum = playback.maximumOrZero();
-    statistics.recordAverage = record.average();
-    statistics.recordMaximum = record.maximumOrZero();
-    statistics.wakeupAverage = wakeup.average();
-    statistics.wakeupMaximum = wakeup.maximumOrZero();
-    statistics.hostAverage = host.average();
-    statistics.hostMaximum = host.maximumOrZero();
-    statistics.playbackBufferCount = static_cast<std::int32_t> (bufferCount);
-    statistics.recordBufferCount = static_cast<std::int32_t> (bufferCount);
-    statistics.offsetAverage = offset.average();
-    statistics.offsetMaximum = offset.maximum;
-    statistics.offsetMinimum = offset.minimum;
-
-    static_assert (StatisticsBlock::noMaximum == INT64_MIN && StatisticsBlock::noMinimum == INT64_MAX);
+    auto statistics = measured.makeBlock();
+    statistics.playbackBufferCount = static_cast<std::int32_t> (measured.playback.count);
+    statistics.recordBufferCount = static_cast<std::int32_t> (measured.record.count);
+    return statistics;
 }
 
 //==============================================================================
@@ -442,7 +405,7 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
             break;
 
         case RequestKind::resetStatistics:
-            resetStatistics();
+            measured = {};
             break;
 
         case RequestKind::eventEntry:

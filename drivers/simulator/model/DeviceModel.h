@@ -3,6 +3,7 @@
 #include "drivers/machine/CheckedRequest.h"
 #include "drivers/machine/ErrorCode.h"
 #include "drivers/machine/EventRing.h"
+#include "drivers/machine/Measurements.h"
 #include "drivers/simulator/model/Random.h"
 #include "protocol/DriverProtocol.h"
 #include "protocol/StatisticsBlock.h"
@@ -92,7 +93,7 @@ public:
                   std::size_t outputCapacity);
 
     /** The statistics as of the last advance, reset or ResetStatistics. */
-    const StatisticsBlock& getStatistics() const { return statistics; }
+    StatisticsBlock getStatistics() const;
 
     DriverProtocol::CapabilityRecord getCapabilities() const;
 
@@ -117,19 +118,6 @@ public:
     void fillEventLog (std::uint32_t length);
 
 private:
-    /** A time that is measured for every buffer, since the last reset. */
-    struct Measurement
-    {
-        std::int64_t sum = 0;
-        std::int64_t maximum = INT64_MIN;
-        std::int64_t minimum = INT64_MAX;
-        std::int64_t count = 0;
-
-        void add (std::int64_t ticks);
-        std::int64_t average() const { return count == 0 ? 0 : sum / count; }
-        std::int64_t maximumOrZero() const { return count == 0 ? 0 : maximum; }
-    };
-
     /** What happens in one buffer; times in ticks. */
     struct Buffer
     {
@@ -148,12 +136,10 @@ private:
 
     void startStream();
     void restartStream();
-    void resetStatistics();
     std::int64_t nextPeriod (std::uint32_t& remainder) const;
     Buffer describeBuffer (std::int64_t start, std::int64_t period);
     void makeGlitch (Buffer& buffer);
     void measure (const Buffer& buffer);
-    void publishStatistics();
     void moveClock (Buffer& buffer);
     void moveFifo();
     void log (std::int64_t time, DriverProtocol::EventType type, std::uint32_t param, std::int8_t auxValue = 0);
@@ -163,7 +149,6 @@ private:
     void fillTransaction (Machine::CheckedRequest& request);
 
     DeviceConfig config;
-    StatisticsBlock statistics {};
     Machine::EventRing events;
     Machine::EventReader eventReader;
     std::int64_t lastEventTime = 0;
@@ -173,8 +158,7 @@ private:
     std::int64_t bufferStart = 0;        // of the buffer that is streaming now
     std::uint32_t periodRemainder = 0;   // sample rates seldom divide a buffer into whole ticks
     std::uint32_t buffersSinceStart = 0; // of the stream; numbers the buffers in the log
-    std::uint32_t bufferCount = 0;       // of the statistics
-    Measurement playback, record, wakeup, host, offset;
+    Machine::Measurements measured;
 
     std::int64_t recordJitter = 0, playbackJitter = 0;
     std::int64_t hostShare = 0; // thousandths of the period
