@@ -78,7 +78,7 @@ void Host::serve()
     const auto numReady = ::epoll_wait (poller.get(), ready.data(), static_cast<int> (ready.size()), 0);
 
     for (int i = 0; i < numReady; ++i)
-        static_cast<InterfaceServer*> (ready[static_cast<std::size_t> (i)].data.ptr)->serve (0);
+        static_cast<InterfaceServer*> (ready[static_cast<std::size_t> (i)].data.ptr)->serve();
 
     std::erase_if (departed, [] (const auto& server) { return server->getNumConnections() == 0; });
 }

@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -24,20 +23,8 @@ using namespace MachineLayout;
 
 namespace
 {
-constexpr std::size_t requestHeaderSize = sizeof (RequestHeader);
-
 // The largest request that a client has is far smaller; what is longer is cut and refused.
 constexpr std::size_t maximumPacketSize = 4096;
-
-std::uint32_t readWord (std::span<const std::uint8_t> bytes, std::size_t offset)
-{
-    std::uint32_t word = 0;
-
-    for (std::size_t i = 0; i < sizeof (word); ++i)
-        word |= static_cast<std::uint32_t> (bytes[offset + i]) << (8 * i);
-
-    return word;
-}
 
 std::string describeError (const std::string& what)
 {
@@ -114,12 +101,8 @@ Reply Reply::success (std::span<const std::uint8_t> output)
 
 Reply Reply::failure (std::uint32_t error)
 {
-    Reply reply;
-
-    for (int shift = 0; shift < 32; shift += 8)
-        reply.packet.push_back (static_cast<std::uint8_t> (error >> shift));
-
-    return reply;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*> (&error);
+    return { Bytes (bytes, bytes + sizeof (error)) };
 }
 
 //==============================================================================
@@ -142,8 +125,7 @@ InterfaceServer::InterfaceServer (InterfaceSetup newSetup, RequestHandler& newHa
 
 InterfaceServer::~InterfaceServer()
 {
-    if (present)
-        kill();
+    kill();
 }
 
 std::string InterfaceServer::plugIn()
@@ -200,21 +182,12 @@ std::string InterfaceServer::fillFolder()
             return describeError (registryFolder);
     }
 
-    return listen();
-}
-
-std::string InterfaceServer::listen()
-{
     const auto address = socketAddress (folder.get());
     listener = makeSocket();
 
     if (! listener || ::bind (listener.get(), asGeneric (address), sizeof (address)) != 0
         || ::listen (listener.get(), SOMAXCONN) != 0)
-    {
-        auto error = describeError (driverSocket);
-        listener = {};
-        return error;
-    }
+        return describeError (driverSocket);
 
     watch (listener.get());
     return {};
@@ -233,11 +206,6 @@ bool InterfaceServer::removeAbandoned (const std::string& machineFolder, const s
     return ::fstatat (parent.get(), folderName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0;
 }
 
-void InterfaceServer::hideFolder()
-{
-    ::renameat (interfaces.get(), setup.name.c_str(), interfaces.get(), ("." + setup.name).c_str());
-}
-
 //==============================================================================
 void InterfaceServer::unplug()
 {
@@ -250,7 +218,7 @@ void InterfaceServer::unplug()
     // Before the folder goes: a client that probes on the news of it must find the device gone.
     present = false;
     gone = true;
-    hideFolder();
+    ::renameat (interfaces.get(), setup.name.c_str(), interfaces.get(), ("." + setup.name).c_str());
     section.cut();
     listener = {};
     removeFolder (interfaces.get(), "." + setup.name);
@@ -261,13 +229,11 @@ void InterfaceServer::kill()
     if (! present)
         return;
 
-    present = false;
-    gone = true;
+    // Nobody is told: what is left is to take the folder away.
     section.cut();
     connections.clear();
     listener = {};
-    hideFolder();
-    removeFolder (interfaces.get(), "." + setup.name);
+    unplug();
 }
 
 //==============================================================================
@@ -279,11 +245,10 @@ void InterfaceServer::watch (int descriptor) const
     ::epoll_ctl (poller.get(), EPOLL_CTL_ADD, descriptor, &event);
 }
 
-bool InterfaceServer::serve (int timeoutMilliseconds)
+void InterfaceServer::serve()
 {
     std::array<epoll_event, 16> ready {};
-    const auto numReady =
-        ::epoll_wait (poller.get(), ready.data(), static_cast<int> (ready.size()), timeoutMilliseconds);
+    const auto numReady = ::epoll_wait (poller.get(), ready.data(), static_cast<int> (ready.size()), 0);
 
     for (int i = 0; i < numReady; ++i)
     {
@@ -295,37 +260,30 @@ bool InterfaceServer::serve (int timeoutMilliseconds)
             continue;
         }
 
-        const auto isOurs = [descriptor] (const auto& connection) { return connection->socket.get() == descriptor; };
-        const auto found = std::find_if (connections.begin(), connections.end(), isOurs);
+        const auto found = connections.find (descriptor);
 
-        if (found == connections.end() || receive (**found))
+        if (found == connections.end() || receive (found->second))
             continue;
 
         if (! gone)
-            handler.closed ((*found)->number);
+            handler.closed (found->second.number);
 
         connections.erase (found);
     }
-
-    return numReady > 0;
 }
 
 void InterfaceServer::acceptConnections()
 {
-    for (;;)
+    while (FileDescriptor socket { ::accept4 (listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK) })
     {
-        FileDescriptor socket (::accept4 (listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-
-        if (! socket)
-            return;
-
-        watch (socket.get());
-        connections.push_back (std::make_unique<Connection> (Connection { std::move (socket), ++numOpens }));
+        const auto descriptor = socket.get();
+        watch (descriptor);
+        connections.emplace (descriptor, Connection { std::move (socket), ++numOpens });
     }
 }
 
-/* Returns false when the connection is to be closed; so does answer(). */
-bool InterfaceServer::receive (Connection& connection)
+/* Returns false when the connection is to be closed. */
+bool InterfaceServer::receive (const Connection& connection)
 {
     std::array<std::uint8_t, maximumPacketSize> buffer;
     const auto size = ::recv (connection.socket.get(), buffer.data(), buffer.size(), MSG_TRUNC);
@@ -333,25 +291,13 @@ bool InterfaceServer::receive (Connection& connection)
     if (size < 0)
         return errno == EAGAIN || errno == EINTR;
 
-    if (static_cast<std::size_t> (size) < requestHeaderSize)
+    const auto length = static_cast<std::size_t> (size);
+
+    if (length < sizeof (RequestHeader))
         return false;
 
-    if (static_cast<std::size_t> (size) > buffer.size())
-    {
-        const auto refusal = Reply::failure (invalidParameter).packet;
-        return ::send (connection.socket.get(), refusal.data(), refusal.size(), MSG_NOSIGNAL) >= 0;
-    }
-
-    return answer (connection, std::span (buffer).first (static_cast<std::size_t> (size)));
-}
-
-bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8_t> packet)
-{
-    const Request request { readWord (packet, 0),
-                            readWord (packet, 4),
-                            packet.subspan (requestHeaderSize),
-                            connection.number };
-    auto reply = gone ? Reply::failure (deviceNotConnected) : handler.handle (request);
+    auto reply = length > buffer.size() ? Reply::failure (invalidParameter)
+                                        : answer (connection, std::span (buffer).first (length));
 
     if (reply.packet.empty())
         return false;
@@ -377,6 +323,16 @@ bool InterfaceServer::answer (Connection& connection, std::span<const std::uint8
 
     // A client that lets the socket fill up does not want the replies.
     return ::sendmsg (connection.socket.get(), &message, MSG_NOSIGNAL) >= 0;
+}
+
+Reply InterfaceServer::answer (const Connection& connection, std::span<const std::uint8_t> packet)
+{
+    RequestHeader header;
+    std::memcpy (&header, packet.data(), sizeof (header));
+
+    return gone ? Reply::failure (deviceNotConnected)
+                : handler.handle (
+                    { header.controlCode, header.outputSize, packet.subspan (sizeof (header)), connection.number });
 }
 
 } // namespace Machine

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -78,8 +78,8 @@ struct InterfaceSetup
 /** Serves one device interface in a machine folder: its folder, its registry values, its driver socket, any
     number of connections to it, and its section.
 
-    The owner waits until getDescriptor() is readable, or calls serve() with a timeout. Nothing happens in between;
-    the server has no thread of its own. Any thread may use it, one at a time.
+    The owner calls serve() when getDescriptor() is readable. Nothing happens in between; the server has no thread of
+    its own. Any thread may use it, one at a time.
 */
 class InterfaceServer
 {
@@ -113,8 +113,6 @@ public:
     /** Takes the interface away as a crash would: the section is cut and every connection closed. */
     void kill();
 
-    bool isPresent() const { return present; }
-
     /** Removes the folder of an interface whose server was killed; one that is served, or that has anything
         else in it, stays.
 
@@ -127,12 +125,8 @@ public:
     /** Readable when serve() has something to do. Owned by the server. */
     int getDescriptor() const { return poller.get(); }
 
-    /** Accepts connections and answers requests that are there, waiting up to this many milliseconds for the
-        first (-1: for as long as it takes; 0: not at all).
-
-        @returns false when there was nothing to do
-    */
-    bool serve (int timeoutMilliseconds);
+    /** Accepts connections and answers the requests that are there. Does not wait. */
+    void serve();
 
     Section& getSection() { return section; }
 
@@ -149,18 +143,16 @@ private:
     };
 
     std::string fillFolder();
-    std::string listen();
-    void hideFolder();
     void acceptConnections();
-    bool receive (Connection& connection);
-    bool answer (Connection& connection, std::span<const std::uint8_t> packet);
+    bool receive (const Connection& connection);
+    Reply answer (const Connection& connection, std::span<const std::uint8_t> packet);
     void watch (int descriptor) const;
 
     const InterfaceSetup setup;
     RequestHandler& handler;
     Section section;
     FileDescriptor poller, interfaces, folder, listener;
-    std::vector<std::unique_ptr<Connection>> connections;
+    std::map<int, Connection> connections; // by descriptor
     std::uint64_t numOpens = 0;
     bool present = false;
     bool gone = false;

@@ -83,7 +83,7 @@ private:
         for (pollfd requests { server.getDescriptor(), POLLIN, 0 };; ::poll (&requests, 1, -1))
         {
             const std::scoped_lock locked (lock);
-            server.serve (0);
+            server.serve();
         }
     }
 

@@ -67,7 +67,7 @@ void TestDriver::run()
 
     while (withLock ([&] { return ! finished; }))
     {
-        withLock ([&] { server.serve (0); });
+        withLock ([&] { server.serve(); });
         ::poll (&source, 1, pollIntervalMs);
     }
 }
