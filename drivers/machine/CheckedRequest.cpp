@@ -1,7 +1,5 @@
 #include "drivers/machine/CheckedRequest.h"
 
-#include "drivers/machine/ErrorCode.h"
-
 #include <cstring>
 
 namespace Machine
@@ -37,10 +35,10 @@ static std::uint32_t
 
     std::memcpy (&block, input, inputSize < sizeof (block) ? inputSize : sizeof (block));
 
-    if (block.code != DriverProtocol::ProbeDevice && block.code != DriverProtocol::AccessFirmwareCounters)
+    if (request.kind == RequestKind::other)
         return invalidFunction;
 
-    const auto isProbe = block.code == DriverProtocol::ProbeDevice;
+    const auto isProbe = request.kind == RequestKind::probe;
     const auto length = isProbe ? DriverProtocol::headerLength : DriverProtocol::fullLength;
 
     if (block.length != length || inputSize < (length + 1) * sizeof (std::uint32_t) || block.requestClass != 0)

@@ -9,6 +9,17 @@
 namespace Machine
 {
 
+/** Windows error codes that drivers answer requests with. */
+enum ErrorCode : std::uint32_t
+{
+    noError = 0,
+    invalidFunction = 1,
+    generalFailure = 31,
+    invalidParameter = 87,
+    insufficientBuffer = 122,
+    deviceNotConnected = 1167
+};
+
 /** A request of the driver protocol whose bytes have been checked, and the reply to it while it is made.
 
     Nothing but arithmetic: it also goes into a kernel driver.

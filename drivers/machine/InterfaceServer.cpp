@@ -1,6 +1,6 @@
 #include "drivers/machine/InterfaceServer.h"
 
-#include "drivers/machine/ErrorCode.h"
+#include "drivers/machine/CheckedRequest.h"
 #include "protocol/DriverProtocol.h"
 #include "protocol/MachineLayout.h"
 

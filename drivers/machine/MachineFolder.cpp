@@ -15,27 +15,28 @@ namespace Machine
 
 MachineFolder::~MachineFolder()
 {
-    remove();
+    for (const auto& file : filesMade)
+        ::unlink (file.c_str());
+
+    // A folder that somebody has put something into stays.
+    for (auto folder = foldersMade.rbegin(); folder != foldersMade.rend(); ++folder)
+        ::rmdir (folder->c_str());
 }
 
 std::string MachineFolder::create (const std::string& newPath, const std::vector<std::string>& controllers)
 {
     path = newPath;
-    auto error = fill (controllers);
 
-    if (! error.empty())
-        remove();
-
-    return error;
-}
-
-std::string MachineFolder::fill (const std::vector<std::string>& controllers)
-{
     if (auto error = makeFolder (path); ! error.empty())
         return error;
 
-    if (auto error = lockFolder(); ! error.empty())
-        return error;
+    lock = FileDescriptor (::open (path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+
+    if (! lock)
+        return path + ": " + std::strerror (errno);
+
+    if (::flock (lock.get(), LOCK_EX | LOCK_NB) != 0)
+        return path + " is served already";
 
     for (const auto& folder :
          { path + "/" + MachineLayout::interfacesFolder, path + "/" + MachineLayout::controllersFolder })
@@ -65,19 +66,6 @@ std::string MachineFolder::fill (const std::vector<std::string>& controllers)
     return {};
 }
 
-std::string MachineFolder::lockFolder()
-{
-    lock = FileDescriptor (::open (path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-
-    if (! lock)
-        return path + ": " + std::strerror (errno);
-
-    if (::flock (lock.get(), LOCK_EX | LOCK_NB) != 0)
-        return path + " is served already";
-
-    return {};
-}
-
 std::string MachineFolder::makeFolder (const std::string& folder)
 {
     if (::mkdir (folder.c_str(), 0700) == 0)
@@ -102,19 +90,6 @@ std::string MachineFolder::makeFolder (const std::string& folder)
         return folder + " belongs to another user";
 
     return {};
-}
-
-void MachineFolder::remove()
-{
-    for (const auto& file : filesMade)
-        ::unlink (file.c_str());
-
-    // A folder that somebody has put something into stays.
-    for (auto folder = foldersMade.rbegin(); folder != foldersMade.rend(); ++folder)
-        ::rmdir (folder->c_str());
-
-    filesMade.clear();
-    foldersMade.clear();
 }
 
 } // namespace Machine

@@ -21,22 +21,18 @@ public:
     MachineFolder (const MachineFolder&) = delete;
     MachineFolder& operator= (const MachineFolder&) = delete;
 
-    /** Makes the folder, or takes one that is there, belongs to this user and is served by nobody.
+    /** Makes the folder, or takes one that is there, belongs to this user and is served by nobody; possible once.
 
         @param newPath      its parent must exist
         @param controllers  device-instance ids of the machine's host controllers
-        @returns            an empty string, or one line that says why it could not be done; then nothing is
-                            left behind
+        @returns            an empty string, or one line that says why it could not be done
     */
     std::string create (const std::string& newPath, const std::vector<std::string>& controllers);
 
     const std::string& getPath() const { return path; }
 
 private:
-    std::string lockFolder();
     std::string makeFolder (const std::string& folder);
-    std::string fill (const std::vector<std::string>& controllers);
-    void remove();
 
     std::string path;
     FileDescriptor lock; // two drivers in one folder would remove each other's files

@@ -1,7 +1,6 @@
 #include "drivers/pipewire/AudioInterface.h"
 
 #include "drivers/machine/CheckedRequest.h"
-#include "drivers/machine/ErrorCode.h"
 #include "protocol/MachineLayout.h"
 
 #include <algorithm>

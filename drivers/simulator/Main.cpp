@@ -79,10 +79,10 @@ int main (int numArguments, char** arguments)
     if (const auto error = simulator.start (options); ! error.empty())
         return commandLine.fail (error);
 
-    Machine::announceServing (simulator.getPath());
+    Machine::announceServing (simulator.getHost().getPath());
 
     OrderReader orders (simulator);
-    loop.add ([&simulator] { return simulator.getDescriptor(); }, [] {});
+    loop.add ([&simulator] { return simulator.getHost().getDescriptor(); }, [] {});
     loop.add ([&orders] { return orders.getDescriptor(); }, [&orders] { orders.read(); });
     loop.run (
         [&simulator]() -> std::optional<int>

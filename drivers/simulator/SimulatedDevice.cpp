@@ -13,13 +13,6 @@ namespace Simulation
 
 using namespace Machine;
 
-/* The place of a request's kind in the arrays that have one for each. */
-static std::size_t getIndex (const Request& request)
-{
-    return static_cast<std::size_t> (
-        DriverProtocol::identifyRequest (request.controlCode, request.input.data(), request.input.size()));
-}
-
 SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
                                   const std::string& machineFolder,
                                   std::string newFolderName,
@@ -90,7 +83,8 @@ void SimulatedDevice::setOpening (bool shouldOpen) const
 
 Reply SimulatedDevice::handle (const Request& request)
 {
-    const auto index = getIndex (request);
+    const auto index = static_cast<std::size_t> (
+        DriverProtocol::identifyRequest (request.controlCode, request.input.data(), request.input.size()));
     ++numReceived[index];
 
     if (auto& failure = failures[index]; failure > 0)

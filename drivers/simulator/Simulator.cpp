@@ -129,7 +129,7 @@ std::string Simulator::plug (std::string& name)
     config.hasDsp = number % 2 == 1;
     config.hasFpga = number % 3 != 0;
 
-    auto device = std::make_unique<SimulatedDevice> (config, getPath(), makeFolderName (config, number), clock);
+    auto device = std::make_unique<SimulatedDevice> (config, host.getPath(), makeFolderName (config, number), clock);
 
     if (auto error = host.plugIn (device->getServer()); ! error.empty())
         return error;
@@ -140,34 +140,19 @@ std::string Simulator::plug (std::string& name)
     return {};
 }
 
-void Simulator::unplug (SimulatedDevice& device)
+void Simulator::unplug (SimulatedDevice& device, bool isCrash)
 {
     device.setOpening (true); // its folder is to go
-    device.getServer().unplug();
-    retire (device);
-}
-
-void Simulator::kill (SimulatedDevice& device)
-{
-    device.setOpening (true);
-    device.getServer().kill();
-    retire (device);
-}
-
-void Simulator::retire (SimulatedDevice& device)
-{
-    const auto isIt = [&device] (const auto& other) { return other.get() == &device; };
-    const auto position = std::find_if (devices.begin(), devices.end(), isIt);
+    isCrash ? device.getServer().kill() : device.getServer().unplug();
 
     // Its clients have yet to be told that it has gone.
     host.retire (device.releaseServer());
-    devices.erase (position);
+    std::erase_if (devices, [&device] (const auto& other) { return other.get() == &device; });
 }
 
 SimulatedDevice* Simulator::findDevice (std::string_view name) const
 {
-    const auto isNamed = [name] (const auto& device) { return device->getName() == name; };
-    const auto found = std::find_if (devices.begin(), devices.end(), isNamed);
+    const auto found = std::ranges::find (devices, name, &SimulatedDevice::getName);
     return found == devices.end() ? nullptr : found->get();
 }
 

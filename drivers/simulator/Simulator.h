@@ -33,13 +33,12 @@ public:
     */
     std::string start (const Options& newOptions);
 
-    /** Readable when serve() has something to do. Owned by the simulator. */
-    int getDescriptor() const { return host.getDescriptor(); }
+    Machine::Host& getHost() { return host; }
 
     /** Milliseconds until serve() wants to be called although nothing has come in; -1: never. */
     int getTimeout() const;
 
-    /** Answers what has come in and lets time pass in the devices. Does not wait. */
+    /** Answers what has come in to the host and lets time pass in the devices. Does not wait. */
     void serve();
 
     //==============================================================================
@@ -50,14 +49,8 @@ public:
     */
     std::string plug (std::string& name);
 
-    /** When false, the device's requests stay pending until this is said or it is taken away. */
-    void setAnswering (SimulatedDevice& device, bool shouldAnswer)
-    {
-        host.setServing (device.getServer(), shouldAnswer);
-    }
-
-    void unplug (SimulatedDevice& device);
-    void kill (SimulatedDevice& device);
+    /** Takes a device away, in an orderly manner or as a crash would. */
+    void unplug (SimulatedDevice& device, bool isCrash = false);
 
     /** The devices that are present, in the order in which they were plugged in. */
     const std::vector<std::unique_ptr<SimulatedDevice>>& getDevices() const { return devices; }
@@ -68,14 +61,10 @@ public:
     /** Lets so many milliseconds pass in every device; false when its clock does not move by order. */
     bool tick (std::uint32_t milliseconds);
 
-    const std::string& getPath() const { return host.getPath(); }
-
     void quit() { quitting = true; }
     bool isQuitting() const { return quitting; }
 
 private:
-    void retire (SimulatedDevice& device);
-
     Clock clock;
     std::int64_t orderedTime = 1'000'000'000;
     Options options;

@@ -1,4 +1,4 @@
-#include "drivers/machine/ErrorCode.h"
+#include "drivers/machine/CheckedRequest.h"
 #include "drivers/pipewire/DeviceFigures.h"
 #include "drivers/pipewire/Options.h"
 #include "drivers/pipewire/ProfileReader.h"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "drivers/machine/CheckedRequest.h"
-#include "drivers/machine/ErrorCode.h"
 #include "drivers/machine/EventRing.h"
 #include "drivers/machine/Measurements.h"
 #include "drivers/simulator/model/Random.h"
