@@ -20,16 +20,14 @@ SimulatedDevice::SimulatedDevice (const DeviceConfig& config,
     : folderName (std::move (newFolderName)),
       interfaces (machineFolder + "/" + MachineLayout::interfacesFolder + "/"),
       clock (std::move (newClock)),
-      server (std::make_unique<InterfaceServer> (attach (config, machineFolder), *this))
+      model (config, clock()),
+      server (std::make_unique<InterfaceServer> (describe (machineFolder), *this))
 {
     advance();
 }
 
-/* Starts the model and describes the interface that it is to have. */
-InterfaceSetup SimulatedDevice::attach (const DeviceConfig& config, const std::string& machineFolder)
+InterfaceSetup SimulatedDevice::describe (const std::string& machineFolder) const
 {
-    model.reset (config, clock());
-
     InterfaceSetup setup;
     setup.machineFolder = machineFolder;
     setup.name = folderName;

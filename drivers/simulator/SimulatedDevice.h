@@ -55,15 +55,14 @@ public:
     Machine::Reply handle (const Machine::Request& request) override;
 
 private:
-    Machine::InterfaceSetup attach (const DeviceConfig& config, const std::string& machineFolder);
-
+    Machine::InterfaceSetup describe (const std::string& machineFolder) const;
     void publish();
 
     const std::string folderName;
     const std::string interfaces; // the folder that the interface's is in
+    const Clock clock;
     DeviceModel model;
     StatisticsBlock published {};
-    const Clock clock;
     std::array<std::uint64_t, DriverProtocol::numRequestKinds> numReceived {};
     std::array<std::uint32_t, DriverProtocol::numRequestKinds> failures {};
     std::unique_ptr<Machine::InterfaceServer> server;

@@ -45,8 +45,7 @@ Interface* Interface::create (DEVICE_OBJECT* device,
     if (memory == nullptr)
         return nullptr;
 
-    auto* result = new (memory) Interface (device, number);
-    result->model.reset (config, now);
+    auto* result = new (memory) Interface (device, number, config, now);
 
     if (NT_SUCCESS (result->createBlock()))
         return result;

@@ -102,7 +102,12 @@ private:
 
     static constexpr std::size_t numFaults = 4;
 
-    Interface (DEVICE_OBJECT* itsDevice, std::uint32_t itsNumber) : device (itsDevice), number (itsNumber) {}
+    Interface (DEVICE_OBJECT* object, std::uint32_t itsNumber, const Simulation::DeviceConfig& config, std::int64_t now)
+        : device (object),
+          number (itsNumber),
+          model (config, now)
+    {
+    }
 
     NTSTATUS createBlock();
     NTSTATUS writeRegistryValues();

@@ -32,11 +32,9 @@ std::int64_t clamp (std::int64_t value, std::int64_t low, std::int64_t high)
 } // namespace
 
 //==============================================================================
-void DeviceModel::reset (const DeviceConfig& newConfig, std::int64_t now)
+DeviceModel::DeviceModel (const DeviceConfig& newConfig, std::int64_t now) : config (newConfig), random (newConfig.seed)
 {
     const DeviceConfig defaults;
-
-    config = newConfig;
     config.name[DeviceConfig::maximumNameLength] = 0;
 
     if (! isSampleRate (config.sampleRate))
@@ -48,22 +46,13 @@ void DeviceModel::reset (const DeviceConfig& newConfig, std::int64_t now)
     if (config.frequency < 1'000 || config.frequency > 10'000'000'000)
         config.frequency = defaults.frequency;
 
-    random = Random (config.seed);
-    events.restartWithLimit (EventRing::maximumLength);
-    lastEventTime = INT64_MIN;
-
     const auto history = clamp (now, 0, seconds (historySeconds));
     currentTime = clamp (now, 0, INT64_MAX / 2) - history;
     nextGlitch = currentTime + history + seconds (random.between (15, 45));
     nextSync = currentTime + history + seconds (random.between (20, 60));
-    isGlitchWanted = false;
     hostShare = random.between (250, 450);
     drift = random.between (-30'000, 30'000);
     fifoLevel = fifoMiddle;
-    overflows = 0;
-    underruns = 0;
-    syncCount = 0;
-    transactionCount = 0;
 
     startStream();
     advance (currentTime + history);
@@ -194,7 +183,7 @@ DeviceModel::Buffer DeviceModel::describeBuffer (std::int64_t start, std::int64_
     buffer.host = period * share / 1000;
 
     moveClock (buffer);
-    moveFifo();
+    fifoLevel = clamp (fifoLevel + (fifoMiddle - fifoLevel) / 16 + random.between (-6, 6), 0, fifoFull);
     return buffer;
 }
 
@@ -211,11 +200,6 @@ void DeviceModel::moveClock (Buffer& buffer)
         buffer.clockCorrection = deviation > 0 ? -1 : 1;
         phase -= deviation * 3 / 4;
     }
-}
-
-void DeviceModel::moveFifo()
-{
-    fifoLevel = clamp (fifoLevel + (fifoMiddle - fifoLevel) / 16 + random.between (-6, 6), 0, fifoFull);
 }
 
 void DeviceModel::makeGlitch (Buffer& buffer)
@@ -396,6 +380,7 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
         return { .error = request.error };
 
     auto& words = request.envelope.words;
+    auto& block = request.block;
 
     switch (request.kind)
     {
@@ -419,12 +404,19 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
             overflows = 0;
             underruns = 0;
             syncCount = 0;
-            fillTransaction (request);
-            break;
+            [[fallthrough]];
 
         case RequestKind::readCounters:
+            block.words[DriverProtocol::overflowsWord] = overflows;
+            block.words[DriverProtocol::underrunsWord] = underruns;
+            block.words[DriverProtocol::fifoLevelWord] = static_cast<std::uint32_t> (fifoLevel);
+            block.words[DriverProtocol::unshownWord] = transactionCount;
+            block.words[DriverProtocol::syncCountWord] = syncCount;
+            [[fallthrough]];
+
         case RequestKind::probe:
-            fillTransaction (request);
+            block.driverWords[0] = config.typeId;
+            block.driverWords[1] = ++transactionCount;
             break;
 
         case RequestKind::mapStatistics:
@@ -434,23 +426,6 @@ DeviceModel::Reply DeviceModel::handle (std::uint32_t controlCode,
 
     return { .outputSize = writeReply (request, output, outputCapacity, probeReplySize),
              .mapsStatistics = request.kind == RequestKind::mapStatistics };
-}
-
-void DeviceModel::fillTransaction (CheckedRequest& request)
-{
-    auto& block = request.block;
-
-    if (request.kind != DriverProtocol::RequestKind::probe)
-    {
-        block.words[DriverProtocol::overflowsWord] = overflows;
-        block.words[DriverProtocol::underrunsWord] = underruns;
-        block.words[DriverProtocol::fifoLevelWord] = static_cast<std::uint32_t> (fifoLevel);
-        block.words[DriverProtocol::unshownWord] = transactionCount;
-        block.words[DriverProtocol::syncCountWord] = syncCount;
-    }
-
-    block.driverWords[0] = config.typeId;
-    block.driverWords[1] = ++transactionCount;
 }
 
 } // namespace Simulation

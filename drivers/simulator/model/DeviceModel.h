@@ -41,8 +41,7 @@ struct DeviceConfig
 
     Bytes and times go in, bytes come out. There is no clock, heap, thread, file or floating point in here, so
     it runs in a process or in a kernel driver, and the same seed with the same calls gives the same
-    bytes. An object is large (it has an event log): keep it off the stack. Call reset()
-    before anything else. Used by one thread at a time.
+    bytes. An object is large (it has an event log): keep it off the stack. Used by one thread at a time.
 */
 class DeviceModel
 {
@@ -58,7 +57,7 @@ public:
         @param newConfig  a sample rate, buffer size or frequency out of range is replaced by the default
         @param now        ticks; history does not reach before 0
     */
-    void reset (const DeviceConfig& newConfig, std::int64_t now);
+    DeviceModel (const DeviceConfig& newConfig, std::int64_t now);
 
     /** Moves the stream to the given time in ticks.
 
@@ -140,17 +139,15 @@ private:
     void makeGlitch (Buffer& buffer);
     void measure (const Buffer& buffer);
     void moveClock (Buffer& buffer);
-    void moveFifo();
     void log (std::int64_t time, DriverProtocol::EventType type, std::uint32_t param, std::int8_t auxValue = 0);
     void log (const Buffer& buffer);
     void logListen (const Buffer& buffer, std::int64_t time);
     void logTalk (const Buffer& buffer, std::int64_t time);
-    void fillTransaction (Machine::CheckedRequest& request);
 
     DeviceConfig config;
     Machine::EventRing events;
     Machine::EventReader eventReader;
-    std::int64_t lastEventTime = 0;
+    std::int64_t lastEventTime = INT64_MIN;
     Random random;
 
     std::int64_t currentTime = 0;

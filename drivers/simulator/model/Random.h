@@ -9,7 +9,7 @@ namespace Simulation
 class Random
 {
 public:
-    explicit Random (std::uint64_t seed = 0) : state (seed) {}
+    explicit Random (std::uint64_t seed) : state (seed) {}
 
     std::uint64_t next()
     {
