@@ -65,12 +65,7 @@ void AudioInterface::readEvent (std::uint64_t connection,
                                 std::uint32_t index,
                                 DriverProtocol::CommandEnvelope& envelope)
 {
-    auto& reader = readers[connection];
-
-    if (reader == nullptr)
-        reader = std::make_unique<EventReader>();
-
-    const auto entry = reader->read (figures.getEvents(), index, MachineLayout::ticksPerSecond);
+    const auto entry = readers[connection].read (figures.getEvents(), index, MachineLayout::ticksPerSecond);
 
     // A reader stops at the first index without an entry.
     if (entry.type == DriverProtocol::noSuchEntry)

@@ -50,7 +50,7 @@ private:
     const std::string name;
     const std::string path;
     DeviceFigures figures;
-    std::map<std::uint64_t, std::unique_ptr<Machine::EventReader>> readers; // by connection, while they read
+    std::map<std::uint64_t, Machine::EventReader> readers; // by connection, while they read
     std::unique_ptr<Machine::InterfaceServer> server;
 };
 

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <initializer_list>
 #include <utility>
 
 namespace PipeWire
@@ -23,16 +22,6 @@ const std::string devicePrefix = "device ";
 std::int64_t readNanoseconds()
 {
     return Machine::readClock() * (1'000'000'000 / MachineLayout::ticksPerSecond);
-}
-
-/* The first of these properties that there is. */
-std::string getFirst (const Properties& properties, std::initializer_list<const char*> keys)
-{
-    for (const auto* key : keys)
-        if (const auto found = properties.find (key); found != properties.end() && ! found->second.empty())
-            return found->second;
-
-    return {};
 }
 
 bool isFireWire (const Properties& properties)

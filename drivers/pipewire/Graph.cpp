@@ -61,12 +61,6 @@ Properties readProperties (const spa_dict* dictionary)
     return properties;
 }
 
-std::string getProperty (const Properties& properties, const char* key)
-{
-    const auto found = properties.find (key);
-    return found == properties.end() ? std::string() : found->second;
-}
-
 void describeDevice (void* data, const pw_device_info* info)
 {
     auto& proxy = *static_cast<Proxy*> (data);
@@ -94,29 +88,11 @@ void takeProfile (void* data, const spa_pod* pod)
         { reinterpret_cast<const std::uint8_t*> (pod), sizeof (spa_pod) + pod->size });
 }
 
-constexpr auto deviceEvents = []
-{
-    pw_device_events events {};
-    events.version = PW_VERSION_DEVICE_EVENTS;
-    events.info = describeDevice;
-    return events;
-}();
-
-constexpr auto nodeEvents = []
-{
-    pw_node_events events {};
-    events.version = PW_VERSION_NODE_EVENTS;
-    events.info = describeNode;
-    return events;
-}();
-
-constexpr auto profilerEvents = []
-{
-    pw_profiler_events events {};
-    events.version = PW_VERSION_PROFILER_EVENTS;
-    events.profile = takeProfile;
-    return events;
-}();
+constexpr pw_device_events deviceEvents { .version = PW_VERSION_DEVICE_EVENTS,
+                                          .info = describeDevice,
+                                          .param = nullptr };
+constexpr pw_node_events nodeEvents { .version = PW_VERSION_NODE_EVENTS, .info = describeNode, .param = nullptr };
+constexpr pw_profiler_events profilerEvents { .version = PW_VERSION_PROFILER_EVENTS, .profile = takeProfile };
 
 //==============================================================================
 class Connection final : public Graph
@@ -231,7 +207,7 @@ private:
             bind (id, PW_TYPE_INTERFACE_Profiler, PW_VERSION_PROFILER, &profilerEvents);
             listener.profilerAdded (id);
         }
-        else if (type == PW_TYPE_INTERFACE_Device && getProperty (properties, PW_KEY_MEDIA_CLASS) == "Audio/Device")
+        else if (type == PW_TYPE_INTERFACE_Device && getFirst (properties, { PW_KEY_MEDIA_CLASS }) == "Audio/Device")
             bind (id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE, &deviceEvents);
         else if (type == PW_TYPE_INTERFACE_Node)
             bind (id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &nodeEvents);
@@ -239,8 +215,8 @@ private:
             listener.clientAdded (id, properties);
         else if (type == PW_TYPE_INTERFACE_Link)
             listener.linkAdded (id,
-                                parseId (getProperty (properties, PW_KEY_LINK_OUTPUT_NODE)),
-                                parseId (getProperty (properties, PW_KEY_LINK_INPUT_NODE)));
+                                parseId (getFirst (properties, { PW_KEY_LINK_OUTPUT_NODE })),
+                                parseId (getFirst (properties, { PW_KEY_LINK_INPUT_NODE })));
     }
 
     void bind (std::uint32_t id, const char* type, std::uint32_t version, const void* events)
@@ -292,6 +268,7 @@ private:
             static_cast<Connection*> (data)->isLost = true;
     }
 
+    // Not by name: which other events there are depends on the version of PipeWire.
     static constexpr auto coreEvents = []
     {
         pw_core_events events {};
@@ -301,14 +278,9 @@ private:
         return events;
     }();
 
-    static constexpr auto registryEvents = []
-    {
-        pw_registry_events events {};
-        events.version = PW_VERSION_REGISTRY_EVENTS;
-        events.global = noteGlobal;
-        events.global_remove = noteRemoval;
-        return events;
-    }();
+    static constexpr pw_registry_events registryEvents { .version = PW_VERSION_REGISTRY_EVENTS,
+                                                         .global = noteGlobal,
+                                                         .global_remove = noteRemoval };
 
     GraphListener& listener;
     pw_loop* loop = nullptr;
@@ -324,6 +296,15 @@ private:
 } // namespace
 
 //==============================================================================
+std::string getFirst (const Properties& properties, std::initializer_list<const char*> keys)
+{
+    for (const auto* key : keys)
+        if (const auto found = properties.find (key); found != properties.end() && ! found->second.empty())
+            return found->second;
+
+    return {};
+}
+
 std::unique_ptr<Graph> Graph::make (GraphListener& listener)
 {
     return std::make_unique<Connection> (listener);

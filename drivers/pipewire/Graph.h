@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <span>
@@ -11,6 +12,9 @@ namespace PipeWire
 
 /** Properties of an object, as PipeWire has them. */
 using Properties = std::map<std::string, std::string>;
+
+/** The first of these properties that there is; empty when there is none. */
+std::string getFirst (const Properties& properties, std::initializer_list<const char*> keys);
 
 /** Receives what a Graph hears. Called inside Graph::dispatch(). Ids are those of PipeWire's globals. */
 class GraphListener

@@ -13,7 +13,6 @@
 #include <set>
 #include <sstream>
 #include <string_view>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -38,20 +37,8 @@ Lines readLines (const fs::path& file)
 /* The folders in a folder whose names begin so and go on with a number, in ascending order. */
 std::vector<fs::path> listNumbered (const fs::path& folder, const std::string& start)
 {
-    std::error_code error;
-    std::vector<fs::path> paths;
-
-    for (auto entry = fs::directory_iterator (folder, error); ! error && entry != fs::directory_iterator();
-         entry.increment (error))
-    {
-        const auto name = entry->path().filename().string();
-
-        if (name.size() > start.size() && name.starts_with (start)
-            && name.find_first_not_of ("0123456789", start.size()) == std::string::npos)
-            paths.push_back (entry->path());
-    }
-
-    std::sort (paths.begin(), paths.end());
+    auto paths = listFolder (folder);
+    std::erase_if (paths, [&start] (const auto& path) { return ! isNumbered (path.filename().string(), start); });
     return paths;
 }
 

@@ -22,12 +22,26 @@ std::uint32_t readId (const fs::path& file)
     return parseId (readLine (file));
 }
 
-/* fw and a number is a node of the bus; its units have a dot and another number. */
-bool isBusNode (const std::string& name)
-{
-    return name.size() > 2 && name.starts_with ("fw") && name.find_first_not_of ("0123456789", 2) == std::string::npos;
-}
 } // namespace
+
+std::vector<fs::path> listFolder (const fs::path& folder)
+{
+    std::error_code error;
+    std::vector<fs::path> paths;
+
+    for (auto entry = fs::directory_iterator (folder, error); ! error && entry != fs::directory_iterator();
+         entry.increment (error))
+        paths.push_back (entry->path());
+
+    std::sort (paths.begin(), paths.end());
+    return paths;
+}
+
+bool isNumbered (const std::string& name, std::string_view start)
+{
+    return name.size() > start.size() && name.starts_with (start)
+           && name.find_first_not_of ("0123456789", start.size()) == std::string::npos;
+}
 
 std::string readLine (const fs::path& file)
 {
@@ -49,22 +63,13 @@ std::uint32_t parseId (const std::string& text)
 
 std::vector<std::string> findHostControllers (const std::string& sysfs)
 {
-    std::error_code error;
-    std::vector<fs::path> devices;
-
-    for (auto entry = fs::directory_iterator (fs::path (sysfs) / "bus/pci/devices", error);
-         ! error && entry != fs::directory_iterator();
-         entry.increment (error))
-    {
-        if (readId (entry->path() / "class") >> 8 == fireWireClass)
-            devices.push_back (entry->path());
-    }
-
-    std::sort (devices.begin(), devices.end());
     std::vector<std::string> ids;
 
-    for (const auto& device : devices)
+    for (const auto& device : listFolder (sysfs + "/bus/pci/devices"))
     {
+        if (readId (device / "class") >> 8 != fireWireClass)
+            continue;
+
         char id[96];
         std::snprintf (id,
                        sizeof (id),
@@ -90,7 +95,8 @@ FireWireIds readFireWireIds (const std::string& sysfs, const std::string& device
 {
     for (const auto& part : fs::path (devicePath))
     {
-        if (! isBusNode (part.string()))
+        // A node of the bus; its units have a dot and another number.
+        if (! isNumbered (part.string(), "fw"))
             continue;
 
         const auto node = fs::path (sysfs) / "bus/firewire/devices" / part;

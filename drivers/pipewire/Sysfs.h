@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace PipeWire
@@ -33,6 +34,12 @@ FireWireIds readFireWireIds (const std::string& sysfs, const std::string& device
     @param devicePath  as for readFireWireIds()
 */
 bool isBelow (const std::string& devicePath, const std::string& name);
+
+/** What is in a folder, in ascending order; nothing when there is no such folder. */
+std::vector<std::filesystem::path> listFolder (const std::filesystem::path& folder);
+
+/** Whether a name begins so and goes on with a number. */
+bool isNumbered (const std::string& name, std::string_view start);
 
 /** The first line of one of the kernel's files; empty when there is none. */
 std::string readLine (const std::filesystem::path& file);
