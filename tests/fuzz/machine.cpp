@@ -69,16 +69,17 @@ void fill (const fs::path& root, FuzzedDataProvider& input)
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
-    static FuzzFolder folder;
+    static const TestMachine machine;
+    const auto root = fs::path (machine.getPath()).parent_path();
     FuzzedDataProvider input (data, size);
 
     // Whatever an earlier input made, beside the machine folder as well.
-    for (const auto& entry : fs::directory_iterator (folder.getRoot()))
+    for (const auto& entry : fs::directory_iterator (root))
         fs::remove_all (entry.path());
 
-    fill (folder.getRoot(), input);
+    fill (root, input);
 
-    const auto numDescriptors = countDescriptors();
+    const auto numDescriptors = countOfProcess ("fd");
 
     const HostControllerList controllers;
 
@@ -108,6 +109,6 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
         }
     }
 
-    require (countDescriptors() == numDescriptors, "no descriptor stays behind");
+    require (countOfProcess ("fd") == numDescriptors, "no descriptor stays behind");
     return 0;
 }

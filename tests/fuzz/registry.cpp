@@ -26,8 +26,8 @@ bool isText (const juce::String& text)
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
-    static FuzzFolder folder;
-    const auto registry = folder.getMachine() / "interfaces" / "device" / "registry";
+    static const TestMachine machine;
+    const auto registry = std::filesystem::path (machine.getPath()) / "interfaces/device/registry";
     std::filesystem::create_directories (registry);
 
     FuzzedDataProvider input (data, size);

@@ -1,30 +1,19 @@
 // A driver that answers every request with whatever bytes and sections it likes.
 
 #include "device/DeviceList.h"
-#include "drivers/machine/InterfaceServer.h"
-#include "drivers/machine/MachineFolder.h"
 #include "events/EventList.h"
 #include "events/EventReport.h"
 #include "stats/Column.h"
 #include "tests/fuzz/Fuzz.h"
 
 #include <deque>
-#include <mutex>
-#include <poll.h>
-#include <thread>
 #include <utility>
 
 using namespace DriverProtocol;
+using Reply = Machine::Reply;
 
 namespace
 {
-
-/** Stays, as the driver does, until the process ends. */
-const FuzzFolder& getFolder()
-{
-    static const auto& folder = *new FuzzFolder;
-    return folder;
-}
 
 /** One scripted answer. */
 struct Answer
@@ -49,73 +38,34 @@ struct Answer
     Machine::Bytes packet;
 };
 
-/** Serves one interface for the whole run; out of answers, it closes the connection. */
-class ScriptedDriver final : private Machine::RequestHandler
+/** Out of answers, the driver closes the connection. */
+void setAnswers (TestDriver& driver, std::deque<Answer> answers)
 {
-public:
-    ScriptedDriver()
-    {
-        require (machine.create (getFolder().getMachine(), {}).empty() && server.plugIn().empty(), "the driver serves");
-        std::thread ([this] { run(); }).detach();
-    }
-
-    void setAnswers (std::deque<Answer> newAnswers)
-    {
-        const std::scoped_lock locked (lock);
-        answers = std::move (newAnswers);
-        sectionGoes = false;
-    }
-
-    bool isConnected()
-    {
-        const std::scoped_lock locked (lock);
-        return server.getNumConnections() > 0;
-    }
-
-    std::filesystem::path getRegistry() const
-    {
-        return getFolder().getMachine() / "interfaces" / "device" / "registry";
-    }
-
-private:
-    void run()
-    {
-        for (pollfd requests { server.getDescriptor(), POLLIN, 0 };; ::poll (&requests, 1, -1))
+    driver.setOverride (
+        [&section = driver.getSection(), answers, sectionGoes = false] (auto, auto) mutable -> std::optional<Reply>
         {
-            const std::scoped_lock locked (lock);
-            server.serve();
-        }
-    }
+            constexpr std::size_t moreThanFits = std::size_t { 1 } << 33;
 
-    Machine::Reply handle (const Machine::Request&) override
-    {
-        constexpr std::size_t moreThanFits = std::size_t { 1 } << 33;
+            // With the request after the one that says so.
+            if (sectionGoes)
+                section.cut();
 
-        if (sectionGoes)
-            server.getSection().cut();
+            if (answers.empty())
+                return Reply {};
 
-        if (answers.empty())
-            return {};
+            auto answer = std::move (answers.front());
+            answers.pop_front();
+            sectionGoes = answer.cutsSection();
 
-        auto answer = std::move (answers.front());
-        answers.pop_front();
-        sectionGoes = answer.cutsSection();
+            if (answer.hasSection())
+            {
+                section = Machine::Section (answer.isSectionHuge() ? moreThanFits : answer.packet.size());
+                section.write (answer.packet.data(), answer.packet.size());
+            }
 
-        if (answer.hasSection())
-        {
-            server.getSection() = Machine::Section (answer.isSectionHuge() ? moreThanFits : answer.packet.size());
-            server.getSection().write (answer.packet.data(), answer.packet.size());
-        }
-
-        return { std::move (answer.packet), answer.hasSection() };
-    }
-
-    Machine::MachineFolder machine;
-    Machine::InterfaceServer server { { .machineFolder = getFolder().getMachine(), .name = "device" }, *this };
-    std::mutex lock;
-    std::deque<Answer> answers;
-    bool sectionGoes = false; // with the next request
-};
+            return Reply { std::move (answer.packet), answer.hasSection() };
+        });
+}
 
 /** In the table and in the report. */
 void requireWholeLog (EventList& list)
@@ -128,7 +78,8 @@ void requireWholeLog (EventList& list)
     for (int row = 0; row < numEvents; ++row)
         require (list.getCellText (row, EventList::timeColumn).isNotEmpty(), "every event has a time");
 
-    const juce::File file ((getFolder().getRoot() / "report.txt").string());
+    static const juce::TemporaryFile temporary;
+    const auto& file = temporary.getFile();
     EventReport::write (file, list.getEvents(), list.getDeviceNames(), [] (double) { return true; });
     auto lines = juce::StringArray::fromLines (file.loadFileAsString());
     lines.removeEmptyStrings();
@@ -184,12 +135,15 @@ constexpr void (*operations[]) (HwDevice&) {
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     juce::MessageManager::getInstance(); // this thread is that of the messages
-    static auto& driver = *new ScriptedDriver;
+
+    // They stay until the process ends.
+    static const auto& machine = *new TestMachine;
+    static auto& driver = *new TestDriver (machine);
 
     FuzzedDataProvider input (data, size);
     std::vector<std::uint8_t> record (sizeof (HwInfoCaps));
     input.ConsumeData (record.data() + offsetof (CapabilityRecord, firstProbeCount), 8);
-    writeFile (driver.getRegistry() / "hwinfo_caps", record);
+    writeFile (std::filesystem::path (machine.getPath()) / "interfaces/device/registry/hwinfo_caps", record);
 
     const auto chosen = input.ConsumeRandomLengthString (maximumTextLength);
     std::deque<Answer> answers;
@@ -197,11 +151,12 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     while (input.remaining_bytes() > 0)
         answers.emplace_back (input);
 
-    driver.setAnswers (std::move (answers));
+    setAnswers (driver, std::move (answers));
+    driver.forgetRecords();
 
     // The first one leaves the toolkit's message queue open for ever.
     static const auto firstEvents = std::make_unique<EventList> (std::vector<HwDevice::Ptr>(), -1);
-    const auto numDescriptors = countDescriptors();
+    const auto numDescriptors = countOfProcess ("fd");
 
     {
         DeviceList devices;
@@ -222,9 +177,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
         }
     }
 
-    while (driver.isConnected())
-        std::this_thread::yield();
-
-    require (countDescriptors() == numDescriptors, "no descriptor of the driver's stays behind");
+    // A driver closes its end of a connection some time after the program has closed the other.
+    require (waitFor ([&] { return countOfProcess ("fd") == numDescriptors; }), "no descriptor stays behind");
     return 0;
 }

@@ -102,6 +102,9 @@ public:
         withLock ([&] { server.kill(); });
     }
 
+    /** For an override, which is called while nobody else uses the driver. */
+    Machine::Section& getSection() { return server.getSection(); }
+
     /** Takes the statistics away, as a device that goes does. */
     void cutSection()
     {
