@@ -13,15 +13,11 @@ juce::Array<EventRecord> makeRecords (int count)
     juce::Array<EventRecord> records;
 
     for (int i = 0; i < count; ++i)
-    {
-        EventRecord record;
-        record.timestamp = static_cast<std::int64_t> (random() >> 4);
-        record.frequency = 10000000;
-        record.timeDelta = static_cast<std::int64_t> (random() % 100000);
-        record.type = static_cast<std::int32_t> (random() % 24);
-        record.param = static_cast<std::uint32_t> (random());
-        records.add (record);
-    }
+        records.add ({ .timestamp = static_cast<std::int64_t> (random() >> 4),
+                       .frequency = 10000000,
+                       .timeDelta = static_cast<std::int64_t> (random() % 100000),
+                       .type = static_cast<std::int32_t> (random() % 24),
+                       .param = static_cast<std::uint32_t> (random()) });
 
     return records;
 }

@@ -1,68 +1,50 @@
 #include "benchmarks/Ratio.h"
-#include "device/DeviceList.h"
 #include "events/EventDisplayWindowContent.h"
-#include "events/EventList.h"
 #include "stats/Content.h"
-#include "tests/unit/support/TestDriver.h"
+#include "tests/unit/support/Client.h"
+#include "tests/unit/support/Devices.h"
 
-#include <cstring>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
+#include <cstdlib>
 
 using namespace DriverProtocol;
 
 namespace
 {
 
-/** A connection to a driver with nothing of the program's in between. */
-class RawClient
+/** A request, and the reply to it. */
+template <typename Buffer>
+void exchange (const Client& client, std::uint32_t controlCode, const Buffer& input)
 {
-public:
-    explicit RawClient (const juce::File& interfaceFolder) : socket (::socket (AF_UNIX, SOCK_SEQPACKET, 0))
+    struct
     {
-        sockaddr_un address {};
-        address.sun_family = AF_UNIX;
-        interfaceFolder.getChildFile ("driver").getFullPathName().copyToUTF8 (address.sun_path,
-                                                                              sizeof (address.sun_path));
+        std::uint32_t code, outputSize;
+        Buffer input;
+    } request { controlCode, sizeof (Buffer), input };
 
-        if (::connect (socket, reinterpret_cast<const sockaddr*> (&address), sizeof (address)) != 0)
-            std::abort();
-    }
+    std::uint8_t reply[4 + sizeof (Buffer)];
+    const auto socket = client.socket.get();
 
-    ~RawClient() { ::close (socket); }
+    if (::send (socket, &request, sizeof (request), 0) < 0 || ::recv (socket, reply, sizeof (reply), 0) < 0)
+        std::abort();
+}
 
-    template <typename Buffer>
-    void exchange (std::uint32_t controlCode, const Buffer& input)
-    {
-        struct
-        {
-            std::uint32_t code, outputSize;
-            Buffer input;
-        } request { controlCode, sizeof (Buffer), input };
-
-        std::uint8_t reply[4 + sizeof (Buffer)];
-
-        if (::send (socket, &request, sizeof (request), 0) < 0 || ::recv (socket, reply, sizeof (reply), 0) < 0)
-            std::abort();
-    }
-
-private:
-    const int socket;
-};
+std::string folderOf (const TestMachine& machine, const std::string& name)
+{
+    return machine.getInterfaceFolder (name).getFullPathName().toStdString();
+}
 
 /** One refresh of the main view, without painting, against its transactions alone. */
 void tick (benchmark::State& state)
 {
     const TestMachine machine;
     std::vector<std::unique_ptr<TestDriver>> drivers;
-    std::vector<std::unique_ptr<RawClient>> clients;
+    std::vector<Client> clients;
 
     for (int i = 0; i < state.range (0); ++i)
     {
         const auto name = "d" + std::to_string (i);
         drivers.push_back (std::make_unique<TestDriver> (machine, TestDriver::Setup { .name = name }));
-        clients.push_back (std::make_unique<RawClient> (machine.getInterfaceFolder (name)));
+        clients.emplace_back (folderOf (machine, name));
     }
 
     DeviceList devices;
@@ -80,10 +62,10 @@ void tick (benchmark::State& state)
         [&] { content.timerCallback(); },
         [&]
         {
-            for (auto& client : clients)
-                client->exchange (IOCTL_DEVICE_TRANSACTION, block);
+            for (const auto& client : clients)
+                exchange (client, IOCTL_DEVICE_TRANSACTION, block);
 
-            clients.back()->exchange (IOCTL_DEVICE_COMMAND, envelope);
+            exchange (clients.back(), IOCTL_DEVICE_COMMAND, envelope);
         });
 }
 
@@ -104,56 +86,29 @@ void fillLog (TestDriver& driver)
 }
 
 /** What reading a full log takes, and nothing else. */
-void requestLog (RawClient& client, TestDriver& driver)
+void requestLog (const Client& client, TestDriver& driver)
 {
     for (std::uint32_t i = 0; i < driver.events.size(); ++i)
     {
         CommandEnvelope envelope {};
         envelope.code = ReadEventEntry;
         envelope.words[0] = i;
-        client.exchange (IOCTL_DEVICE_COMMAND, envelope);
+        exchange (client, IOCTL_DEVICE_COMMAND, envelope);
     }
 
     driver.forgetRecords();
 }
-
-/** They take so long that each would be measured only once. */
-constexpr int numLogReadings = 5;
-
-/** Reading a full log into a list, against the same requests in a loop. */
-void capture (benchmark::State& state)
-{
-    const TestMachine machine;
-    TestDriver driver (machine);
-    fillLog (driver);
-
-    DeviceList devices;
-    devices.getDevice (0)->open();
-    RawClient client (machine.getInterfaceFolder ("device"));
-
-    measureRatio (
-        state,
-        1.1,
-        [&] { const EventList list (devices.getDevices(), 0); },
-        [&] { requestLog (client, driver); });
-}
-
-BENCHMARK (capture)->Iterations (numLogReadings)->UseManualTime()->Unit (benchmark::kMillisecond);
 
 /** All that the event window holds for two full logs, painted once, against its requests: each log is read twice. */
 void openEventWindow (benchmark::State& state)
 {
     const TestMachine machine;
     TestDriver one (machine, { .name = "one" }), two (machine, { .name = "two" });
-    RawClient clientOfOne (machine.getInterfaceFolder ("one")), clientOfTwo (machine.getInterfaceFolder ("two"));
+    const Client clientOfOne (folderOf (machine, "one")), clientOfTwo (folderOf (machine, "two"));
     fillLog (one);
     fillLog (two);
 
-    DeviceList devices;
-
-    for (const auto& device : devices.getDevices())
-        device->open();
-
+    OpenList devices;
     measureRatio (
         state,
         1.1,
@@ -172,6 +127,7 @@ void openEventWindow (benchmark::State& state)
         });
 }
 
-BENCHMARK (openEventWindow)->Iterations (numLogReadings)->UseManualTime()->Unit (benchmark::kMillisecond);
+// It takes so long that it would be measured only once.
+BENCHMARK (openEventWindow)->Iterations (5)->UseManualTime()->Unit (benchmark::kMillisecond);
 
 } // namespace

@@ -1,11 +1,9 @@
 #include "drivers/simulator/Orders.h"
 #include "drivers/simulator/Simulator.h"
+#include "tests/unit/support/Client.h"
 #include "tests/unit/support/TestDriver.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -20,30 +18,8 @@ using namespace Simulation;
 using namespace DriverProtocol;
 namespace fs = std::filesystem;
 
-/** One connection to a driver socket, byte by byte and without waiting. */
-struct Client
-{
-    // Beside the errors that there are.
-    static constexpr std::uint32_t noConnection = 0xFFFF0001;
-
-    explicit Client (const fs::path& folder)
-    {
-        const FileDescriptor descriptor (::open (folder.c_str(), O_PATH | O_CLOEXEC));
-        sockaddr_un address { AF_UNIX, {} };
-        std::snprintf (address.sun_path, sizeof (address.sun_path), "/proc/self/fd/%d/driver", descriptor.get());
-        EXPECT_EQ (::connect (socket.get(), reinterpret_cast<const sockaddr*> (&address), sizeof (address)), 0);
-    }
-
-    /** The error that a reply begins with. */
-    std::uint32_t receive() const
-    {
-        std::uint32_t error = 0;
-        const auto size = ::recv (socket.get(), &error, sizeof (error), 0);
-        return size > 0 ? error : noConnection;
-    }
-
-    FileDescriptor socket { ::socket (AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) };
-};
+// Beside the errors that there are.
+constexpr std::uint32_t noConnection = 0xFFFF0001;
 
 std::string contentOf (const fs::path& file)
 {
@@ -95,7 +71,11 @@ protected:
         EXPECT_GE (::send (client.socket.get(), packet.data(), packet.size(), MSG_NOSIGNAL), 0);
         simulator->serve(); // accepts a new connection
         simulator->serve();
-        return client.receive();
+
+        // The error that a reply begins with.
+        std::uint32_t error = 0;
+        const auto size = ::recv (client.socket.get(), &error, sizeof (error), MSG_DONTWAIT);
+        return size > 0 ? error : noConnection;
     }
 
     std::uint32_t ask (const Client& client, CommandCode code, std::uint8_t outputSize = sizeof (CommandEnvelope))
@@ -141,7 +121,7 @@ TEST_F (SimulatorOrders, SurviveHostileRequests)
 
     // What is too long is refused without being handled; what is too short cannot be answered.
     EXPECT_EQ (ask (client, Bytes (5000)), invalidParameter);
-    EXPECT_EQ (ask (client, Bytes (7)), Client::noConnection);
+    EXPECT_EQ (ask (client, Bytes (7)), noConnection);
     EXPECT_EQ (ask (other, ReadStreamStatus), noError);
     EXPECT_EQ (order ("counts A"),
                "ok open=1 stream-status=1 map-statistics=0 reset-statistics=0 event-entry=0 probe=0 read-counters=0 "
