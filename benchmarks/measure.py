@@ -7,7 +7,6 @@ A ratio is the median of those of five spans of time. What costs is told by the 
 
 import pathlib
 import statistics
-import subprocess
 import sys
 import tempfile
 import time
@@ -16,7 +15,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / 'tests/desktop'))
 
 from desk import Desk, wait_until  # noqa: E402
-from worlds import click_button, view_width  # noqa: E402
+from worlds import ask, click_button, start_driver, view_width  # noqa: E402
 
 BUILD = ROOT / 'build/release'
 BACKGROUND = 15, 15, 15  # of our windows
@@ -29,18 +28,7 @@ PEERS = {'gkrellm': ['gkrellm', '--without-libsensors'],
 
 
 def start_simulator(desk, environment, *options):
-    simulator = desk.start([BUILD / 'drivers/simulator/quendel-simulator', *options], environment,
-                           stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-
-    while not simulator.process.stdout.readline().startswith('serving'):
-        assert simulator.is_running(), simulator.read_errors()
-
-    return simulator
-
-
-def order(simulator, line):
-    simulator.process.stdin.write(line + '\n')
-    simulator.process.stdin.flush()
+    return start_driver(desk, [BUILD / 'drivers/simulator/quendel-simulator', *options], environment)
 
 
 def wait_for_window(desk, title, ready=lambda window: True):
@@ -139,7 +127,7 @@ def compare(desk, environment, devices, seconds, peers):
 
 def measure_changes(desk, environment):
     simulator = start_simulator(desk, environment, '--names', 'One,Two')
-    order(simulator, 'fill all 16384')
+    ask(simulator, 'fill all 16384')
     program = desk.start([BUILD / 'source/quendel'], environment)
     window = wait_for_window(desk, 'Quendel')
     took = {'plug': [], 'unplug': []}
@@ -148,7 +136,7 @@ def measure_changes(desk, environment):
         for change, width in (('plug', view_width(3)), ('unplug', view_width(2))):
             took[change].append(milliseconds_until(
                 lambda: wait_for_window(desk, 'Quendel', lambda it: it.bounds[2] == width),
-                lambda: order(simulator, f'{change} Three')))
+                lambda: ask(simulator, f'{change} Three')))
             time.sleep(0.3)  # one change at a time
 
     opened = milliseconds_until(lambda: wait_for_window(desk, 'Event log'), lambda: click_button(desk, window, 'Events'))
