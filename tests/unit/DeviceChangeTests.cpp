@@ -1,5 +1,5 @@
+#include "app/AppListener.h"
 #include "device/CDevChangeNotify.h"
-#include "device/DeviceChangeMessage.h"
 #include "platform/NotificationWindow.h"
 #include "protocol/StatisticsBlock.h"
 #include "stats/Content.h"
@@ -311,6 +311,29 @@ TEST_F (DeviceChangeTests, aLogBeingReadDoesNotKeepADeviceFromGoing)
     EXPECT_NE (device->readEventEntry (1, entry), 0);
     system.join();
     EXPECT_EQ (numRead, 1);
+}
+
+/** A device that comes is no matter then. */
+TEST_F (DeviceChangeTests, withoutAViewOnlyARemovalQuits)
+{
+    const auto isQuitting = [] { return juce::MessageManager::getInstance()->hasStopMessageBeenSent(); };
+
+    {
+        AppListener beforeTheView;
+        DeviceList devices;
+        devices.setListener (&beforeTheView);
+        const auto a = plugIn ("a");
+        ASSERT_TRUE (runMessagesUntil ([&] { return devices.getNumDevices() == 1; }));
+        beforeTheView.handleMessage (DeviceChangeMessage (DeviceArrivedMessage, nullptr));
+        beforeTheView.handleMessage (juce::Message());
+        EXPECT_FALSE (isQuitting());
+
+        a->kill();
+        EXPECT_TRUE (runMessagesUntil (isQuitting));
+        devices.setListener (nullptr);
+    }
+
+    restartToolkit();
 }
 
 //==============================================================================

@@ -1,3 +1,4 @@
+#include "events/EventReport.h"
 #include "platform/AccessGuard.h"
 #include "platform/InstanceLock.h"
 #include "platform/linux/Section.h"
@@ -6,10 +7,12 @@
 #include "tests/unit/support/Devices.h"
 
 #include <barrier>
+#include <csignal>
 #include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <thread>
 
 using Reply = TestDriver::Reply;
@@ -110,6 +113,53 @@ TEST (PlatformTests, onlyMemoryFilesAreSections)
 {
     EXPECT_EQ (Section::make (FileDescriptor (::open ("/dev/zero", O_RDONLY | O_CLOEXEC))), nullptr);
     EXPECT_NE (Section::make (FileDescriptor (::memfd_create ("section", MFD_CLOEXEC))), nullptr);
+}
+
+//==============================================================================
+/** Writes a report of so many rows, and returns what is in the file then. */
+juce::String writeReport (
+    const juce::File& file,
+    int numRows,
+    const std::function<bool (double)>& beforeEach = [] (double) { return true; })
+{
+    juce::Array<EventRecord> rows;
+    rows.insertMultiple (0, EventRecord(), numRows);
+    EventReport::write (file, rows, { "Deck" }, beforeEach);
+    return file.loadFileAsString();
+}
+
+/** This name of a file can be opened and not deleted, whoever tries. */
+TEST (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
+{
+    const juce::TemporaryFile temporary;
+    const auto whole = writeReport (temporary.getFile(), 2);
+    const FileDescriptor memory (::memfd_create ("report", MFD_CLOEXEC));
+    const juce::File undeletable ("/proc/self/fd/" + juce::String (memory.get()));
+    undeletable.appendText ("an earlier report that was longer, " + whole);
+    EXPECT_EQ (writeReport (undeletable, 2), whole);
+}
+
+/** What is in the file is the report's beginning, also when there is room again after a while. */
+TEST (FullDiskTests, nothingFollowsLinesThatAreMissing)
+{
+    const juce::TemporaryFile temporary;
+    const auto& file = temporary.getFile();
+    const auto oldHandler = std::signal (SIGXFSZ, SIG_IGN);
+    rlimit sizeLimit {};
+    ::getrlimit (RLIMIT_FSIZE, &sizeLimit);
+    int row = 0;
+    const auto fillDisk = [&] (double)
+    {
+        const auto isFull = ++row > 100 && row < 300;
+        const auto room = isFull ? static_cast<rlim_t> (file.getSize()) : sizeLimit.rlim_max;
+        const rlimit limit { room, sizeLimit.rlim_max };
+        return ::setrlimit (RLIMIT_FSIZE, &limit) == 0;
+    };
+
+    const auto written = writeReport (file, 700, fillDisk);
+    ::setrlimit (RLIMIT_FSIZE, &sizeLimit);
+    std::signal (SIGXFSZ, oldHandler);
+    EXPECT_EQ (written, writeReport (file, 1));
 }
 
 //==============================================================================
