@@ -225,25 +225,6 @@ TEST_F (ContentTests, whatSaveWouldAppendIsCopied)
     EXPECT_TRUE (copied.contains ("d0\r\nARM code: 0.0\r\n")) << copied;
 }
 
-/** Between a change of the list and the message about it, a column still shows its own device. */
-TEST_F (ContentTests, columnsStayWithTheirDevicesWhileTheListMovesOn)
-{
-    makeContent (1);
-    addDriver();
-    ASSERT_TRUE (waitFor ([&] { return devices->getNumDevices() == 2; }));
-    devices->getDevice (0)->open();
-    content->timerCallback();
-    content->updateWidth();
-    EXPECT_EQ (figures (playbackCountRow), "111");
-    EXPECT_EQ (content->getWidth(), 340);
-
-    content->rebuildColumns();
-    content->updateWidth();
-    content->timerCallback();
-    EXPECT_EQ (figures (playbackCountRow), "222|111");
-    EXPECT_EQ (content->getWidth(), 490);
-}
-
 /** A change is followed at once; those that come before the message loop has had a turn share the next rebuild. */
 TEST_F (ContentTests, changesOfAStormLeaveRoomForInput)
 {
