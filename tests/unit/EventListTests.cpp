@@ -146,6 +146,10 @@ TEST_F (EventListTests, rowsHaveTheirColoursAndEveryCellItsText)
 
     EXPECT_EQ (look (0, true, EventList::timeColumn), 0xffadd8e6);
     EXPECT_EQ (look (1, false, EventList::timeColumn), 0xffffffff);
+
+    // A table is white below its last row, too.
+    events.setSize (800, 500);
+    EXPECT_EQ (events.createComponentSnapshot (events.getLocalBounds()).getPixelAt (400, 400), juce::Colours::white);
 }
 
 TEST_F (EventListTests, headersSortByTheirKeyAndAlwaysUpwards)

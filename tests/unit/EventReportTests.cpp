@@ -11,13 +11,7 @@ namespace
 
 EventRecord makeRecord (std::int64_t timestamp, std::int64_t delta, std::int32_t type, std::uint32_t param)
 {
-    EventRecord record;
-    record.timestamp = timestamp;
-    record.frequency = 10000000;
-    record.timeDelta = delta;
-    record.type = type;
-    record.param = param;
-    return record;
+    return { timestamp, 10000000, delta, type, param };
 }
 
 const juce::StringArray deck { "Deck" };

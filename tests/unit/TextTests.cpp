@@ -1,4 +1,3 @@
-#include "events/EventList.h"
 #include "tests/unit/support/LooksLike.h"
 #include "text/DisplayText.h"
 #include "text/TextLook.h"
@@ -81,13 +80,6 @@ TEST (TextTests, namesAreOnOneLineAndInTheOrderInWhichTheyAreDrawn)
                                        { u8"سلام", u8"\uFEE1\uFEFC\uFEB3" },
                                        { u8"لا گ", u8"\uFB92 \uFEFB" } })
         EXPECT_EQ (DisplayText::fromName (utf8 (name)), isOursToOrder ? utf8 (drawn) : mark + utf8 (name) + mark);
-}
-
-TEST (TextTests, aTableIsWhiteBelowItsLastRow)
-{
-    EventList list ({}, -1);
-    list.setSize (800, 500);
-    EXPECT_EQ (list.createComponentSnapshot (list.getLocalBounds()).getPixelAt (400, 400), juce::Colours::white);
 }
 
 } // namespace

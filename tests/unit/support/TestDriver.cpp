@@ -32,17 +32,12 @@ juce::File TestMachine::getInterfaceFolder (const std::string& name) const
 //==============================================================================
 static Machine::InterfaceSetup describeInterface (const TestMachine& machine, const TestDriver::Setup& setup)
 {
-    Machine::InterfaceSetup result;
-    result.machineFolder = machine.getPath();
-    result.name = setup.name;
-    result.hasRegistryKey = setup.hasRegistryKey;
-    result.capabilities = setup.capabilities;
-    result.sectionSize = setup.sectionSize;
+    std::optional<Machine::Bytes> uniqueName;
 
     if (setup.uniqueName)
-        result.uniqueName = Machine::Bytes (setup.uniqueName->begin(), setup.uniqueName->end());
+        uniqueName.emplace (setup.uniqueName->begin(), setup.uniqueName->end());
 
-    return result;
+    return { machine.getPath(), setup.name, setup.hasRegistryKey, setup.capabilities, uniqueName, setup.sectionSize };
 }
 
 TestDriver::TestDriver (const TestMachine& machine, const Setup& setup)

@@ -35,9 +35,7 @@ class TestDriver final : private Machine::RequestHandler
 {
 public:
     using Kind = DriverProtocol::RequestKind;
-    static constexpr auto streamStatus = Kind::streamStatus, mapStatistics = Kind::mapStatistics,
-                          resetStatistics = Kind::resetStatistics, eventEntry = Kind::eventEntry, probe = Kind::probe,
-                          readCounters = Kind::readCounters, clearCounters = Kind::clearCounters;
+    using enum DriverProtocol::RequestKind;
 
     struct Record
     {
