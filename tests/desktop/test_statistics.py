@@ -46,10 +46,8 @@ def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
 
     # Six seconds, on a busy machine more.
     assert seconds > 4
-    assert beta['open'] == alpha['open'] == 0
 
     # A tick can be halfway when the requests are counted.
     assert abs(alpha.pop('read-counters') - beta['read-counters']) <= 1
     assert abs(beta.pop('stream-status') - beta.pop('read-counters')) <= 1
-    assert not any({**alpha, **beta}.values()), (alpha, beta)
-    assert not any(alpha.values()), alpha
+    assert not any(alpha.values()) and not any(beta.values()), (alpha, beta)
