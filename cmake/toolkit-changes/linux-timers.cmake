@@ -27,14 +27,16 @@ quendel_change_toolkit ([[
 
     void startThread (Priority)
     {
+        if (std::exchange (kernelClock.isWatched, true))
+            return;
+
         const auto callIfDue = [this, message = ReferenceCountedObjectPtr (new CallTimersMessage())] (int)
         {
             if (notify() <= 0)
                 message->post();
         };
 
-        if (! std::exchange (kernelClock.isWatched, true))
-            LinuxEventLoop::registerFdCallback (kernelClock.descriptor, callIfDue);
+        LinuxEventLoop::registerFdCallback (kernelClock.descriptor, callIfDue);
     }
 
     /*  Sets the clock to when the next timer is due, which is returned in milliseconds from now. */

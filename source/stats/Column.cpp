@@ -27,15 +27,18 @@ bool looksAlike (const juce::PositionedGlyph& a, const juce::PositionedGlyph& b)
     return a.getCharacter() == b.getCharacter() && a.getLeft() == b.getLeft() && a.getRight() == b.getRight();
 }
 
-juce::Range<int> findPixels (float left, float right)
+/** What of a box is between two places, from left to right. */
+juce::Rectangle<int> getPart (juce::Rectangle<int> box, float left, float right)
 {
-    return { static_cast<int> (left), static_cast<int> (std::ceil (right)) };
+    box.setHorizontalRange ({ static_cast<int> (left), static_cast<int> (std::ceil (right)) });
+    return box;
 }
 
-/** Where a text looks different from the one before it, from left to right: what is painted anew is what this program
-    costs. A glyph stays within its own width. Cut off on its left within that, it would come out a little darker.
+/** Where the text in a box looks different from the one before it: what is painted anew is what this program costs. A
+    glyph stays within its own width. Cut off on its left within that, it would come out a little darker.
 */
-juce::Range<int> findChange (const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
+juce::Rectangle<int>
+    findChange (juce::Rectangle<int> box, const juce::GlyphArrangement& before, const juce::GlyphArrangement& after)
 {
     const auto* first = std::mismatch (after.begin(), after.end(), before.begin(), before.end(), looksAlike).first;
     const auto [end, endBefore] = std::mismatch (std::make_reverse_iterator (after.end()),
@@ -47,8 +50,9 @@ juce::Range<int> findChange (const juce::GlyphArrangement& before, const juce::G
     const auto rightOf = [] (const auto& layout, const auto* past)
     { return past == layout.begin() ? float { boxInsetX } : (past - 1)->getRight(); };
 
-    return findPixels (rightOf (after, first),
-                       std::max (rightOf (after, end.base()), rightOf (before, endBefore.base())));
+    return getPart (box,
+                    rightOf (after, first),
+                    std::max (rightOf (after, end.base()), rightOf (before, endBefore.base())));
 }
 } // namespace
 
@@ -147,9 +151,7 @@ void Column::update (const StatisticsBlock* block, double msPerTick)
         {
             texts[row] = std::move (text);
             const auto before = std::exchange (layouts[row], layOut (row));
-            auto change = getBox (row);
-            change.setHorizontalRange (findChange (before, layouts[row]));
-            repaint (change);
+            repaint (findChange (getBox (row), before, layouts[row]));
         }
     }
 }
@@ -212,18 +214,14 @@ void Column::paint (juce::Graphics& g)
 
 void Column::paintBox (juce::Graphics& g, std::size_t row) const
 {
+    const auto box = getBox (row);
     g.setColour (juce::Colour (75, 75, 75));
-    g.fillRect (getBox (row));
+    g.fillRect (box);
     g.setColour (juce::Colours::white);
 
     for (const auto& glyph : layouts[row])
-    {
-        auto cell = getBox (row);
-        cell.setHorizontalRange (findPixels (glyph.getLeft(), glyph.getRight()));
-
-        if (g.clipRegionIntersects (cell))
+        if (g.clipRegionIntersects (getPart (box, glyph.getLeft(), glyph.getRight())))
             glyph.draw (g);
-    }
 }
 
 void Column::resized()
