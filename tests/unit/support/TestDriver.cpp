@@ -8,20 +8,31 @@
 using namespace DriverProtocol;
 
 //==============================================================================
-TestMachine::TestMachine (const std::vector<std::string>& controllers) : parent (juce::File::createTempFile ("machine"))
+/** One for all machines of a process: the thread that watches the last one may be reading the environment. */
+static juce::File findFolder()
 {
-    parent.createDirectory();
+    static const auto folder = []
+    {
+        const auto made = juce::File::createTempFile ("machine").getChildFile ("machine");
+        ::setenv ("QUENDEL_MACHINE", made.getFullPathName().toRawUTF8(), 1);
+        return made;
+    }();
 
-    if (const auto error = folder.create ((parent.getFullPathName() + "/machine").toStdString(), controllers);
-        ! error.empty())
+    return folder;
+}
+
+TestMachine::TestMachine (const std::vector<std::string>& controllers)
+{
+    const auto path = findFolder();
+    path.getParentDirectory().createDirectory();
+
+    if (const auto error = folder.create (path.getFullPathName().toStdString(), controllers); ! error.empty())
         throw std::runtime_error (error);
-
-    ::setenv ("QUENDEL_MACHINE", folder.getPath().c_str(), 1);
 }
 
 TestMachine::~TestMachine()
 {
-    parent.deleteRecursively();
+    findFolder().getParentDirectory().deleteRecursively();
 }
 
 juce::File TestMachine::getInterfaceFolder (const std::string& name) const

@@ -24,7 +24,6 @@ public:
     static juce::String getInterfacePath (const std::string& name) { return "\\\\?\\" + juce::String (name); }
 
 private:
-    const juce::File parent;
     Machine::MachineFolder folder;
 };
 
