@@ -1,8 +1,8 @@
 // A FireWire device that is not there: exports an Audio/Device to the running PipeWire until it is killed, and prints
-// PipeWire's number of it. Nodes that are to belong to it carry that number as their device.id.
+// the id that PipeWire gives it. A node belongs to it by having that id as its device.id.
 //
-// With an argument it exports a source as well, without a port, whose clock drives the nodes of its group: 960 frames
-// at 48 kHz, half a period from the hardware, 100 millionths too fast, with an xrun in every second.
+// With an argument it also exports a source without a port, whose clock drives the nodes of its group: 960 frames at
+// 48 kHz, half a period from the hardware, 100 millionths too fast, with an xrun every second.
 
 #include <pipewire/impl.h>
 #include <pipewire/pipewire.h>
@@ -18,7 +18,7 @@
 #include <string>
 
 #ifdef __clang__
-// Calls to PipeWire's objects are macros that are expressions in the GNU manner.
+// Calls to PipeWire's objects are macros made of GNU statement expressions.
 #pragma clang diagnostic ignored "-Wgnu-statement-expression"
 #endif
 
@@ -112,7 +112,7 @@ int sendCommand (void*, const spa_command* command)
     return pw_loop_invoke (dataLoop, setTimer, 0, &nanoseconds, sizeof (nanoseconds), true, nullptr);
 }
 
-/** Exports the source of a device when that has its number. */
+/** Exports the source of a device, once the device has its id. */
 void exportSource (pw_core* core, std::uint32_t device)
 {
     static spa_node_methods methods {};

@@ -24,7 +24,7 @@ def pytest_generate_tests(metafunc):
 
 
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what does not run in a world; what takes none is for Linux."""
+    """Leaves out the cases that do not run in a world. Those that take no world are for Linux."""
 
     def runs(item):
         mark = item.get_closest_marker('only_in')
@@ -47,7 +47,7 @@ def wine(request):
 
 @pytest.fixture
 def world(request):
-    """A machine of the case's own, with nothing plugged in: display, home and driver. Under Wine it is one, and cleared."""
+    """Display, home and driver of the case's own, with nothing plugged in; under Wine all cases share them, cleared."""
     if request.param == 'wine':
         world = WineWorld(request.getfixturevalue('wine'))
     else:
@@ -57,7 +57,7 @@ def world(request):
 
     yield world
 
-    # What a case leaves running ends as its user would end it.
+    # What a case leaves running is ended as a user would end it.
     try:
         if request.node.has_passed and world.program and world.program.is_running():
             if world.desk.windows('Event log'):
@@ -72,7 +72,7 @@ def world(request):
 
 
 def describe(world, case):
-    """A picture of the screen, and what the program said, tell more than a message."""
+    """Keeps a picture of the screen; returns what the program said."""
     picture = ROOT / 'build' / f'{case.replace("/", "_")}.png'
     world.desk.picture().save(picture)
     said = f'{picture}\n{world.desk.windows()}'

@@ -1,6 +1,6 @@
-"""A desk of its own: a virtual display, the programs started on it, and a person's eyes and hands.
+"""A virtual display, the programs started on it, and a user's eyes and hands.
 
-Everything is asked over one connection to the display; nothing is started to look, to press or to click.
+Looking, pressing and clicking all use one connection to the display; no tools are started for them.
 """
 
 import os
@@ -23,7 +23,7 @@ MODIFIERS = {'ctrl': 'Control_L', 'alt': 'Alt_L', 'shift': 'Shift_L'}
 
 
 def wait_until(what, condition, patience=PATIENCE):
-    """What the condition returns as soon as that is true; an AssertionError when it has not come true for long."""
+    """Waits until a condition returns something true, and returns that; an AssertionError when it never does."""
     end = time.monotonic() + patience
 
     while not (result := condition()):
@@ -34,14 +34,14 @@ def wait_until(what, condition, patience=PATIENCE):
 
 
 def contrast(before, after):
-    """Of two pictures of a size, the highest contrast of a pixel with itself, as WCAG has it for greys: from 1 to 21."""
+    """The highest contrast between the same pixel of two pictures of one size: WCAG's for greys, from 1 to 21."""
     pairs = zip(before.convert('L').getdata(), after.convert('L').getdata())
     lights = [sorted((value / 255) ** 2.2 + 0.05 for value in pair) for pair in pairs]
     return max(high / low for low, high in lights)
 
 
 class Program:
-    """A program that was started, with what it says. It does not outlive us."""
+    """A running program and its output. It does not outlive the tests."""
 
     def __init__(self, command, environment, **options):
         self.errors = tempfile.TemporaryFile()
@@ -54,12 +54,12 @@ class Program:
         return self.process.poll() is None
 
     def wait_for_exit(self, patience=PATIENCE):
-        """Its exit code; below 0, the signal that ended it."""
+        """The exit code, or minus the signal that ended it."""
         wait_until(f'{self.process.args[3]} ends', lambda: not self.is_running(), patience)
         return self.process.returncode
 
     def interrupt(self):
-        """Ends it in order."""
+        """Asks it to end in order; returns the exit code."""
         self.process.send_signal(signal.SIGINT)
         return self.wait_for_exit()
 
@@ -69,7 +69,7 @@ class Program:
             self.process.wait()
 
     def read_errors(self):
-        """All that it has written to its errors so far."""
+        """All that it has written to standard error so far."""
         return os.pread(self.errors.fileno(), 1 << 20, 0).decode(errors='replace')
 
 
@@ -93,7 +93,7 @@ class Window:
 
 
 class Screen:
-    """The display that the user has, and the programs that were started on it."""
+    """The user's display, and the programs that were started on it."""
 
     def __init__(self):
         self.programs, self.environment = [], {}
@@ -103,7 +103,7 @@ class Screen:
             program.kill()
 
     def start(self, command, environment=None, **options):
-        """Starts a program on this screen; it ends with the screen at the latest."""
+        """Starts a program on this screen. It ends with the screen at the latest."""
         self.programs.append(Program(command, {**(environment or {}), **self.environment}, **options))
         return self.programs[-1]
 
@@ -124,14 +124,14 @@ class Desk(Screen):
         self.display = Xlib.display.Display(self.environment['DISPLAY'])
         self.root = self.display.screen().root
 
-        # A key that is held until it has been seen must not come twice.
+        # A key that is held until the program has seen it must not repeat.
         self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOff)
 
         if managed:
-            self.start(['openbox', '--config-file', '/etc/xdg/openbox/rc.xml'])  # not what the user has made of it
+            self.start(['openbox', '--config-file', '/etc/xdg/openbox/rc.xml'])  # without the user's settings
             self.probe = self.root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
 
-            # What reaches it while it starts stays unread until more comes.
+            # A question that reaches it while it starts stays unread until another comes.
             wait_until('openbox manages the windows', lambda: self._ask_manager() or self._has_manager_answered())
 
     def _ask_manager(self):
@@ -143,7 +143,7 @@ class Desk(Screen):
         return self.probe.get_full_property(self.display.intern_atom('_NET_FRAME_EXTENTS'), X.AnyPropertyType)
 
     def wait_for_manager(self):
-        """Until the window manager, if there is one, has dealt with all that came before, as it does in turn."""
+        """Waits until the window manager, if there is one, has dealt with all earlier events, which it does in order."""
         if self.probe:
             self.probe.delete_property(self.display.intern_atom('_NET_FRAME_EXTENTS'))
             self._ask_manager()
@@ -176,7 +176,7 @@ class Desk(Screen):
 
     @staticmethod
     def _ask(question):
-        """None of a window that has gone meanwhile."""
+        """The answer, or None when the window has gone meanwhile."""
         try:
             return question()
         except (Xlib.error.BadWindow, Xlib.error.BadDrawable):
@@ -194,14 +194,14 @@ class Desk(Screen):
         return False
 
     def wait_for_window(self, title, but=()):
-        """A window of this title that is none of the others, once it has the keyboard."""
+        """A window with this title, other than those given, once it has the keyboard."""
 
         def find():
             return [w for w in self.windows(title) if w not in but and self.has_keyboard(w)]
 
         found = wait_until(f'a window "{title}" with the keyboard', find)[0]
 
-        # A click that comes while a window manager still sees to a window that has gone is lost.
+        # A click would be lost while the window manager is still busy with a window that has gone.
         self.wait_for_manager()
         return found
 
@@ -212,7 +212,7 @@ class Desk(Screen):
         wait_until(f'no window "{title}" any more', is_gone)
 
     def picture(self, window=None, area=None):
-        """What is on the screen where the window is, or in an area (x, y, width, height) of the window."""
+        """The part of the screen where the window is, or an area (x, y, width, height) of the window."""
         x, y, width, height = window.bounds if window else (0, 0, *self.size)
 
         if area:
@@ -222,17 +222,17 @@ class Desk(Screen):
         return Image.frombytes('RGB', (width, height), image.data, 'raw', 'BGRX')
 
     def is_above(self, window, other):
-        """Whether a window is nearer to the user than another one."""
+        """Whether a window is stacked above another."""
         shown = self.windows()
         return shown.index(window) > shown.index(other)
 
     def frame(self, window):
-        """Left, right, upper and lower width of what a window manager has put around a window."""
+        """Widths of a window's frame: left, right, top and bottom."""
         widths = window.resource.get_full_property(self.display.intern_atom('_NET_FRAME_EXTENTS'), X.AnyPropertyType)
         return tuple(widths.value) if widths else (0, 0, 0, 0)
 
     def pointer(self):
-        """How the pointer looks."""
+        """The image of the pointer."""
         self.display.xfixes_query_version()
         return self.display.xfixes_get_cursor_image(self.root).cursor_image
 
@@ -245,7 +245,7 @@ class Desk(Screen):
         self.display.sync()
 
     def press(self, key, until_heard=lambda: None):
-        """Presses and releases a key, named as the X server does, with modifiers in front: "Return", "ctrl+a".
+        """Presses and releases a key by its name in X, with modifiers in front: "Return", "ctrl+a".
 
         until_heard -- called while the key is down
         """
@@ -255,7 +255,7 @@ class Desk(Screen):
         self._put_keys(X.KeyRelease, reversed(keys))
 
     def hold(self, key, until):
-        """Holds a key, which repeats, and lets it go when a condition has come true that is waited for."""
+        """Holds a key, which repeats, and releases it once a condition holds."""
         self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOn)
         self._put_keys(X.KeyPress, [key])
         until()
@@ -278,7 +278,7 @@ class Desk(Screen):
         self.display.sync()
 
     def ask_to_close(self, window):
-        """As a click on the window's title bar does."""
+        """Asks a window to close, as a click on its close button does."""
         protocols, close = (self.display.intern_atom(name) for name in ('WM_PROTOCOLS', 'WM_DELETE_WINDOW'))
         window.resource.send_event(event.ClientMessage(window=window.resource, client_type=protocols,
                                                        data=(32, [close, X.CurrentTime, 0, 0, 0])))

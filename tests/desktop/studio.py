@@ -1,4 +1,4 @@
-"""A PipeWire of its own, without hardware or a desktop: null devices, a player, and quendel-pipewire that measures them."""
+"""A PipeWire without hardware or desktop: null devices, a player, and quendel-pipewire, which measures them."""
 
 import itertools
 import os
@@ -22,7 +22,7 @@ NO_ENTRY = 0xFFFFFFFF
 
 
 def missing():
-    """The programs that are not installed."""
+    """The needed programs that are not installed."""
     return [name for name in NEEDED if not shutil.which(name)]
 
 
@@ -73,7 +73,7 @@ class Interface:
 
 
 def stall(client, has_shown):
-    """Makes a client keep PipeWire waiting until that has shown."""
+    """Stops a client, so that PipeWire waits for it, until a condition holds."""
     client.process.send_signal(signal.SIGSTOP)
     wait_until('an xrun', has_shown)
     client.process.send_signal(signal.SIGCONT)
@@ -93,7 +93,7 @@ class Studio(Screen):
         (root / 'home/Documents').mkdir(parents=True)
         self.build, self.home = build, root / 'home'
 
-        # For the session manager; dbus-run-session would leave it behind when it is killed.
+        # The session manager needs a bus. dbus-run-session would leave one behind if it was killed.
         self.bus = self.runtime / 'bus'
         self.start('dbus-daemon', '--session', '--nofork', f'--address=unix:path={self.bus}')
         wait_until('the message bus listens', self.bus.exists)
@@ -107,11 +107,11 @@ class Studio(Screen):
         self.folder.cleanup()
 
     def start(self, *command, **options):
-        # pw-profiler leaves files where it is started.
+        # pw-profiler writes files into its working folder.
         return super().start(command, cwd=self.home, **options)
 
     def run(self, *command):
-        """Runs a program to its end."""
+        """Runs a program and expects it to succeed."""
         program = self.start(*command)
         assert program.wait_for_exit() == 0, program.read_errors()
 
@@ -160,7 +160,7 @@ class Studio(Screen):
         wait_until('quendel-pipewire serves', (self.machine / 'interfaces').exists)
 
     def xruns(self):
-        """Side and process of each client that was late so far."""
+        """Side and process id of each client that was late so far."""
         return re.findall(r' Fake FireWire: (\w+), .* \(process (\d+)\) was (?:more than )?[0-9.]+ ms late\n',
                           self.journal.read_text())
 
@@ -168,7 +168,7 @@ class Studio(Screen):
         wait_until(f'quendel-pipewire says "{words}"', lambda: words in self.driver.read_errors())
 
     def play_to_main(self):
-        """Makes a sink that is played to, and measures it."""
+        """Makes a sink, plays to it and measures it."""
         self.make_sink('Main')
         self.measure('--all')
         self.wait_for_names('Main')
@@ -177,14 +177,14 @@ class Studio(Screen):
         wait_until('cycles', lambda: self.main.playback()[0] > 0)
 
     def stall_player(self):
-        """Returns the underruns afterwards; a busy machine can have made some before."""
+        """Stalls the player until there is another underrun, and returns their number: a busy machine makes some, too."""
         before = self.main.counters()[1]
         stall(self.player, lambda: self.main.counters()[1] > before)
         return self.main.counters()[1]
 
     # ------------------------------------------------------------------------------------------------------------
     def wait_for_names(self, *names):
-        """Until these devices are served, and no others."""
+        """Waits until exactly these devices are served."""
         folders = (self.machine / 'interfaces').iterdir
         wait_until(f'the devices are {names}', lambda: sorted(names) == sorted(
             folder.name.split('#')[1] for folder in folders() if folder.name[0] != '.'))

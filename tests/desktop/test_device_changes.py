@@ -12,7 +12,7 @@ def test_follows_the_devices(world):
     world.start('Alpha', 'Beta')
     beta = world.picture(*NAME)
 
-    # The newest is leftmost and gives the sample rate.
+    # The newest is leftmost, and the sample rate is its own.
     world.plug('Gamma')
     world.wait_for_columns(3)
     world.wait_for_looks('Gamma')
@@ -62,7 +62,7 @@ def test_ends_with_the_last_device_whatever_is_open(world, opened):
 def test_goes_on_when_a_driver_stops_answering(world):
     world.start('Alpha', 'Beta')
 
-    # The newest, which is asked for most.
+    # The newest is the one that is asked most.
     world.order('stop Beta')
     asked = world.looks('Beta')
     world.wait_for_looks('Alpha', 6)

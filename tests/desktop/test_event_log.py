@@ -19,7 +19,7 @@ def test_headers_sort_and_tabs_show_another_table(world):
     change(lambda: world.desk.click(events, 651, 44))
     assert change(lambda: world.desk.click(events, 150, 44)) == by_time
 
-    # Round all tabs and back, with the keyboard.
+    # The keyboard goes round all tabs and back.
     for key in 'ctrl+Next', 'ctrl+Tab':
         change(lambda: world.press(key))
 
@@ -30,7 +30,7 @@ def test_headers_sort_and_tabs_show_another_table(world):
 
     assert change(lambda: world.press('ctrl+Prior')) == shown
 
-    # What is logged meanwhile is seen when the window is opened again.
+    # New events are shown when the window is opened again.
     world.order('fill all 50')
     assert world.picture(*ROWS, window=events) == shown
     world.close('Event log', 'Escape')
@@ -38,7 +38,7 @@ def test_headers_sort_and_tabs_show_another_table(world):
 
 
 def test_pointing_explains(world):
-    """A label, a time and a name; an event."""
+    """At a label, a time, a name and an event."""
     world.start('Alpha')
     world.order('tick 1000')
 
@@ -90,7 +90,7 @@ def test_the_save_dialog_stays_in_front(world):
     mine = world.documents / 'mine.txt'
     mine.write_bytes(b'precious')
 
-    # A Return that is held is no answer to the question.
+    # Holding Return does not answer the question.
     dialog = world.open_save_dialog(events)
     world.press('ctrl+a')
     world.desk.type('mine.txt')
@@ -103,7 +103,7 @@ def test_the_save_dialog_stays_in_front(world):
     question = world.wait_for_question()
 
     def expect_order(*windows):
-        """From front to back, and the keyboard in front, whichever of those behind is clicked, or its title bar."""
+        """The windows are in this order from the front, which has the keyboard, whichever one behind is clicked."""
         for blocked in windows[1:]:
             for y in 20, -10:
                 world.desk.click(blocked, 200, y)

@@ -35,14 +35,14 @@ def distances(events):
 
 
 def merge_late(periods, quantum=42667):
-    """One 0 for all that are far from a quantum in a row: of a late cycle, and of those that catch up, pw-profiler has more
-    rows than one, and other times."""
+    """One 0 for each run of periods that are far from a quantum: pw-profiler has several rows, with other times, for a late
+    cycle and those that catch up."""
     far = [abs(period - quantum) > quantum // 3 for period in periods]
     return [0 if now else period for period, now, before in zip(periods, far, [False, *far]) if not (now and before)]
 
 
 def contains(whole, part):
-    """Whether one list of microseconds is in another; they may be rounded differently."""
+    """Whether one list of microseconds is part of another, but for rounding."""
     return any(all(abs(a - b) <= 1 for a, b in zip(part, whole[start:])) for start in range(len(whole) - len(part) + 1))
 
 
@@ -53,13 +53,13 @@ def test_every_cycle_is_that_of_pw_profiler(playing):
     wait_until('four seconds of cycles', lambda: playing.main.playback()[0] > count + 96)
     profiler.interrupt()
 
-    # It may cost the audio no turn of its own.
+    # It must not compete with the audio.
     threads = map(int, os.listdir(f'/proc/{playing.driver.pid}/task'))
     assert {os.sched_getscheduler(thread) for thread in threads} == {os.SCHED_OTHER}
 
-    # The first line is about a time before it looked.
+    # The first line is about a time before it started.
     rows = [int(line.split('\t')[0]) for line in log.read_text().splitlines()][1:]
-    periods = merge_late([period for period in rows if period > 0])  # 0: that one was late is said again
+    periods = merge_late([period for period in rows if period > 0])  # 0 repeats that a cycle was late
     assert len(periods) > 48
     wait_until('all of them are logged here as well',
                lambda: contains(merge_late(distances(playing.main.events())), periods))
@@ -89,13 +89,13 @@ def test_late_clients_of_a_firewire_device_are_named_and_charged_to_their_side(s
     fake = studio.open('Fake')
     player, recorder = ('underrun', str(studio.player.pid)), ('overflow', str(studio.recorder.pid))
 
-    # While the player is stopped the sink, which follows, is not triggered once.
+    # While the player is stopped the sink, which follows, is never triggered.
     underruns, overflows = fake.counters()[1], fake.counters()[0]
     stall(studio.player, lambda: fake.counters()[1] > underruns + 20)
     stall(studio.recorder, lambda: fake.counters()[0] > overflows + 20)
     wait_until('the clients are named', lambda: min(map(studio.xruns().count, (player, recorder))) > 20)
 
-    # A busy machine can make more of them, but never on another side.
+    # A busy machine can make more xruns, but never on another side.
     assert set(studio.xruns()) == {player, recorder}
     clients = [studio.open(f'client#pw-cat_({process})').counters() for _, process in (player, recorder)]
     assert all(overflows == 0 and underruns > 20 for overflows, underruns, *_ in clients)
@@ -156,7 +156,7 @@ def test_only_what_is_asked_for_is_served(studio):
     studio.wait_for_names('Other')
     studio.driver.interrupt()
 
-    # None of them is on a FireWire bus; that nothing comes shows when all else has.
+    # None of them is on a FireWire bus. That the third has no device shows once the others are there.
     studio.measure('--device', 'Main', '--device', 'Main2', '--device', 'nobody')
     studio.wait_for_words('no device is called "nobody"')
     studio.make_sink('Main2', 'media.class=Audio/Source/Virtual node.group=both')
@@ -173,7 +173,7 @@ def test_what_is_missing_is_said(studio):
     studio.wait_for_words('waiting for PipeWire')
     configuration = pathlib.Path('/usr/share/pipewire/pipewire.conf').read_text()
     mine = studio.home / 'pipewire.conf'
-    mine.write_text(configuration.replace('module-profiler', 'module-link-factory'))  # which may be there twice
+    mine.write_text(configuration.replace('module-profiler', 'module-link-factory'))  # a module that may be loaded twice
     studio.start_pipewire('-c', mine)
     studio.wait_for_words('profiler module is not loaded')
 

@@ -30,7 +30,7 @@ def expect_time(text, start):
 
 
 def lines_in(file):
-    """Of a report that is being replaced, perhaps."""
+    """The number of lines; 0 while the file is being replaced."""
     try:
         return file.read_bytes().count(b'\n')
     except FileNotFoundError:
@@ -53,7 +53,7 @@ def test_saves_the_statistics(world):
     world.wait_for_looks('Gamma')
 
     def reads_beside_ticks():
-        """How often the newest device's firmware was asked when no tick did; a tick that is halfway is one more."""
+        """How often the newest device's firmware was asked outside of ticks; one more while a tick is halfway."""
         counts = world.counts('Gamma')
         return counts['read-counters'] - counts['stream-status']
 
@@ -63,7 +63,7 @@ def test_saves_the_statistics(world):
     expect_time(re.findall(rb'report\r\n(.*)\r', report.read_bytes())[-1].decode(), start)
     expect_gold(without_date(report.read_bytes()), 'desktop-statistics.txt')
 
-    # A file that cannot be written, of two kinds.
+    # Two ways in which a file cannot be written.
     report.unlink()
     report.mkdir()
     failed = world.save_statistics()
@@ -86,14 +86,14 @@ def test_saves_the_events(world):
         world.wait_until_saved('Alpha', events)
         return file.read_bytes()
 
-    # Under the name that is proposed, in the order of time.
+    # Saved under the proposed name, in order of time.
     start = now()
     proposed = world.save_events(events)
     when = re.fullmatch(r'Quendel event log ([1-9]\d? [A-Z][a-z]{2} \d{4} [1-9]\d?_\d\d_\d\d[ap]m)\.txt', proposed.name)
     expect_time(when[1], start)
     expect_gold(wait_for_report(proposed), 'desktop-events.txt')
 
-    # A click on a header sorts what is saved, too; an existing file is asked about.
+    # A click on a header also sorts what is saved. Replacing a file needs an answer.
     world.wait_for_change(lambda: world.desk.click(events, 651, 44), *ROWS, window=events)
     mine = world.documents / 'mine.txt'
     mine.write_bytes(b'precious')
@@ -109,7 +109,7 @@ def test_saves_the_events(world):
     world.answer(True)
     expect_gold(wait_for_report(mine), 'desktop-events-by-name.txt')
 
-    # Both devices' events in one time line. Return is no word against it.
+    # Both devices' events in one order of time. Return does not cancel.
     world.wait_for_change(lambda: world.desk.click(events, 158, 15), *ROWS, window=events)
     world.open_save_dialog(events)
     world.name_file('all.txt')

@@ -13,7 +13,7 @@ LINUX = pytest.mark.only_in('bare', 'openbox', why='Windows has windows, signals
 def expect_reset(world, resets):
     wait_until('a reset', lambda: world.counts('Alpha')['clear-counters'] >= resets)
 
-    # A key that means nothing, for a click that was left over to show itself.
+    # A key that does nothing gives a stray click the time to show.
     world.press('a')
     world.wait_for_looks('Alpha')
 
@@ -68,7 +68,7 @@ def test_tab_shows_and_reaches_every_button(world, key):
     world.close('Quendel', 'Return')
     assert (world.documents / 'Quendel report.txt').exists()
 
-    # It has kept the keyboard, and nothing was reset.
+    # The keyboard stayed where it was, and nothing was reset.
     tab_to('Reset')
     world.press('a')
     world.wait_for_looks('Alpha')
@@ -80,7 +80,7 @@ def test_tab_shows_and_reaches_every_button(world, key):
     world.desk.wait_for_window('Event log')
     world.close('Event log', 'Escape')
 
-    # A click gives Return back to "Reset".
+    # After a click Return is "Reset" again.
     world.click_button('Reset')
     expect_reset(world, 2)
     world.press('Return')
@@ -93,7 +93,7 @@ def test_a_key_counts_only_in_the_window_where_it_was_pressed(world):
     world.wait_for_box()
 
     def hold(key, title):
-        """Longer than the window of this title is there."""
+        """Holds a key for longer than the window with this title is there."""
 
         def wait_for_repeats():
             world.desk.wait_until_gone(title, [world.view])
@@ -129,7 +129,7 @@ def test_comes_back_where_it_was_left(world):
     world.start('Alpha', 'Beta')
     world.wait_for_columns(2)
 
-    # While it settles in its frame the program puts it back where it belongs: 15 ticks of a timer of 20 ms.
+    # For the first 300 ms in its frame the program puts the window back where it belongs.
     world.wait_for_looks('Alpha', 8)
     world.desk.move(world.view, 300, 200)
     wait_until('the view has moved', lambda: world.view.bounds[0] >= 300)
@@ -138,7 +138,7 @@ def test_comes_back_where_it_was_left(world):
     world.quit()
     assert world.stored() == place
 
-    # Also when it is quit before it has settled there.
+    # The same holds when it is quit before that time is over.
     for start in [world.start] * 3 + [world.launch] * 3:
         start()
         world.quit()
@@ -192,7 +192,7 @@ def test_a_signal_quits_in_order(world, number):
 
 @pytest.mark.only_in('openbox', why='a window manager wants to know what windows are, and asks them to close')
 def test_each_window_says_what_it_is_and_keeps_the_one_behind_it_from_closing(world):
-    """Which it belongs to, that it has one size, and its icon."""
+    """The window it belongs to, its fixed size, and its icon."""
     world.start('Alpha')
 
     def expect_to_belong(window, blocked):

@@ -1,4 +1,4 @@
-"""Long use: QUENDEL_ENDURANCE_MINUTES, not at all if not set, by the sequence of QUENDEL_ENDURANCE_SEED."""
+"""Long use, for QUENDEL_ENDURANCE_MINUTES, or not at all; QUENDEL_ENDURANCE_SEED gives the sequence."""
 
 import os
 import pathlib
@@ -10,7 +10,7 @@ from worlds import ask
 
 
 def take_sample(program):
-    """What a process holds, and what it may hold more of after a long time."""
+    """What a process holds, and how much more of it is allowed after a long time."""
     process = pathlib.Path(f'/proc/{program.pid}')
     memory = next(int(line.split()[1]) for line in (process / 'status').open() if line.startswith('VmRSS'))
     return {('descriptors', 0): len(list((process / 'fd').iterdir())),
@@ -28,14 +28,14 @@ CHANGES = ('plug {}', 'fill {} 200', 'unplug {}', 'kill {}', 'glitch {}', 'rate 
 @pytest.mark.timeout(0)
 @pytest.mark.only_in('openbox', why='one long time is enough')
 def test_endures(world):
-    """Somebody does this and that, while devices come, go, glitch and fail."""
+    """A user does this and that while devices come, go, glitch and fail."""
     choose = random.Random(os.environ.get('QUENDEL_ENDURANCE_SEED', '1')).choice
 
-    # A full log takes seconds to read, and nothing else happens meanwhile.
+    # A full log would take seconds to read, during which nothing else happens.
     world.start('Watched', *NAMES, events=200)
 
     def change():
-        """What is not possible just now is refused."""
+        """Changes something about a device; an order that is impossible just now is refused."""
         ask(world.orders, choose(CHANGES).format(choose(NAMES)))
 
     def look_at_events():

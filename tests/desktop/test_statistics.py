@@ -1,14 +1,14 @@
-"""The figures on show: that they are the driver's, and what they cost the driver."""
+"""The figures on show are the driver's; what they cost the driver."""
 
 import time
 
-# What the driver measures, without what the firmware does.
+# The figures that the driver measures, without the firmware's.
 COLUMNS = (170, 110, 150, 400), (320, 110, 150, 400)
 FIRMWARE = 170, 530, 150, 70
 
 
 def figures(world):
-    """Both columns' figures once they are the driver's."""
+    """The figures of both columns, once they are the driver's."""
     world.wait_for_looks('Beta')
     world.wait_for_looks('Alpha')
     return [world.picture(*column) for column in COLUMNS]
@@ -44,10 +44,10 @@ def test_looks_four_times_a_second_and_asks_for_nothing_else(world):
     after = world.counts('Alpha'), world.counts('Beta')
     alpha, beta = ({name: late[name] - early[name] for name in late} for early, late in zip(before, after))
 
-    # Six seconds, on a busy machine more.
+    # About six seconds, on a busy machine more.
     assert seconds > 4
 
-    # A tick can be halfway when the requests are counted.
+    # The requests may be counted in the middle of a tick.
     assert abs(alpha.pop('read-counters') - beta['read-counters']) <= 1
     assert abs(beta.pop('stream-status') - beta.pop('read-counters')) <= 1
     assert not any(alpha.values()) and not any(beta.values()), (alpha, beta)

@@ -1,5 +1,5 @@
-"""What only Windows has: its own boxes, files that others hold, drivers that keep requests, installers, and the unit
-tests there."""
+"""What only Windows has: its message boxes, files that others hold, drivers that keep requests, installers, and the unit
+tests under it."""
 
 import re
 import shutil
@@ -11,13 +11,13 @@ from worlds import ROOT, windows_path
 
 pytestmark = pytest.mark.only_in('wine', why='nothing else has it, or lets it be seen')
 
-# It closes so many windows that it takes more than a minute.
+# This case closes so many windows that it takes more than a minute.
 UNSUITABLE = 'SaveReportTaskTests.cancelAtAnyMomentLeavesWholeLines'
 FIGURES = 170, 22, 300, 574
 FIRST_COLUMN = 170, 110, 150, 486
 
 
-# Only there boxes can be read and other programs keep a file from us.
+# Only on Windows can boxes be read, and can other programs keep a file from ours.
 def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_holds(world):
     report = world.documents / 'Quendel report.txt'
     report.write_bytes(b'held')
@@ -35,9 +35,9 @@ def test_says_what_became_of_a_report_and_leaves_a_file_that_another_program_hol
     assert report.read_bytes().startswith(b'held---')
 
 
-# Elsewhere names have one encoding, and letters are those of the fonts that are installed.
+# Elsewhere names have one encoding, and letters come from the installed fonts.
 def test_names_are_read_in_full_and_drawn(world):
-    """With letters that neither the user's code page nor the usual typeface has."""
+    """The names have letters that neither the user's code page nor the usual typeface has."""
     world.start('Zażółć', '東京', '京都')
     names = [world.picture(170 + 150 * column, 92, 150, 18) for column in range(3)]
     assert len(set(names)) == 3
@@ -46,7 +46,7 @@ def test_names_are_read_in_full_and_drawn(world):
     assert re.findall(r'^(\w+)\nARM', report, re.MULTILINE) == ['京都', '東京', 'Zażółć']
 
 
-# Warnings are a kind of status that only Windows has.
+# Only Windows has warnings as a kind of status.
 def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
     world.start('Alpha', 'Beta')
     before = world.picture(*FIGURES)
@@ -64,10 +64,10 @@ def test_a_warning_is_a_failure_and_a_slow_driver_none(world):
     world.order('slow Beta 0')
 
 
-# Elsewhere a request is two packets, and nobody can keep one.
+# Elsewhere a request is two packets, so a driver cannot keep one.
 @pytest.mark.parametrize('mode', ['hang', 'hold'])
 def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
-    """Until they are cancelled, or for good."""
+    """It keeps them until they are cancelled, or for good."""
     world.start('Alpha', 'Beta')
     world.order(f'{mode} Beta read-counters always')
     world.order(f'{mode} Beta stream-status always')
@@ -83,7 +83,7 @@ def test_a_driver_that_keeps_requests_holds_nobody_up(world, mode):
     wait_until('nothing waits any more', lambda: world.counts('Beta')['waiting'] == 0)
 
 
-# Elsewhere unit tests have drivers that are late.
+# Elsewhere unit tests cover late drivers.
 def test_a_driver_that_is_late_is_shown_and_takes_nothing_from_the_others(world):
     world.plug('Alpha', 'Beta')
     world.order('hold Beta map-statistics 1')
@@ -94,12 +94,12 @@ def test_a_driver_that_is_late_is_shown_and_takes_nothing_from_the_others(world)
     world.wait_for_change(lambda: world.order('tick 1000'), *FIRST_COLUMN)
 
 
-# Elsewhere threads are not ranked, and an address of 32 bits is one of our own making.
+# Elsewhere the program sets no priorities, and chooses the 32-bit addresses itself.
 def test_no_thread_is_urgent_and_no_address_is_cut(world):
     world.start('Alpha')
     assert world.order('urgent-threads Quendel') == '0'
 
-    # One block, where 32 bits reach.
+    # One block, at an address that 32 bits can hold.
     counts = world.counts('Alpha')
     assert counts['views'] == 1 and 0 < counts['highest-view'] < 1 << 31
 
@@ -111,9 +111,9 @@ def expect_to_start(world, program):
     world.expect_exit()
 
 
-# An installer and an archive for that system.
+# The installer and the archive are for Windows.
 def test_installs_upgrades_repairs_and_goes_without_a_trace(world, tmp_path):
-    """The older package has an older program, of which nothing stays."""
+    """The older package has an older program, of which nothing must stay."""
     drive = world.session.prefix / 'drive_c'
     folder = drive / 'Program Files/Quendel'
 
@@ -124,7 +124,7 @@ def test_installs_upgrades_repairs_and_goes_without_a_trace(world, tmp_path):
         return {file.name: file.read_bytes() for file in folder.iterdir()}
 
     def installed():
-        """What the system lists, by code and version."""
+        """Codes and versions of the products that the system lists."""
         asked = world.session.run('reg', 'query', r'HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall', '/s',
                                   stdout=subprocess.PIPE, text=True)
         return re.findall(r'Uninstall\\(\{.*?\})\s.*?DisplayVersion\s+REG_SZ\s+(\S+)', asked.process.communicate()[0], re.DOTALL)
@@ -140,7 +140,7 @@ def test_installs_upgrades_repairs_and_goes_without_a_trace(world, tmp_path):
         assert package.stem == f'Quendel-{version}'
         assert len(list(drive.rglob('Quendel.lnk'))) == 1
 
-    expect_to_start(world, tmp_path / package.stem / 'Quendel/Quendel.exe')  # from where it was unpacked
+    expect_to_start(world, tmp_path / package.stem / 'Quendel/Quendel.exe')  # where it was unpacked
 
     (folder / 'Quendel.exe').unlink()
     install('/i', windows_path(package), 'REINSTALL=ALL', 'REINSTALLMODE=omus')  # Wine does not know /f
@@ -150,7 +150,7 @@ def test_installs_upgrades_repairs_and_goes_without_a_trace(world, tmp_path):
     assert not folder.exists() and installed() == [] and not list(drive.rglob('Quendel.lnk'))
 
 
-# Elsewhere ctest runs them. The guard with structured exceptions, and names in another code page, come on top.
+# Elsewhere ctest runs them. Added here are the guard with structured exceptions, and names in another code page.
 @pytest.mark.parametrize('program, tests, language, told',
                          [('QuendelTests', '-' + UNSUITABLE, None, 'code page 1250'),
                           ('QuendelTests', 'SystemTextTests.*', 'ja_JP', 'code page 932'),

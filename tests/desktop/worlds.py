@@ -1,5 +1,5 @@
-"""The worlds that the built program runs in: Linux with a machine folder and the simulator, and Windows as Wine has it,
-with the test bus and its remote. Both take the same orders, and in both the driver's time moves by order only.
+"""The worlds that the built program runs in: Linux with a machine folder and the simulator, and Windows under Wine with the
+test bus and its remote. Both take the same orders, and in both the driver's time moves only by order.
 """
 
 import os
@@ -20,7 +20,7 @@ VIEW_HEIGHT = 148 + 18 * len(re.findall(r'^    {(}| RowKind::)', LAYOUT, re.MULT
 BUTTONS = {'Save': 1, 'Reset': 2, 'Events': 3}  # and the quarter of the view's width that each stands at
 BUTTONS_Y = VIEW_HEIGHT - 33
 SAVE_DIALOG = 'Save event report'
-VISIBLE = 3  # what a mark's contrast with its ground has to be for people who see less well
+VISIBLE = 3  # the contrast with its ground that a mark needs for people who see less well
 
 
 def view_width(columns):
@@ -28,13 +28,13 @@ def view_width(columns):
 
 
 def click_button(desk, view, name):
-    """Whatever size the view is shown in."""
+    """Clicks a button of the view, whatever size the view is shown in."""
     *_, width, height = view.bounds
     desk.click(view, BUTTONS[name] * width // 4, BUTTONS_Y * height // VIEW_HEIGHT)
 
 
 def start_driver(desk, command, environment):
-    """One that takes orders, once it serves."""
+    """Starts a driver that takes orders, and waits until it serves."""
     driver = desk.start(command, environment, encoding='utf-8', stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     told = driver.process.stdout.readline()
     assert told.startswith('serving'), told + driver.read_errors()
@@ -42,7 +42,7 @@ def start_driver(desk, command, environment):
 
 
 def ask(driver, line):
-    """Its answer to an order."""
+    """The driver's answer to an order."""
     driver.process.stdin.write(line + '\n')
     driver.process.stdin.flush()
     return driver.process.stdout.readline().strip()
@@ -56,7 +56,7 @@ class World:
     """A machine with nothing plugged in, and its user. The program is the one in a build folder.
 
     view    -- the main window
-    program -- as it was started last
+    program -- the one that was started last
     """
 
     def __init__(self, desk, home):
@@ -76,15 +76,15 @@ class World:
             self.order(f'plug {name}')
 
     def counts(self, device):
-        """How often a device was asked for what."""
+        """How often a device has been asked, by kind of request."""
         return {name: int(count) for name, count in re.findall(r'(\S+)=(\d+)', self.order(f'counts {device}'))}
 
     def looks(self, device):
-        """How often the view has asked a device, or each of all of them, for its figures."""
+        """How often the view has asked a device for its figures; with "all", the least often asked."""
         return min(map(int, re.findall(r'read-counters=(\d+)', self.order(f'counts {device}'))))
 
     def wait_for_looks(self, device, number=3):
-        """Until the view has asked anew so often: what is on show then is what the driver has."""
+        """Waits until the view has asked that many times more, and so shows what the driver has."""
         enough = self.looks(device) + number
         wait_until(f'the view asks {device}', lambda: self.looks(device) >= enough)
 
@@ -95,8 +95,8 @@ class World:
         self.view = self.desk.wait_for_window('Quendel')
 
     def start(self, *plugged, events=0, asked='all'):
-        """Also plugs devices in, with so many events each, and waits until the window is where it was left, and the figures
-        of a device on it, or of all, are the driver's.
+        """Plugs devices in, with some events each, and starts the program. Waits until its window is where it was left, and
+        shows the driver's figures for one device, or for all.
         """
         self.plug(*plugged)
 
@@ -108,7 +108,7 @@ class World:
         self.wait_for_looks(asked, 2)
 
     def wait_for_place(self, place):
-        """For a third of a second after its frame has come the view is beside its place at moments."""
+        """Waits for the view's place: after its frame has come it is beside it at times, for a third of a second."""
         wait_until(f'the view is at {place}', lambda: self.view.bounds[:2] == place)
 
     def wait_for_columns(self, columns):
@@ -132,18 +132,18 @@ class World:
         click_button(self.desk, self.view, name)
 
     def wait_for_box(self):
-        """The message box before the view."""
+        """Waits for the message box in front of the view."""
         return self.desk.wait_for_window('Quendel', [self.view])
 
     def save_statistics(self):
-        """What the message about it says."""
+        """Saves the statistics; returns what the message box says."""
         self.click_button('Save')
         said = self.read_box(self.wait_for_box())
         self.close('Quendel', 'Return')
         return said
 
     def close(self, title, key):
-        """Closes what is open before the view with a key; afterwards the view has the keyboard again."""
+        """Closes the window in front of the view with a key; afterwards the view has the keyboard again."""
         self.press(key)
         self.desk.wait_until_gone(title, [self.view])
         assert self.desk.wait_for_window('Quendel') == self.view
@@ -153,7 +153,7 @@ class World:
         return self.wait_for_events()
 
     def wait_for_events(self):
-        """The event window, once it is where it stays."""
+        """Waits for the event window in its final place."""
         events = self.desk.wait_for_window('Event log')
         self.wait_until_placed(events)
         return events
@@ -163,13 +163,13 @@ class World:
         return self.wait_for_save_dialog()
 
     def name_file(self, name):
-        """In the save dialog, where the name has the keyboard."""
+        """Types a name in the save dialog, where the name has the keyboard."""
         self.press('ctrl+a')
         self.desk.type(name)
         self.press('Return')
 
     def save_events(self, events):
-        """Begins a report in the file that is proposed, and returns that."""
+        """Begins a report in the proposed file; returns the file."""
         before = set(self.documents.iterdir())
         self.open_save_dialog(events)
         self.press('Return')
@@ -178,19 +178,17 @@ class World:
         return file
 
     def wait_until_saved(self, device, events):
-        """Once a report is complete. The box that tells of the saving is still there, or yet to come: it goes when it next
-        looks whether all is done, which is more often than the view asks a device.
-        """
+        """Waits until the progress window of a complete report is gone: it goes before the view has asked a device anew."""
         self.wait_for_looks(device)
         assert self.desk.wait_for_window('Event log') == events
 
     def stored(self):
-        """The position that the program has stored, or None."""
+        """The stored position of the window, or None."""
         found = self.settings()
         return tuple(int(found[name]) if re.fullmatch(r'-?\d+', found[name]) else 0 for name in 'xy') if found else None
 
     def picture(self, *area, window=None):
-        """What is to be seen there once it stands still."""
+        """What an area shows once it no longer changes."""
         window = window or self.view
 
         def look():
@@ -199,7 +197,7 @@ class World:
         seen = look()
 
         while True:
-            # From one look to the next there is time to paint; the first one can come at once.
+            # There is time to paint between two looks; the first of them can come at once.
             self.wait_for_looks('all', 2)
 
             if (later := look()) == seen:
@@ -208,7 +206,7 @@ class World:
             seen = later
 
     def wait_for_change(self, action, *area, window=None):
-        """The picture that an action makes of another one."""
+        """The picture of an area after an action has changed it."""
         before = self.picture(*area, window=window)
         action()
         wait_until('another picture',
@@ -241,7 +239,7 @@ class LinuxWorld(World):
 
     @staticmethod
     def errors(program):
-        """Without what the toolkit always says in builds for debugging."""
+        """What the program said on standard error, without what the toolkit always says in debug builds."""
         return re.sub(r'(JUCE v|ERROR: X returned)[^\n]*\n|\n(?=ERROR: X)', '', program.read_errors())
 
     def settings(self):
@@ -252,14 +250,12 @@ class LinuxWorld(World):
         self.file.write_text(f'<PROPERTIES><VALUE name="x" val="{x}"/><VALUE name="y" val="{y}"/></PROPERTIES>')
 
     def read_box(self, box):
-        """What a message box says, to be compared with what another one says: a picture without its edge and the button's,
-        which are not the same each time that they are painted.
-        """
+        """A picture of what a message box says, without the edge and the button, which are never painted the same."""
         *_, width, height = box.bounds
         return self.picture(8, 8, width - 16, height // 2, window=box)
 
     def wait_until_placed(self, window):
-        """In the middle of the display, with the frame that comes later; a click before that can miss."""
+        """Waits until a window is in the middle of the display with its frame; a click before that can miss."""
         def is_in_the_middle():
             (x, y, width, height), (left, right, above, below) = window.bounds, self.desk.frame(window)
             all_width, all_height = self.desk.size
@@ -272,7 +268,7 @@ class LinuxWorld(World):
         return self.desk.wait_for_window(SAVE_DIALOG)
 
     def wait_for_question(self):
-        """Whether a file is to be replaced."""
+        """Waits for the question whether to replace a file."""
         return self.desk.wait_for_window('File already exists')
 
     def answer(self, yes):
@@ -280,32 +276,32 @@ class LinuxWorld(World):
 
 
 class WineSession:
-    """A Wine prefix, with the test bus and its remote: one for all cases, as it takes a while."""
+    """A Wine prefix with the test bus and its remote. All cases share it, because making one takes a while."""
 
     LOADER, SERVER = '/usr/lib/wine/wine64', '/usr/lib/wine/wineserver64'
 
     def __init__(self, desk, build, *languages):
-        """languages -- of the user; the first one is that of programs for which no other is said"""
+        """languages -- of the user; programs have the first one unless they are given another"""
         self.folder = tempfile.TemporaryDirectory(prefix='quendel-wine-')
         folder = pathlib.Path(self.folder.name)
         self.desk, self.build, self.prefix = desk, build, folder / 'prefix'
 
-        # Windows keeps text in the code page of the user's language.
+        # Windows stores text in the code page of the user's language.
         for language in languages:
             subprocess.run(['localedef', '-i', language, '-f', 'UTF-8', folder / f'{language}.UTF-8'], check=True)
 
-        # What the program says of itself, and crashes; the rest is Wine's.
+        # Shows what the program prints, and its crashes, but nothing of Wine's.
         self.environment = {'LOCPATH': str(folder), 'LC_CTYPE': [*languages, 'C'][0] + '.UTF-8', 'HOME': str(folder),
                             'TZ': 'UTC', 'WINELOADER': self.LOADER, 'WINEDLLOVERRIDES': 'mscoree,mshtml,winedbg.exe=',
                             'WINEDEBUG': '-all,warn+debugstr'}
 
     def install(self):
-        """Afterwards the remote takes orders."""
+        """Installs the test bus; afterwards the remote takes orders."""
         self.home = self.make_prefix(self.build / 'machine')
         self.remote = start_driver(self.desk, [self.LOADER, self.build / 'QuendelTestRemote.exe'], self.environment)
 
     def make_prefix(self, template):
-        """A copy, as making one takes longer than many cases."""
+        """Copies a prefix, which is made first where there is none: that takes longer than many cases."""
         if not template.exists():
             self.environment['WINEPREFIX'] = f'{template}.new'
             shutil.rmtree(f'{template}.new', ignore_errors=True)
@@ -319,7 +315,7 @@ class WineSession:
         shutil.copy(self.build / 'QuendelTestBus.sys', self.prefix / 'drive_c/windows/system32/drivers')
         self.environment['WINEPREFIX'] = str(self.prefix)
 
-        # The folders of the user, who had another home then.
+        # The user's folders, which the template has for another home.
         [user] = self.prefix.glob('drive_c/users/[!P]*')
 
         for folder in filter(pathlib.Path.is_symlink, list(user.iterdir())):
@@ -363,7 +359,7 @@ class WineWorld(World):
         return program.read_errors()
 
     def press(self, *keys):
-        """The program looks at the keyboard's state and not only at what it is sent: a key is down until it has."""
+        """Holds each key until the program has handled it, because it also looks at the keyboard's state."""
         for key in keys:
             wait_until('a window in front', lambda: self.order('watch-keys') == '1')
             handled = '-1', str(key.count('+') + 1)
@@ -382,7 +378,7 @@ class WineWorld(World):
         self.picture(window=window)
 
     def wait_for_keyboard(self, control):
-        """In a box of the system's own, to which Wine gives the keyboard without a word to the display."""
+        """Waits for a control of a system dialog, to which Wine gives the keyboard without telling the display."""
         wait_until(f'{control} with the keyboard', lambda: self.order('keyboard') == f'{control} {SAVE_DIALOG}')
 
     def wait_for_save_dialog(self):

@@ -1,4 +1,4 @@
-// Machine folders with anything at all in them.
+// Machine folders with arbitrary contents.
 
 #include "device/DeviceList.h"
 #include "device/HostControllerList.h"
@@ -21,14 +21,14 @@ std::string takeName (FuzzedDataProvider& input)
     if (choice < std::size (usualNames))
         return usualNames[choice];
 
-    // What makes a path of a name is the one thing that no folder can hold; nothing leads out of ours.
+    // A name cannot contain a slash, so nothing leads out of the folder.
     auto name = input.ConsumeRandomLengthString (maximumTextLength);
     std::replace (name.begin(), name.end(), '/', '.');
     std::replace (name.begin(), name.end(), '\0', ' ');
     return name.empty() || name == "." || name == ".." ? "empty" : name;
 }
 
-/** Makes what the input describes; what cannot be made is left out. */
+/** Makes the entries that the input describes, except those that cannot be made. */
 void fill (const fs::path& root, FuzzedDataProvider& input)
 {
     constexpr std::size_t maximumEntries = 60;
@@ -73,7 +73,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     const auto root = fs::path (machine.getPath()).parent_path();
     FuzzedDataProvider input (data, size);
 
-    // Whatever an earlier input made, beside the machine folder as well.
+    // Removes what an earlier input made, also beside the machine folder.
     for (const auto& entry : fs::directory_iterator (root))
         fs::remove_all (entry.path());
 

@@ -1,4 +1,4 @@
-// What PipeWire's profiler sends: any bytes, and any cycles that can be read from them.
+// Messages of PipeWire's profiler: arbitrary bytes, and whatever cycles can be read from them.
 
 #include "drivers/pipewire/ProfileReader.h"
 #include "drivers/pipewire/XrunJournal.h"
@@ -31,7 +31,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 
     for (auto& cycle : cycles)
     {
-        // Few ids, so that cycles meet.
+        // Few ids, so that nodes appear in more than one cycle.
         cycle.driver.id %= numNodes;
 
         for (auto& follower : cycle.followers)

@@ -8,7 +8,7 @@
 namespace
 {
 
-/** Keeps what the list says of its devices. */
+/** Keeps the last line that the list logs. */
 struct LastLine : public DeviceList::LogSink
 {
     void logMessage (const juce::String& message) override { line = message; }

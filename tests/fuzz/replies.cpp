@@ -1,4 +1,4 @@
-// A driver that answers every request with whatever bytes and sections it likes.
+// A driver that answers requests with arbitrary bytes and sections.
 
 #include "device/DeviceList.h"
 #include "events/EventList.h"
@@ -22,7 +22,7 @@ struct Answer
     {
         constexpr std::uint8_t isSuccess = 8;
 
-        // Most answers have to be successes for the rest of them to matter.
+        // Most answers must be successes, or the rest of their bytes would not matter.
         if ((flags & isSuccess) != 0)
             packet.resize (sizeof (std::uint32_t));
 
@@ -38,7 +38,7 @@ struct Answer
     Machine::Bytes packet;
 };
 
-/** Out of answers, the driver closes the connection. */
+/** When it runs out of answers the driver closes the connection. */
 void setAnswers (TestDriver& driver, std::deque<Answer> answers)
 {
     driver.setOverride (
@@ -46,7 +46,7 @@ void setAnswers (TestDriver& driver, std::deque<Answer> answers)
         {
             constexpr std::size_t moreThanFits = std::size_t { 1 } << 33;
 
-            // With the request after the one that says so.
+            // Happens at the request after the one that asks for it.
             if (sectionGoes)
                 section.cut();
 
@@ -67,7 +67,7 @@ void setAnswers (TestDriver& driver, std::deque<Answer> answers)
         });
 }
 
-/** In the table and in the report. */
+/** Checks that table and report have every event. */
 void requireWholeLog (EventList& list)
 {
     const auto numEvents = list.getNumRows();
@@ -93,7 +93,7 @@ void requireWholeLog (EventList& list)
     }
 }
 
-/** What the program does with a device, and what must be true of it whatever the answer was. */
+/** What the program does with a device, and what must hold whatever the answer was. */
 constexpr void (*operations[]) (HwDevice&) {
     [] (HwDevice& device)
     {
@@ -134,9 +134,9 @@ constexpr void (*operations[]) (HwDevice&) {
 
 int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
-    juce::MessageManager::getInstance(); // this thread is that of the messages
+    juce::MessageManager::getInstance(); // makes this the message thread
 
-    // They stay until the process ends.
+    // Both live until the process ends.
     static const auto& machine = *new TestMachine;
     static auto& driver = *new TestDriver (machine);
 
@@ -154,7 +154,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
     setAnswers (driver, std::move (answers));
     driver.forgetRecords();
 
-    // The first one leaves the toolkit's message queue open for ever.
+    // The first list opens the toolkit's message queue, which stays open.
     static const auto firstEvents = std::make_unique<EventList> (std::vector<HwDevice::Ptr>(), -1);
     const auto numDescriptors = countOfProcess ("fd");
 
@@ -177,7 +177,7 @@ int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
         }
     }
 
-    // A driver closes its end of a connection some time after the program has closed the other.
+    // A driver closes its end of a connection some time after the program has closed its own.
     require (waitFor ([&] { return countOfProcess ("fd") == numDescriptors; }), "no descriptor stays behind");
     return 0;
 }

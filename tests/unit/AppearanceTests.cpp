@@ -7,7 +7,7 @@ namespace
 
 constexpr int width = 200, margin = 10;
 
-/** A progress bar on the ground of the window that it is in, by the brightness of the pixels along its middle. */
+/** Draws a progress bar on its window's ground; returns the brightness of the pixels along its middle. */
 std::vector<float> drawProgress (double progress)
 {
     Appearance appearance;

@@ -20,7 +20,7 @@ StatisticsBlock makeBlock()
     return block;
 }
 
-/** What a column wants to be painted anew. */
+/** Records the areas that a column asks to have repainted. */
 struct Repaints : public juce::CachedComponentImage
 {
     bool invalidate (const juce::Rectangle<int>& area) override
@@ -36,7 +36,7 @@ struct Repaints : public juce::CachedComponentImage
     juce::RectangleList<int> areas;
 };
 
-/** Texts of rows after an update, separated by bars. */
+/** Updates the column and returns the texts of some rows, separated by bars. */
 juce::String update (Column& column, const StatisticsBlock* block, std::initializer_list<std::size_t> rowsToShow)
 {
     column.update (block, microsecondTicks);
@@ -50,7 +50,7 @@ TEST (ColumnTests, offsetsBeyondHalfAPeriodBelongToTheNextBuffer)
     block.offsetMinimum = 5500;
     Column column ("Deck");
 
-    // Half of an odd period is rounded down, also below 0.
+    // Half of an odd period is rounded down, below 0, too.
     for (const auto& [period, average, expected] : { std::tuple { 10000, 6000, "-1.000 msec|-4.500 msec|-4.000 msec" },
                                                      std::tuple { 10001, 5000, "9.000 msec|5.500 msec|5.000 msec" },
                                                      std::tuple { 10001, 5001, "-1.001 msec|-4.501 msec|-5.000 msec" },
@@ -78,7 +78,7 @@ TEST (ColumnTests, offsetsWithoutASample)
     EXPECT_EQ (update (column, &block, { 19 }), "-10.000 msec");
 }
 
-/** The extremes must neither overflow nor show anything that is no number. */
+/** Extreme values neither overflow nor show anything but numbers. */
 TEST (ColumnTests, extremeTicksAreDefined)
 {
     constexpr std::int64_t extremes[] { INT64_MIN, INT64_MIN + 1, -1, 0, 1, INT64_MAX - 1, INT64_MAX };
@@ -135,7 +135,7 @@ TEST (ColumnTests, paintsTheBoxesOfItsFiguresAndNothingElse)
         EXPECT_EQ (image.getPixelAt (146, y + 16), juce::Colour()) << row;
     }
 
-    // A new figure is painted in its own box, and what is painted anew makes the old picture the new one.
+    // Only the figure's own box is repainted, and repainting that much of the old image yields the new one.
     auto* repaints = new Repaints;
     column.setCachedComponentImage (repaints);
     column.setVisible (true);

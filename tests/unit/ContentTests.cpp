@@ -14,7 +14,7 @@ constexpr std::size_t playbackCountRow = 1;
 constexpr auto fifoLevelRow = StatisticsLayout::findRow (RowKind::fifoLevel, DriverProtocol::fifoLevelWord);
 constexpr auto overflowRow = fifoLevelRow + 1;
 
-/** A view on some devices, "d0" first in the machine and so last in the view. */
+/** A view on some devices; "d0", the first in the machine, is the last in the view. */
 struct ContentTests : public testing::Test
 {
     TestMachine machine;
@@ -22,7 +22,7 @@ struct ContentTests : public testing::Test
     std::unique_ptr<DeviceList> devices;
     std::unique_ptr<Content> content;
 
-    /** Its playback count is 111, that of the next one 222, and so on. */
+    /** The first driver's playback count is 111, the second's 222, and so on. */
     TestDriver& addDriver()
     {
         const auto name = "d" + std::to_string (drivers.size());
@@ -58,7 +58,7 @@ struct ContentTests : public testing::Test
         return found;
     }
 
-    /** Texts of some labels: three of the status, the rows' after them. */
+    /** Texts of some labels: the three of the status come first, then those of the rows. */
     juce::String labels (std::size_t first, std::size_t number) const
     {
         const auto all = find<juce::Label>();
@@ -67,7 +67,7 @@ struct ContentTests : public testing::Test
 
     juce::String status() const { return labels (0, 3); }
 
-    /** The columns' figures of one row. */
+    /** The figures that the columns show in one row. */
     juce::String figures (std::size_t row) const
     {
         return join (find<Column>(), "|", [row] (auto* column) { return column->getText (row); });
@@ -141,7 +141,7 @@ TEST_F (ContentTests, streamStatusFollowsTheNewestDevice)
     EXPECT_EQ (status(), "0 Hz|0 samples|unknown");
 }
 
-/** The one called so, among all that the toolkit hands to a screen reader; null when there is none. */
+/** The element of that name among all that the toolkit hands to a screen reader; null when there is none. */
 const juce::AccessibilityHandler* findByTitle (const juce::AccessibilityHandler& handler, const juce::String& title)
 {
     if (handler.getTitle() == title)
@@ -154,7 +154,7 @@ const juce::AccessibilityHandler* findByTitle (const juce::AccessibilityHandler&
     return nullptr;
 }
 
-/** The screen reader's help is the tip that one gets by pointing. */
+/** A screen reader's help text is the tip that pointing shows. */
 TEST_F (ContentTests, figuresAreReadAloudAndJudgedByTheBufferTime)
 {
     makeContent (1);
@@ -170,7 +170,7 @@ TEST_F (ContentTests, figuresAreReadAloudAndJudgedByTheBufferTime)
     const auto* name = findByTitle (*list, "Interface");
     ASSERT_NE (name, nullptr);
 
-    // Buffers last 11.61 ms.
+    // The buffer time is 11.61 ms.
     StatisticsBlock block {};
     LARGE_INTEGER frequency {};
     QueryPerformanceFrequency (&frequency);
@@ -225,7 +225,7 @@ TEST_F (ContentTests, whatSaveWouldAppendIsCopied)
     EXPECT_TRUE (copied.contains ("d0\r\nARM code: 0.0\r\n")) << copied;
 }
 
-/** A change is followed at once; those that come before the message loop has had a turn share the next rebuild. */
+/** A change is followed at once. Changes that come before the message loop has had a turn share the next rebuild. */
 TEST_F (ContentTests, changesOfAStormLeaveRoomForInput)
 {
     makeContent (1);
@@ -243,7 +243,7 @@ TEST_F (ContentTests, changesOfAStormLeaveRoomForInput)
     EXPECT_EQ (newest().count (TestDriver::mapStatistics), 2);
 }
 
-/** The figures of a device that fails or dies stay as they were, and those of the others are new. */
+/** A device that fails or dies keeps its figures; those of the others move on. */
 TEST_F (ContentTests, failingAndDeadDriversLeaveTheirFigures)
 {
     makeContent (2);

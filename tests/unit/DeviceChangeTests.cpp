@@ -16,7 +16,7 @@
 namespace
 {
 
-/** Writes down who came and who went. */
+/** Records which devices came and went. */
 struct Listener : public juce::MessageListener
 {
     void handleMessage (const juce::Message& message) override
@@ -39,7 +39,7 @@ struct DeviceChangeTests : public testing::Test
         driver.setStatistics (block);
     }
 
-    /** Each device has a figure of its own, the last letter of its name. */
+    /** Each device shows a figure of its own: the last letter of its name. */
     std::unique_ptr<TestDriver> plugIn (const std::string& name)
     {
         auto driver = std::make_unique<TestDriver> (machine, TestDriver::Setup { .name = name });
@@ -47,7 +47,7 @@ struct DeviceChangeTests : public testing::Test
         return driver;
     }
 
-    /** What the system tells about an open file of an interface, which its folder stands for. */
+    /** Sends the system's notification about an open file of an interface; the folder stands for the file. */
     void tellOfFile (DeviceList& devices, const std::string& name, WPARAM event)
     {
         DEV_BROADCAST_HANDLE message {};
@@ -58,7 +58,7 @@ struct DeviceChangeTests : public testing::Test
         notify.handleWin32Message (WM_DEVICECHANGE, event, reinterpret_cast<LPARAM> (&message));
     }
 
-    /** What the system tells about the interface itself. */
+    /** Sends the system's notification about the interface itself. */
     static void
         tell (CDevChangeNotify& notify, WPARAM event, const juce::String& path, DWORD type = DBT_DEVTYP_DEVICEINTERFACE)
     {
@@ -69,7 +69,7 @@ struct DeviceChangeTests : public testing::Test
         notify.handleWin32Message (WM_DEVICECHANGE, event, reinterpret_cast<LPARAM> (message));
     }
 
-    /** Names and figures of the columns, in their order, after a tick. */
+    /** Names and figures of the columns after a tick, in the order of the columns. */
     static juce::StringArray tick (Content& content)
     {
         content.timerCallback();
@@ -82,14 +82,14 @@ struct DeviceChangeTests : public testing::Test
         return shown;
     }
 
-    /** Waits until it has, in this order. */
+    /** Waits for these changes, in this order. */
     bool hasHeard (const char* changes) const
     {
         return runMessagesUntil ([&] { return listener.changes == changes; });
     }
 };
 
-/** What came and went between the first listing and the start of the notifications is made up for. */
+/** Changes between the first listing and the start of the notifications are found, too. */
 TEST_F (DeviceChangeTests, everyChangeReachesTheListener)
 {
     auto a = plugIn ("a"), b = plugIn ("b");
@@ -110,7 +110,7 @@ TEST_F (DeviceChangeTests, everyChangeReachesTheListener)
     EXPECT_EQ (namesOf (devices), "d,c");
 }
 
-/** Notifications by hand, as other systems send them. */
+/** Sends notifications by hand, as other systems send them. */
 TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
 {
     const auto a = plugIn ("a");
@@ -156,7 +156,7 @@ TEST_F (DeviceChangeTests, onlyConfirmedRemovalsOfInterfacesCount)
     EXPECT_EQ (countAfter (DBT_DEVICEREMOVECOMPLETE, path), 1) << "nobody listens any more";
 }
 
-/** Alike to whoever decodes them, or but for case. */
+/** The names look the same once they are decoded, or differ only in case. */
 TEST_F (DeviceChangeTests, interfacesAreTheSameByEveryByteOfTheirNames)
 {
     std::vector<std::unique_ptr<TestDriver>> drivers;
@@ -177,7 +177,7 @@ TEST_F (DeviceChangeTests, interfacesAreTheSameByEveryByteOfTheirNames)
     EXPECT_EQ (devices.getNumDevices(), 3);
 }
 
-/** A message that finds no device ends the program. */
+/** A list that is empty when its message arrives would end the program. */
 TEST_F (DeviceChangeTests, catchingUpNeverTakesTheLastDeviceThatIsThere)
 {
     const auto a = plugIn ("a");
@@ -202,7 +202,7 @@ TEST_F (DeviceChangeTests, catchingUpNeverTakesTheLastDeviceThatIsThere)
     ASSERT_TRUE (hasHeard ("+"));
 }
 
-/** Their driver lives on where nobody finds it. */
+/** The driver of the former folder lives on, where nobody finds it. */
 TEST_F (DeviceChangeTests, foldersThatAreMadeAgainAreFollowedAgain)
 {
     const auto a = plugIn ("a");
@@ -222,7 +222,7 @@ TEST_F (DeviceChangeTests, foldersThatAreMadeAgainAreFollowedAgain)
     EXPECT_EQ (namesOf (devices), "c,b,a");
 }
 
-/** A driver's update is asked for with a query, which an open handle forbids. */
+/** Before a driver is updated the system asks, and an open handle would forbid it. */
 TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndStaysKeepsItsPlace)
 {
     const auto a = plugIn ("a"), b = plugIn ("b");
@@ -279,7 +279,7 @@ TEST_F (DeviceChangeTests, aDeviceThatIsToGoAndGoesLeavesTheListWithItsInterface
     EXPECT_EQ (namesOf (devices), "a,b");
 }
 
-/** It ends with the entry that is being read when the system asks. */
+/** The reading ends with the entry that is being read when the system asks. */
 TEST_F (DeviceChangeTests, aLogBeingReadDoesNotKeepADeviceFromGoing)
 {
     const auto a = plugIn ("a");
@@ -313,7 +313,7 @@ TEST_F (DeviceChangeTests, aLogBeingReadDoesNotKeepADeviceFromGoing)
     EXPECT_EQ (numRead, 1);
 }
 
-/** A device that comes is no matter then. */
+/** Without a view, a device that comes changes nothing. */
 TEST_F (DeviceChangeTests, withoutAViewOnlyARemovalQuits)
 {
     const auto isQuitting = [] { return juce::MessageManager::getInstance()->hasStopMessageBeenSent(); };
@@ -337,7 +337,7 @@ TEST_F (DeviceChangeTests, withoutAViewOnlyARemovalQuits)
 }
 
 //==============================================================================
-/** A view that a machine changes under. */
+/** A view on a machine that keeps changing. */
 struct DeviceChangeSoakTests : public DeviceChangeTests
 {
     const std::unique_ptr<TestDriver> anchor = plugIn ("anchor");
@@ -372,7 +372,7 @@ struct DeviceChangeSoakTests : public DeviceChangeTests
         }
     }
 
-    /** What the view is to show, in alphabetical order. */
+    /** What the view should show, in alphabetical order. */
     juce::StringArray present() const
     {
         juce::StringArray expected { "anchor 114" };
@@ -420,17 +420,17 @@ TEST_F (DeviceChangeSoakTests, viewFollowsAThousandChanges)
         EXPECT_TRUE (runMessagesUntil ([&] { return devices.getNumDevices() == 1; }));
     };
 
-    // The first round warms up what lives as long as the process.
+    // The first round makes what lives as long as the process.
     soak (20);
     const int descriptors = countOfProcess ("fd"), threads = countOfProcess ("task");
     soak (1000);
 
-    // A driver closes its end of a connection some time after the program has closed the other.
+    // A driver closes its end of a connection some time after the program has closed its own.
     EXPECT_TRUE (waitFor ([&] { return countOfProcess ("fd") <= descriptors; })) << countOfProcess ("fd");
     EXPECT_TRUE (waitFor ([&] { return countOfProcess ("task") <= threads; })) << countOfProcess ("task");
 }
 
-/** The application's start and stop, its notification thread included, while interfaces never stop coming and going. */
+/** The application starts and stops, notification thread and all, while interfaces keep coming and going. */
 TEST_F (DeviceChangeSoakTests, startsAndStopsInAStormOfChanges)
 {
     const int threads = countOfProcess ("task");

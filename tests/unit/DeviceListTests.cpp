@@ -91,7 +91,7 @@ TEST (DeviceListTests, capabilitiesMayBeShortAndMustNotBeLong)
     putWord (full, 4, 0xABCDEF77);
     putWord (full, 164, 0x05060708);
 
-    // A record that claims a longer reply to a probe than there is room for gets as much as there is room for.
+    // A record that claims a longer probe reply than the reply area holds gets the size of that area.
     constexpr auto huge = 0xFFFFFFFFu;
 
     for (const auto& [size, first, second, vendor, armVersion, probeSize] :
@@ -176,7 +176,7 @@ TEST (DeviceListTests, machineThatIsNotThereHasNoDevices)
     EXPECT_EQ (countDevices (machine.getPath()), 1) << "files and links among the interfaces are none";
     EXPECT_TRUE (HostControllerList().isEmpty());
 
-    // Only root can make somebody else's folder.
+    // Only root can give a folder to somebody else.
     if (::geteuid() == 0)
     {
         ASSERT_EQ (::chown (machine.getPath().c_str(), 12345, 12345), 0);

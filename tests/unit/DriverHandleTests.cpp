@@ -16,7 +16,7 @@ using Outcome = DriverHandle::Outcome;
 constexpr Duration never = 24h;
 WaitBudget::Time now;
 
-/** A driver on a clock of our own that answers each request with its number, and when it likes. */
+/** A driver on a simulated clock. It answers each request with the request's number, after the delay it is given. */
 struct Driver
 {
     struct Line final : public DriverLine
@@ -69,7 +69,7 @@ struct Driver
     WaitBudget::Time moved = now;
 };
 
-/** Drivers that are looked at four times a second, the last one, the newest, for two things. */
+/** Drivers that are asked for their figures four times a second; the last, which is the newest, twice each time. */
 struct DriverHandleTests : public testing::Test
 {
     DriverHandleTests()
@@ -86,7 +86,7 @@ struct DriverHandleTests : public testing::Test
         return *drivers.back();
     }
 
-    /** @returns how long it took */
+    /** Asks all drivers; returns how long that took. */
     Duration tick()
     {
         const auto start = now;
@@ -162,13 +162,13 @@ TEST_F (DriverHandleTests, silenceOfManyIsWaitedForOnceAndTakesNothingFromTheGoo
     EXPECT_EQ (resetAll() + tick(), 4ms) << "only the good one is asked";
     EXPECT_EQ (good.numAsked, 7);
 
-    // A newest one that is silent at its first request, and a machine so busy that good ones take long.
+    // The newest driver is silent from its first request on, and a busy machine slows the good ones down.
     auto& newest = add (never);
     good.answerAfter (150ms);
     EXPECT_EQ (newest.request (Kind::lasting), Outcome::unanswered);
     EXPECT_EQ (good.request (Kind::lasting), Outcome::succeeded);
 
-    // Nor does an answer that takes its time, nor a thread that waits at the same time as another.
+    // The same holds for a slow answer, and for two threads that wait at the same time.
     good.answerAfter (90ms);
 
     for (int i = 0; i < 100; ++i)
@@ -191,7 +191,7 @@ TEST_F (DriverHandleTests, driversThatAreAskedAheadWorkAtTheSameTime)
     EXPECT_EQ (tick(), 60ms) << "one look at all of them, and one at the newest";
     EXPECT_EQ (drivers.front()->numAsked, 1);
 
-    // What changes something has its turn behind the look, and makes it old.
+    // A request that changes something waits for the outstanding look, whose answer is then dropped.
     auto& driver = *drivers.front();
     driver.handle.ask (1, "c", 1, &driver.figure, 1);
     EXPECT_EQ (driver.request (Kind::act), Outcome::succeeded);
@@ -200,7 +200,7 @@ TEST_F (DriverHandleTests, driversThatAreAskedAheadWorkAtTheSameTime)
     EXPECT_EQ (driver.figure, 4);
 }
 
-/** What is asked again takes a late answer, and what changes something is done again. */
+/** A look or a mapping that is asked for again accepts the late answer; what changes something is sent again. */
 TEST_F (DriverHandleTests, lateAnswersServeLooksOnly)
 {
     auto& driver = add (0ms);

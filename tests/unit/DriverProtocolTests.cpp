@@ -54,10 +54,10 @@ TEST_F (DriverProtocolTests, requestsCarryTheirWordsAndNothingElse)
     {
         std::size_t size;
         std::uint32_t outputSize;
-        Words words; // 0 behind them
+        Words words; // followed by zeros
     };
 
-    // The reset is two, and the driver's words of a transaction go back with the next one.
+    // A reset takes two requests. The driver's own words of a transaction go back to it with the next one.
     const Request expected[] { { 64, 64, { 0, 0, 3 } },           { 64, 64, { 0, 0, 0x13, 0x1234 } },
                                { 64, 64, { 0, 0, 8 } },           { 92, 92, { 0, 22, 0, 0, 0, 4, 0, 0xFFFFFFFF } },
                                { 92, 92, { 0, 22, 0, 0, 0, 4 } }, { 28, 64, { 0, 6, 0xAB, 0xCD000000, 0, 1 } } };
@@ -103,12 +103,12 @@ TEST_F (DriverProtocolTests, failuresLeaveTheFigures)
     EXPECT_EQ (device->readEventEntry (0, entry), 1);
     EXPECT_EQ (device->probe(), 1);
 
-    // Whatever the driver says, the firmware has counters of its own.
+    // The firmware's counters are cleared whatever the driver says.
     device->resetStatistics();
     EXPECT_EQ (driver.count (TestDriver::clearCounters), 1);
 }
 
-/** A reply overwrites the request, and what it leaves out stays as it was asked. */
+/** A reply overwrites the request; what a short reply leaves out stays as it was sent. */
 TEST_F (DriverProtocolTests, requestAndReplyShareOneBuffer)
 {
     driver.counterWords = { 5, 6, 0, 0, 512 };
@@ -123,7 +123,7 @@ TEST_F (DriverProtocolTests, requestAndReplyShareOneBuffer)
     EXPECT_EQ (entry.timestamp, 3);
 }
 
-/** A reply too short or too long breaks the handle, as does none at all; opening the device again mends it. */
+/** A reply that is too short, too long or missing breaks the handle; opening the device again mends it. */
 TEST_F (DriverProtocolTests, brokenRepliesBreakTheHandleOnly)
 {
     // An empty packet closes the connection in the middle of the request.
@@ -147,7 +147,7 @@ TEST_F (DriverProtocolTests, brokenRepliesBreakTheHandleOnly)
 
 #define ROW(part, Record, field, meaning) std::tuple (part, offsetof (Record, field), sizeof (Record::field), meaning)
 
-/** Drivers are written from docs/driver-interface.md: its class id, codes, offsets and sizes are the code's. */
+/** Drivers are written from docs/driver-interface.md, so its class id, codes, offsets and sizes must match the code. */
 TEST (DriverInterfaceTests, thePageSaysWhatTheCodeDoes)
 {
     const auto page = juce::File (QUENDEL_ROOT "docs/driver-interface.md").loadFileAsString();
@@ -213,7 +213,7 @@ TEST (DriverInterfaceTests, thePageSaysWhatTheCodeDoes)
     }
 }
 
-/** The same of the names in docs/machine-folder.md. */
+/** The same for the names in docs/machine-folder.md. */
 TEST (DriverInterfaceTests, theMachineFolderIsLaidOutAsItsPageSays)
 {
     using namespace MachineLayout;

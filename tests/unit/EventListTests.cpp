@@ -147,7 +147,7 @@ TEST_F (EventListTests, rowsHaveTheirColoursAndEveryCellItsText)
     EXPECT_EQ (look (0, true, EventList::timeColumn), 0xffadd8e6);
     EXPECT_EQ (look (1, false, EventList::timeColumn), 0xffffffff);
 
-    // A table is white below its last row, too.
+    // Below its last row the table is white, too.
     events.setSize (800, 500);
     EXPECT_EQ (events.createComponentSnapshot (events.getLocalBounds()).getPixelAt (400, 400), juce::Colours::white);
 }
@@ -170,7 +170,7 @@ TEST_F (EventListTests, headersSortByTheirKeyAndAlwaysUpwards)
     EXPECT_EQ (sort (EventList::timeColumn, true), "0.000 10.000 11.000 30.000");
 }
 
-/** Sorting must stay within a strict weak order, and arithmetic and texts within what is defined. */
+/** Sorting keeps a strict weak ordering, arithmetic stays defined, and texts stay finite. */
 TEST_F (EventListTests, hostileLogsAreSortedAndShownAllTheSame)
 {
     constexpr std::int64_t extremes[] { INT64_MIN, INT64_MIN + 1, -1, 0, 1, INT64_MAX - 1, INT64_MAX };
@@ -246,7 +246,7 @@ TEST_F (EventListTests, aNameThatIsTooLongForItsTabEndsInDots)
     EXPECT_EQ (tab->getTitle(), juce::String (name));
     EXPECT_EQ (tabs.getTabbedButtonBar().getTabButton (1)->getButtonText(), "Two");
 
-    // Tabs that have to share a narrow window are shorter.
+    // In a narrow window tabs are shorter.
     tabs.setSize (300, 554);
     EXPECT_LT (tab->getWidth(), 200);
     EXPECT_TRUE (tab->getButtonText().endsWith ("m...")) << tab->getButtonText();

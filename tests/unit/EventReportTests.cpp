@@ -59,12 +59,12 @@ TEST_F (EventReportTests, linesHoldTheirFiveFields)
            std::pair { timeless, "000001,?,?,Deck:0,Listen attach" },
            std::pair { elsewhere, "000001,0.000,0,:0,Listen attach" },
 
-           // Halfway between two, a number is rounded to the even one, with every C library.
+           // A number halfway between two is rounded to the even one, with every C library.
            std::pair { makeRecord (1012345, 12345, 2, 1), "000001,1.234,1234,Deck:1,Listen complete" },
            std::pair { makeRecord (999999, -5, 2, 1), "000001,-0.000,-0,Deck:1,Listen complete" } })
         EXPECT_EQ (secondLine (event, deck), expected);
 
-    // The report takes the ordinal as unsigned where the table takes it as signed.
+    // The report shows the ordinal as unsigned, the table as signed.
     juce::StringArray many;
 
     for (int i = 0; i <= 200; ++i)
@@ -109,10 +109,10 @@ TEST_F (EventReportTests, fileThatCannotBeWrittenIsNoMatter)
 }
 
 //==============================================================================
-/** The task itself, with its window. */
+/** The task with its window. */
 struct SaveReportTaskTests : public EventReportTests
 {
-    /** Runs the task, and something else some time after its start. */
+    /** Runs the task, and an action some time after its start. */
     juce::String runAndDo (const juce::Array<EventRecord>& rows, int delayMs, const std::function<void()>& action) const
     {
         juce::Timer::callAfterDelay (delayMs, action);
@@ -123,7 +123,7 @@ struct SaveReportTaskTests : public EventReportTests
 
 TEST_F (SaveReportTaskTests, cancelAtAnyMomentLeavesWholeLines)
 {
-    // Far more than is written before the window's timer hears of the click.
+    // Far more rows than are written before the window's timer notices the click.
     const auto rows = makeRows (500000);
     const auto whole = write (rows);
     std::mt19937 random (7);
@@ -160,7 +160,7 @@ TEST_F (SaveReportTaskTests, returnDoesNotCancel)
     EXPECT_EQ (text.length(), write (rows).length());
 }
 
-/** A quit ends the task in order instead of leaving it waiting for ever for a message loop that has stopped. */
+/** A quit ends the task in order; it must not wait for a message loop that has stopped. */
 TEST_F (SaveReportTaskTests, quitEndsTheTask)
 {
     const auto text = runAndDo (makeRows (200000), 30, [] { juce::MessageManager::getInstance()->stopDispatchLoop(); });

@@ -20,14 +20,14 @@ protected:
         ring->append ({ time, parameter, EventType::talkComplete, 0 });
     }
 
-    /** An event in each millisecond from the last one on. */
+    /** Adds an event for each millisecond since the last one. */
     void passUntil (std::int64_t end)
     {
         while (now < end)
             append (now++);
     }
 
-    /** The spans without a gap in it. */
+    /** The spans of time that the log holds without a gap. */
     std::string describe() const
     {
         std::ostringstream text;
@@ -70,13 +70,13 @@ TEST_F (EventRingTests, keepWhatIsAroundTheLastXruns)
     passUntil (40'000);
     EXPECT_EQ (describe(), "2990-5990 26617-39999 ");
 
-    // Two that are near each other.
+    // Two xruns near each other.
     ring->markXrun (39'000, 1000);
     ring->markXrun (39'500, 1000);
     passUntil (60'000);
     EXPECT_EQ (describe(), "2990-5990 37000-40500 50118-59999 ");
 
-    // They have half of the log, and of them, too, the oldest goes first.
+    // What is around xruns has half of the log, and the oldest of it goes first, too.
     ring->markXrun (60'000, 1000);
     passUntil (90'000);
     EXPECT_EQ (describe(), "4301-5990 37000-40500 58000-61000 81808-89999 ");

@@ -20,7 +20,7 @@ using namespace PipeWire;
 using DriverProtocol::EventType;
 
 //==============================================================================
-/** What the profiler writes is made of pods: whole words of eight bytes, the first of which has type and size. */
+/** The profiler writes pods, which are whole words of eight bytes; the first word has type and size. */
 using Words = std::vector<std::uint64_t>;
 
 constexpr std::uint64_t makeHeader (std::uint64_t type, std::uint64_t size)
@@ -59,7 +59,7 @@ void addCycle (Words& words, std::uint64_t duration, std::uint64_t driverKey = 0
     addProperty (driverKey, { integer, 35, name, 'd', number, 100, number, 200, number, 300, number, 400, integer, 3 });
     addProperty (0x20001, { integer, 45, name, 'f', number, 0, number, 210, number, 220, number, never, integer, 1 });
 
-    // Newer profilers tell of xruns, of asynchronous work, and of a clock of the follower's own.
+    // Newer profilers add xruns, asynchronous work, and a clock of the follower's own.
     Words follower { integer, 46, name, 'f', number, 0, number, 210, number, 220, number, 230, integer, 3 };
     follower.insert (follower.end(), { fraction, rate, integer, 9, makeHeader (2, 4), 1 });
     addProperty (0x20001, follower);
@@ -71,10 +71,10 @@ void addCycle (Words& words, std::uint64_t duration, std::uint64_t driverKey = 0
     addPod (words, objectType, object);
 }
 
-/** The fuzz target sees to what is not whole. */
+/** Incomplete messages are the fuzz target's business. */
 TEST (PipeWireProfileTests, cyclesAreReadAsTheProfilerWritesThem)
 {
-    Words objects { integer, 1 }, message; // something else is passed over
+    Words objects { integer, 1 }, message; // an object of another kind is skipped
     addCycle (objects, INT64_MAX);
     addCycle (objects, 1024);
     addCycle (objects, 1024, 0x20002); // without a driver
@@ -107,10 +107,10 @@ TEST (PipeWireProfileTests, cyclesAreReadAsTheProfilerWritesThem)
 //==============================================================================
 constexpr std::uint32_t sink = 35, source = 36, player = 45, recorder = 46, filter = 47, foreign = 50;
 
-// Numbers of interfaces.
+// Ids of devices.
 constexpr std::uint32_t ours = 1, theirs = 2, playersOwn = 3;
 
-// A millisecond has so many of the nanoseconds that cycles have, and of the ticks that figures and events have.
+// A millisecond, in the nanoseconds of cycles and in the ticks of figures and events.
 constexpr std::int64_t millisecond = 1'000'000, ticks = 10'000;
 
 double inMs (std::int64_t numTicks)
@@ -118,13 +118,14 @@ double inMs (std::int64_t numTicks)
     return static_cast<double> (numTicks) / ticks;
 }
 
-/** A device with a sink and a source, its clients, and another device's sink, in cycles that the test describes; times
-    are milliseconds. */
+/** A device with a sink and a source, its clients, and another device's sink, in cycles that the test describes with
+    times in milliseconds.
+*/
 class PipeWireFiguresTests : public testing::Test
 {
 protected:
     using Counts = std::vector<std::uint32_t>;
-    using Event = std::tuple<EventType, std::int64_t, std::uint32_t, int>; // with milliseconds
+    using Event = std::tuple<EventType, std::int64_t, std::uint32_t, int>; // the time is in milliseconds
 
     PipeWireFiguresTests()
     {
@@ -140,7 +141,7 @@ protected:
         cycle.duration = 480;
     }
 
-    /** Times count from the signal of the cycle that it will be in. */
+    /** A node that did its work; times count from the signal of its cycle. */
     static NodeCycle follow (std::uint32_t id, std::int64_t signal, std::int64_t awake, std::int64_t finish)
     {
         NodeCycle node;
@@ -152,7 +153,7 @@ protected:
         return node;
     }
 
-    /** One that was signalled, but did nothing; with a signal below 0 its turn has not come. */
+    /** A node that was signalled and did nothing. With a signal below 0 its turn has not come. */
     static NodeCycle stall (std::uint32_t id, std::int64_t signal = 0)
     {
         auto node = follow (id, signal, -1000, -1000);
@@ -160,8 +161,8 @@ protected:
         return node;
     }
 
-    /** One cycle, so long after the one before; unless all finish, the next one begins with its end. Returns the sync
-        count. */
+    /** Reports one cycle, at a distance from the one before. If not all finish, the next cycle begins as this one ends.
+        Returns the sync count. */
     std::uint32_t run (std::int64_t distance, std::vector<NodeCycle> followers, std::uint32_t driver = sink)
     {
         const auto previous = std::exchange (time, time + distance * millisecond);
@@ -200,7 +201,7 @@ protected:
                 journal.add ("Deck", xrun);
     }
 
-    /** The statistics: numbers of cycles, then averages and maxima. */
+    /** The statistics: numbers of cycles, averages and maxima. */
     std::string describe() const { return describe (figures); }
 
     static std::string describe (const DeviceFigures& figures)
@@ -239,21 +240,21 @@ protected:
     XrunJournal journal;
     Cycle cycle;
     std::int64_t time = 100'000 * millisecond;
-    bool isInAnotherProcess = false; // the driver
-    bool isCut = false;              // a cycle ends too late for another reason than its followers
+    bool isInAnotherProcess = false; // the driver is
+    bool isCut = false;              // a cycle ends late, and no follower is the reason
 };
 
 TEST_F (PipeWireFiguresTests, timesAreThoseOfTheCycles)
 {
-    // The sink waits for the player, which works three milliseconds: no wait of its own.
+    // The sink waits while the player works for three milliseconds, which is no wait for the sink itself.
     const std::vector quick { follow (player, 0, 1, 2) };
-    run (1000, quick); // the distance to what was before is none of this run's
+    run (1000, quick); // the distance to the cycle before does not count
     run (10, quick);
     run (14, { follow (filter, 5, 9, 10), follow (player, 0, 2, 5) });
     EXPECT_EQ (describe(), "playback 3: 12 14, record 0: 0 0, wake-up 2 4, host 5.3333 10");
     EXPECT_EQ (describe (clientFigures), "playback 3: 12 14, record 0: 0 0, wake-up 1.3333 2, host 1.6666 3");
 
-    // A report that was lost makes no long period, and a cycle of somebody else's device is none of this one's.
+    // A lost report makes no long period, and a cycle of another device is not counted.
     figures.resetStatistics();
     time += 10 * millisecond;
     cycle.position += cycle.duration;
@@ -262,13 +263,13 @@ TEST_F (PipeWireFiguresTests, timesAreThoseOfTheCycles)
     EXPECT_EQ (describe(), "playback 1: 10 10, record 0: 0 0, wake-up 0 0, host 3 3");
     EXPECT_EQ (count(), (Counts { 0, 0, 0, 1 }));
 
-    // A driver in another process tells of no signal before its own.
+    // A driver in another process does not tell when the signal before its own was.
     isInAnotherProcess = true;
     run (10, {});
     figures.resetStatistics();
     run (14, {});
     cycle.position += cycle.duration;
-    run (20, {}); // one before it was lost
+    run (20, {}); // the report before this one was lost
     run (10, { stall (player) });
     run (10, {});
     EXPECT_EQ (describe(), "playback 4: 11.3333 14, record 0: 0 0, wake-up 0 0, host 3 3");
@@ -278,16 +279,16 @@ TEST_F (PipeWireFiguresTests, nothingIsComparedWithWhatWasBeforeAnotherQuantum)
 {
     run (40, { follow (player, 0, 7, 9) });
     run (40, { follow (player, 0, 7, 9) });
-    cycle.rate = 0; // not told
+    cycle.rate = 0; // the driver does not tell
     cycle.duration = 96;
-    run (40, { follow (player, 0, 7, 9) }); // the cycle that ends here had the old length, and so has the next one
+    run (40, { follow (player, 0, 7, 9) }); // the cycle that ends here and the next one have the old length
     run (40, { follow (player, 0, 7, 9) });
     run (2, {});
     EXPECT_EQ (describe(), "playback 5: 2 2, record 0: 0 0, wake-up 0 0, host 3 3");
     EXPECT_EQ (figures.getSampleRate(), 48000u);
     EXPECT_EQ (figures.getBufferSize(), 96u);
 
-    // The clock of a cycle that is late is the next one's.
+    // A late cycle is reported with the clock of the next one.
     cycle.duration = 480;
     run (2, { stall (player) });
     EXPECT_EQ (figures.getBufferSize(), 96u);
@@ -315,7 +316,7 @@ TEST_F (PipeWireFiguresTests, lateClientIsAnXrunOfWhatItIsLinkedTo)
     run (10, { stall (recorder), follow (sink, 0, 0, 0) }, source);
     EXPECT_EQ (count(), (Counts { 2, 1, 0, 3 }));
 
-    // The miss of somebody else's client is somebody else's, and so is a cut of the graph.
+    // A miss of another device's client is not counted here, nor is a cut of the graph.
     run (10, { stall (99), follow (sink, 0, 0, 0) }, source);
     isCut = true;
     run (10, { follow (sink, 0, 0, 0), follow (player, 0, 1, 2) }, source);
@@ -336,7 +337,7 @@ TEST_F (PipeWireFiguresTests, lateClientIsNamedWhenItIsBack)
                (std::vector<std::string> {
                    "1970-01-01 01:01:40.023 Deck: underrun, player (process 4711) was 11.0 ms late" }));
 
-    // Who never comes back is not waited for.
+    // A client that never comes back is not waited for.
     run (10, { stall (recorder), follow (sink, 0, 0, 0) }, source);
     run (3010, {}, foreign);
     EXPECT_EQ (
@@ -346,7 +347,7 @@ TEST_F (PipeWireFiguresTests, lateClientIsNamedWhenItIsBack)
 
 TEST_F (PipeWireFiguresTests, asynchronousClientHasUntilTheNextSignal)
 {
-    // Told of with the cycle after the one that it is about; signalled anew meanwhile, it has not finished that.
+    // Its work is reported one cycle later. It has been signalled again by then and has not finished that.
     auto client = follow (player, -10, -9, -6);
     client.isFinished = false;
     run (10, { client });
@@ -355,15 +356,15 @@ TEST_F (PipeWireFiguresTests, asynchronousClientHasUntilTheNextSignal)
     EXPECT_EQ (count(), (Counts { 0, 0, 0, 1 }));
     EXPECT_EQ (describe(), "playback 2: 10 10, record 0: 0 0, wake-up 1 1, host 4 4");
 
-    client.awake = client.finish = -15 * millisecond; // of an earlier signal
+    client.awake = client.finish = -15 * millisecond; // they belong to an earlier signal
     run (10, { client });
     EXPECT_EQ (count(), (Counts { 1, 0, 0, 1 }));
     EXPECT_EQ (describe(), "playback 3: 10 10, record 0: 0 0, wake-up 1 1, host 6 10");
     EXPECT_EQ (readLastEvent(), (Event { EventType::debugCounts, time / millisecond, 1, 1 }));
 
-    client.signal = -25 * millisecond; // no part in this at all
+    client.signal = -25 * millisecond; // it takes no part in this cycle
     run (10, { client });
-    client.signal = -10 * millisecond; // newer PipeWires say that it is none
+    client.signal = -10 * millisecond; // newer PipeWires say that it is not asynchronous
     client.isAsynchronous = false;
     run (10, { client });
     EXPECT_EQ (count(), (Counts { 1, 0, 0, 1 }));
@@ -386,7 +387,7 @@ TEST_F (PipeWireFiguresTests, hardwareTellsOfXrunsAndOfItsFifo)
     EXPECT_EQ (runWith (7, 96, source, client), (Counts { 2, 0, 102, 2 }));
     EXPECT_EQ (runWith (1, 96, source, client), (Counts { 2, 0, 102, 2 })) << "another start of the driver's";
 
-    // Older PipeWires count a follower's to its driver, and whose it was nobody knows.
+    // Older PipeWires count a follower's xrun as its driver's, so nobody knows whose it was.
     EXPECT_EQ (runWith (2, 96, source, follower), (Counts { 3, 1, 102, 3 }));
 
     follower.xruns = 7;
@@ -395,7 +396,7 @@ TEST_F (PipeWireFiguresTests, hardwareTellsOfXrunsAndOfItsFifo)
     follower.xruns = 10;
     EXPECT_EQ (runWith (3, 96, source, follower), (Counts { 6, 2, 102, 3 }));
 
-    // Following another device, it has what it tells itself; a clock that tells nothing leaves nothing behind.
+    // When it follows another device, what it tells itself counts; a clock that tells nothing changes nothing.
     follower.xruns = 11;
     EXPECT_EQ (runWith (9, 480, foreign, follower), (Counts { 7, 2, 204, 4 }));
     follower.delay.reset();
@@ -410,7 +411,7 @@ TEST_F (PipeWireFiguresTests, offsetIsMeasuredBetweenTwoDrivers)
         EXPECT_EQ (describe().find ("offset"), std::string::npos) << "one driver signals both at once";
     }
 
-    // Each has a graph of its own now: the sink's cycles begin so long after the source's.
+    // Source and sink each drive a graph now; the sink's cycles begin that long after the source's.
     for (const auto distance : { 1, 3, 9 })
     {
         run (10, {}, source);
@@ -443,7 +444,7 @@ TEST_F (PipeWireFiguresTests, startsStopsAndLossesOfTheClockAreCountedAndLogged)
     EXPECT_EQ (run (10, {}), 3u) << "the clock jumped";
     EXPECT_EQ (run (10, { follow (sink, 0, 1, 2) }, foreign), 4u) << "it follows another driver from now on";
 
-    // Small corrections of the clock are its daily work.
+    // Small corrections of the clock are routine.
     run (10, {});
     cycle.rateDifference = 1.000005;
     run (10, {});

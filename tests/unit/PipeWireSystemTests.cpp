@@ -14,7 +14,7 @@ using namespace PipeWire;
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
-/** A folder with made up files of the kernel's. */
+/** A folder with invented files of the kernel. */
 class PipeWireSystemTests : public testing::Test
 {
 protected:
@@ -47,7 +47,7 @@ TEST_F (PipeWireSystemTests, theKernelsComplaintsAreThoseOfItsFireWireDrivers)
     EXPECT_TRUE (isBelow (card, "fw1.0") && isBelow (card, "0000:05:00.0"));
     EXPECT_FALSE (isBelow (card, "fw1.1") || isBelow ("", "fw1.0"));
 
-    // Daily work, others' complaints, what somebody has written who is not the kernel, and what is not whole.
+    // Routine messages, other drivers' complaints, lines that the kernel did not write, and incomplete ones.
     for (const auto* line : { "5,952,35,-;firewire_core 0000:05:00.0: created device fw1: GUID 000a3500ada83262, S400",
                               "3,953,36,-;usb 1-1: device descriptor read/64, error -71",
                               "11,954,37,-;snd-bebob fw1.0: Detect discontinuity of CIP: 10 50",
@@ -120,7 +120,7 @@ TEST_F (PipeWireSystemTests, onlyWhatIsWrongWithTheMachineIsSaid)
                         "processors save power: their governor is \"powersave\", not \"performance\"",
                         "interrupt 16 is shared: firewire_ohci, ehci_hcd:usb1" }));
 
-    // Limits that allow it are not what is wrong.
+    // Limits that allow real-time priority are no complaint.
     write ("proc/8/limits", "Max realtime priority     95    95");
     EXPECT_EQ (checkMachine (root).size(), 3u);
 }

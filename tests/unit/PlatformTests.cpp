@@ -25,12 +25,12 @@ const StatisticsBlock* getBlock (const OneDevice& one)
     return reinterpret_cast<const StatisticsBlock*> (std::uintptr_t { one.device->getStatisticsAddress() });
 }
 
-/** Whether a block can be read after something has happened in the midst of the reading. */
+/** Whether a block can be read while something happens between two of its fields. */
 bool canRead (
     const StatisticsBlock* block,
     const std::function<void()>& happening = [] {})
 {
-    volatile std::int32_t value = 0; // a read whose result nobody wants is none once it is optimised
+    volatile std::int32_t value = 0; // otherwise the optimiser would drop the read
     return AccessGuard::readBlock (block,
                                    [&] (const auto& reader)
                                    {
@@ -39,8 +39,7 @@ bool canRead (
                                    });
 }
 
-/** A driver that hangs is waited for once, whatever the view does, and all that it has is shown when it answers at
- * last. */
+/** A driver that hangs is waited for only once, whatever the view does. Its figures are shown once it answers. */
 TEST (PlatformTests, silenceOutlivesRebuildsAndWhatIsLateIsShown)
 {
     constexpr int manyRebuilds = 300;
@@ -76,7 +75,7 @@ TEST (PlatformTests, silenceOutlivesRebuildsAndWhatIsLateIsShown)
     }
 }
 
-/** The toolkit takes a lock of another user's, which it may not open, for one that it has. */
+/** The toolkit would take another user's lock, which it cannot open, for its own. */
 TEST (InstanceLockTests, eachUserHasAnother)
 {
     if (::geteuid() != 0)
@@ -90,7 +89,7 @@ TEST (InstanceLockTests, eachUserHasAnother)
     EXPECT_EQ (ours, InstanceLock::getNameForUser ("lock"));
 }
 
-/** A driver that hands out a section with every reply uses up neither the address space nor the descriptors. */
+/** A driver that sends a section with every reply exhausts neither the address space nor the descriptors. */
 TEST (PlatformTests, sectionsThatNobodyAskedForAreNotHoarded)
 {
     OneDevice one;
@@ -116,7 +115,7 @@ TEST (PlatformTests, onlyMemoryFilesAreSections)
 }
 
 //==============================================================================
-/** Writes a report of so many rows, and returns what is in the file then. */
+/** Writes a report with that many rows and returns what the file holds afterwards. */
 juce::String writeReport (
     const juce::File& file,
     int numRows,
@@ -128,7 +127,7 @@ juce::String writeReport (
     return file.loadFileAsString();
 }
 
-/** This name of a file can be opened and not deleted, whoever tries. */
+/** The file is one that can be opened but not deleted, not even by root. */
 TEST (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
 {
     const juce::TemporaryFile temporary;
@@ -139,7 +138,7 @@ TEST (FullDiskTests, earlierReportThatCannotBeDeletedLosesItsLines)
     EXPECT_EQ (writeReport (undeletable, 2), whole);
 }
 
-/** What is in the file is the report's beginning, also when there is room again after a while. */
+/** The file holds the beginning of the report, even if the disk has room again after a while. */
 TEST (FullDiskTests, nothingFollowsLinesThatAreMissing)
 {
     const juce::TemporaryFile temporary;
@@ -163,7 +162,7 @@ TEST (FullDiskTests, nothingFollowsLinesThatAreMissing)
 }
 
 //==============================================================================
-/** Rows before the end of the section are new, the rest stay. */
+/** Rows before the end of the section are updated; the rest keep their values. */
 TEST (AccessGuardTests, shortSectionsYieldTheFiguresTheyHold)
 {
     constexpr double msPerTick = 1000.0 / 1000000;
@@ -194,7 +193,7 @@ TEST (AccessGuardTests, shortSectionsYieldTheFiguresTheyHold)
     }
 }
 
-/** On two threads at once, on one of them again, while the section goes away under the readers. */
+/** Two threads read at once, one of them again, while the section is truncated. */
 TEST (AccessGuardTests, vanishingSectionsEndReadingsOnAnyThread)
 {
     constexpr int rounds = 20;

@@ -18,7 +18,7 @@ using namespace Simulation;
 using namespace DriverProtocol;
 namespace fs = std::filesystem;
 
-// Beside the errors that there are.
+// Not an error code that a reply could carry.
 constexpr std::uint32_t noConnection = 0xFFFF0001;
 
 std::string contentOf (const fs::path& file)
@@ -29,7 +29,7 @@ std::string contentOf (const fs::path& file)
 
 std::int64_t testTime = 0;
 
-/** A simulator with two devices, whose time and whose turns the test gives it. */
+/** A simulator with two devices. The test tells it when to serve and how time passes. */
 class SimulatorOrders : public testing::Test
 {
 protected:
@@ -38,7 +38,7 @@ protected:
         auto pattern = (fs::temp_directory_path() / "quendel-test-XXXXXX").string();
         root = ::mkdtemp (pattern.data());
 
-        // Longer than a socket's address has room for.
+        // Longer than a socket address can hold.
         machine = root / std::string (120, 'm');
         options.machine = machine;
         options.names = { "A", "B" };
@@ -65,14 +65,14 @@ protected:
 
     Section& getSection (std::string_view name) const { return simulator->findDevice (name)->getServer().getSection(); }
 
-    /** The error that a request is answered with. */
+    /** The error code of the reply to a request. */
     std::uint32_t ask (const Client& client, const Bytes& packet)
     {
         EXPECT_GE (::send (client.socket.get(), packet.data(), packet.size(), MSG_NOSIGNAL), 0);
         simulator->serve(); // accepts a new connection
         simulator->serve();
 
-        // The error that a reply begins with.
+        // A reply begins with its error code.
         std::uint32_t error = 0;
         const auto size = ::recv (client.socket.get(), &error, sizeof (error), MSG_DONTWAIT);
         return size > 0 ? error : noConnection;
@@ -96,7 +96,7 @@ TEST_F (SimulatorOrders, ServeADeviceAsProgramsUseIt)
     EXPECT_EQ (fs::status (machine).permissions(), fs::perms::owner_all);
     EXPECT_EQ (contentOf (folderOf (1) / "registry/unique_name"), std::string ("B\0", 2));
 
-    // A reset is to be seen by whoever looks after its reply; nobody else may change what there is to see.
+    // After the reply to a reset the cleared figures can be read, and a reader cannot change them.
     const Client client (folderOf (0));
     const FileDescriptor section (::dup (getSection ("A").getReadOnlyDescriptor()));
     StatisticsBlock block {};
@@ -105,7 +105,7 @@ TEST_F (SimulatorOrders, ServeADeviceAsProgramsUseIt)
     EXPECT_EQ (+block.recordBufferCount, 0);
     EXPECT_LT (::pwrite (section.get(), "x", 1, 0), 0);
 
-    // What is taken away is gone, and after a cut the driver's next figures do not bring it back.
+    // A truncated section stays empty when the driver publishes its next figures.
     EXPECT_EQ (order ("take-view A"), "ok");
     EXPECT_EQ (::lseek (section.get(), 0, SEEK_END), 0);
     getSection ("A").cut();
@@ -119,7 +119,7 @@ TEST_F (SimulatorOrders, SurviveHostileRequests)
     EXPECT_EQ (ask (client, ReadStreamStatus, 63), insufficientBuffer);
     EXPECT_EQ (ask (client, Bytes (8, 0xFF)), invalidFunction);
 
-    // What is too long is refused without being handled; what is too short cannot be answered.
+    // A packet that is too long is refused unread; one that is too short cannot be answered.
     EXPECT_EQ (ask (client, Bytes (5000)), invalidParameter);
     EXPECT_EQ (ask (client, Bytes (7)), noConnection);
     EXPECT_EQ (ask (other, ReadStreamStatus), noError);
@@ -134,7 +134,7 @@ TEST_F (SimulatorOrders, StartReplacesWhatAKilledSimulatorLeft)
     const auto unused = interfaces() / ("9" + first.filename().string());
     simulator.reset();
 
-    // The socket of a dead server is a file that nobody listens to. What others have put there is not taken for such.
+    // A dead server leaves a socket that nobody listens on. Files of others are not mistaken for one.
     for (const auto& path : { first / "registry", second, unused / "registry", foreign / "registry" })
         fs::create_directories (path);
 
@@ -153,7 +153,7 @@ TEST_F (SimulatorOrders, StartReplacesWhatAKilledSimulatorLeft)
 
 TEST_F (SimulatorOrders, MachineFolderLeavesOtherThingsAlone)
 {
-    // A second one in the same place takes nothing away from the first.
+    // A second folder in the same place removes nothing of the first.
     EXPECT_NE (MachineFolder().create (machine, { "PCI\\C" }), "");
     EXPECT_EQ (contentOf (machine / "controllers/controller-0000"), "PCI\\A\n");
     std::ofstream (machine / "notes") << "mine";
@@ -186,7 +186,7 @@ TEST (SimulatorInterface, RefusesTakenAndImpossibleNames)
     for (const auto* name : { "device", "", ".x", "a/b" })
         EXPECT_THROW (TestDriver (machine, { .name = name, .present = false }).plugIn(), std::runtime_error) << name;
 
-    // The one that was there before can still be opened.
+    // The earlier interface can still be opened.
     const Client client (machine.getInterfaceFolder ("device").getFullPathName().toStdString());
 }
 

@@ -33,7 +33,7 @@ Machine::Bytes makeCapabilities (std::uint32_t flags)
 
 constexpr std::uint32_t dsp = 1 << 4, fpga = 1 << 5;
 
-/** A driver with figures that differ from row to row. */
+/** A driver with a different figure in each row. */
 struct FilledDriver
 {
     FilledDriver (const TestMachine& machine, const std::string& name, std::uint32_t flags)
@@ -64,7 +64,7 @@ struct FilledDriver
 
 const juce::Time timeOfSave { 2026, 10, 19, 2, 47, 50 };
 
-/** What the view on the present devices reports after so many ticks. */
+/** Compares the report of a view on the present devices, after that many ticks, with the gold file. */
 void expectGold (const juce::String& name, int numTicks)
 {
     DeviceList devices;
@@ -94,7 +94,7 @@ TEST (StatisticsReportTests, reportsEqualTheirGold)
     expectGold ("statistics-one-controller.txt", 1);
 }
 
-/** Between a change of the list and the message about it, a column and its section are still about its own device. */
+/** Until the view hears of a change to the list, columns and report sections still belong to their own devices. */
 TEST (StatisticsReportTests, columnsStayWithTheirDevicesWhileTheListMovesOn)
 {
     const TestMachine machine;
@@ -117,7 +117,7 @@ TEST (StatisticsReportTests, columnsStayWithTheirDevicesWhileTheListMovesOn)
     EXPECT_EQ (content.makeReport (timeOfSave), before);
 }
 
-/** Once it is open, nothing counts as a failure, however long the report is. */
+/** Once the file is open, no error counts as a failure, however long the report is. */
 TEST (StatisticsReportTests, afterTheOpeningNobodyHearsOfAnError)
 {
     EXPECT_TRUE (StatisticsReport::append (juce::File ("/dev/full"), juce::String::repeatedString ("x", 100000)));

@@ -12,7 +12,7 @@ juce::String utf8 (const char8_t* text)
     return juce::String::fromUTF8 (reinterpret_cast<const char*> (text));
 }
 
-/** The ink of a text, row by row, from its left end on. */
+/** Draws a text at the left edge of an image; what does not fit into its width is cut off. */
 juce::Image paint (const juce::String& text, int width = 300)
 {
     juce::Image image (juce::Image::SingleChannel, width, 40, true);
@@ -47,7 +47,7 @@ TEST (TextTests, everyLetterOfFiveScriptsIsDrawnAsItselfAndLatinStaysAsItWas)
     const auto all = latin + utf8 (u8"Жשمم東京");
     EXPECT_TRUE (looksLike (paint (all, widthOfLatin), before));
 
-    // What no typeface has looks like this, or like nothing.
+    // A letter that no typeface has is drawn as this box, or as nothing.
     std::vector<juce::Image> seen { paint (juce::String::charToString (0xFFFF)), paint ({}) };
 
     for (const auto* letter : { u8"ż", u8"Ж", u8"ש", u8"م", u8"東", u8"京" })
@@ -64,7 +64,7 @@ TEST (TextTests, everyLetterOfFiveScriptsIsDrawnAsItselfAndLatinStaysAsItWas)
 TEST (TextTests, namesAreOnOneLineAndInTheOrderInWhichTheyAreDrawn)
 {
     constexpr bool isOursToOrder = JUCE_MAJOR_VERSION < 8;
-    const auto mark = utf8 (u8"\u200E"); // before and after what the toolkit puts into order
+    const auto mark = utf8 (u8"\u200E"); // before and after what the toolkit reorders
 
     for (const auto& [name, drawn] : { std::pair { u8"", u8"" },
                                        { u8"Deck 2 (b)", u8"Deck 2 (b)" },

@@ -10,12 +10,12 @@
 #include <filesystem>
 #include <stdexcept>
 
-/** A connection to the driver in an interface's folder, with nothing of the program's in between. */
+/** A bare connection to the driver in an interface's folder, without the program's platform layer. */
 struct Client
 {
     explicit Client (const std::filesystem::path& folder)
     {
-        // The folder's path can be longer than an address has room for.
+        // The folder's path can be longer than a socket address can hold.
         const FileDescriptor descriptor (::open (folder.c_str(), O_PATH | O_CLOEXEC));
         sockaddr_un address { AF_UNIX, {} };
         std::snprintf (address.sun_path, sizeof (address.sun_path), "/proc/self/fd/%d/driver", descriptor.get());

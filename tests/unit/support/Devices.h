@@ -4,7 +4,7 @@
 #include "tests/unit/support/Join.h"
 #include "tests/unit/support/TestDriver.h"
 
-/** The devices of the machine, all of which it opens. */
+/** A list of the machine's devices, all of them open. */
 struct OpenList : public DeviceList
 {
     OpenList()
@@ -14,7 +14,7 @@ struct OpenList : public DeviceList
     }
 };
 
-/** Names of a list's devices, in its order. */
+/** Names of a list's devices, in the list's order. */
 inline juce::String namesOf (const DeviceList& devices)
 {
     return join (devices.getDevices(), ",", [] (const HwDevice::Ptr& device) { return device->getName(); });

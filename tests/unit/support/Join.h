@@ -3,7 +3,7 @@
 #include <functional>
 #include <juce_core/juce_core.h>
 
-/** What is to be said of each element, in one text. */
+/** Describes each element and joins the descriptions. */
 template <typename Range, typename Describe>
 juce::String join (const Range& range, const char* separator, const Describe& describe)
 {

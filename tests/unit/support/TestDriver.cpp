@@ -8,7 +8,7 @@
 using namespace DriverProtocol;
 
 //==============================================================================
-/** One for all machines of a process: the thread that watches the last one may be reading the environment. */
+/** All machines of a process share one path: the environment must not change while the watching thread reads it. */
 static juce::File findFolder()
 {
     static const auto folder = []
@@ -112,7 +112,7 @@ TestDriver::Reply TestDriver::handle (const Machine::Request& request)
     return answer (kind, request);
 }
 
-/** The request itself, with the result in its words. */
+/** Returns the request with the result in its words. */
 TestDriver::Reply TestDriver::answer (Kind kind, const Machine::Request& request) const
 {
     constexpr auto commandWords = offsetof (CommandEnvelope, words), transactionWords = TransactionBlock::headerSize;

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <thread>
 
-/** A machine folder of its own, which the program's code finds as long as this lives. */
+/** A machine folder that the program's code finds as long as this lives. One at a time. */
 class TestMachine
 {
 public:
@@ -28,7 +28,7 @@ private:
 };
 
 /** The driver of one device interface, served on a thread of its own: it answers with the figures put into it,
-    records what it was asked, and misbehaves where it is told to.
+    records its requests, and misbehaves when told to.
 */
 class TestDriver final : private Machine::RequestHandler
 {
@@ -55,8 +55,8 @@ public:
 
     using Reply = Machine::Reply;
 
-    /** Answers instead of the driver, on the driver's thread; none: the driver answers after all.
-        @param number  of the request among those of its kind, from 0
+    /** Replaces the driver's answer, on the driver's thread; no reply leaves the answer to the driver.
+        @param number  counts the requests of this kind, from 0
     */
     using Override = std::function<std::optional<Reply> (Kind kind, int number)>;
 
@@ -82,7 +82,7 @@ public:
         withLock ([&] { override = std::move (newOverride); });
     }
 
-    /** Answers all requests of a kind alike. */
+    /** Gives all requests of a kind the same answer. */
     void answerWith (Kind kind, const Reply& reply);
 
     void fail (Kind kind) { answerWith (kind, Reply::failure (31)); }
@@ -99,10 +99,10 @@ public:
         withLock ([&] { server.kill(); });
     }
 
-    /** For an override, which is called while nobody else uses the driver. */
+    /** Only for overrides, during which nobody else uses the driver. */
     Machine::Section& getSection() { return server.getSection(); }
 
-    /** Takes the statistics away, as a device that goes does. */
+    /** Truncates the statistics, as a device that goes does. */
     void cutSection()
     {
         withLock ([&] { server.getSection().cut(); });
@@ -161,10 +161,10 @@ struct Silence
     std::promise<void> ending;
 };
 
-/** Runs the message loop until the condition holds, or for a long time; true when it came to hold. */
+/** Runs the message loop until the condition holds, for a minute at most; returns whether it held. */
 bool runMessagesUntil (const std::function<bool()>& condition);
 
-/** The same without running the message loop: what was posted stays undelivered. */
+/** The same without the message loop: posted messages stay undelivered. */
 bool waitFor (
     const std::function<bool()>& condition,
     const std::function<void()>& meanwhile = [] { std::this_thread::yield(); });

@@ -9,7 +9,7 @@
 namespace
 {
 
-/** One page of memory, which can be taken away. */
+/** A page of memory that can be taken away. */
 class Page
 {
 public:
@@ -26,8 +26,8 @@ private:
     void* bytes;
 };
 
-/** Whether both numbers could be read, with something in between, and what they were; what was not read is -1. No
-    template: a compiler must not see that what comes after a fault is out of reach.
+/** Reads two numbers with an action in between. Returns whether both could be read, and the numbers, -1 for one that
+   could not. Not a template, or compilers would see that code after a fault is unreachable.
 */
 std::tuple<bool, int, int> readNumbers (Page& page, void (*between) (Page&))
 {
@@ -77,7 +77,7 @@ TEST (AccessGuardTests, anyThreadCanFaultManyTimes)
         EXPECT_EQ (thread.get(), numReadings);
 }
 
-/** Repairs the one access fault that it waits for, by giving the page its memory. */
+/** Repairs the expected access fault by giving the page its memory. */
 LONG CALLBACK repairFault (EXCEPTION_POINTERS* exception)
 {
     constexpr SIZE_T pageSize = 4096;

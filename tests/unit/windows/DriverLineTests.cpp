@@ -6,7 +6,7 @@
 namespace
 {
 
-/** A file in an interface's place: the system lets nobody open it alone who is not alone. */
+/** A file stands for an interface; the system refuses to open it exclusively while it is open elsewhere. */
 struct DriverLineTests : public testing::Test
 {
     const juce::TemporaryFile temporary;
@@ -23,7 +23,7 @@ struct DriverLineTests : public testing::Test
     }
 };
 
-/** Whoever allows one open file only would else refuse the next one. */
+/** A driver that allows only one open file would otherwise refuse the next open. */
 TEST_F (DriverLineTests, whatIsClosedCanBeOpenedAtOnce)
 {
     constexpr int numOpens = 300;

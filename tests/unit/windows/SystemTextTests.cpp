@@ -6,7 +6,7 @@
 namespace
 {
 
-/** Every name that the active code page has comes back as it was, whatever code page that is. */
+/** Every name that can be written in the active code page survives it, whichever code page that is. */
 TEST (SystemTextTests, namesSurviveTheActiveCodePage)
 {
     int numKnown = 0;
@@ -15,7 +15,7 @@ TEST (SystemTextTests, namesSurviveTheActiveCodePage)
     {
         char bytes[64] {};
         BOOL isLost = FALSE;
-        auto* lost = GetACP() == CP_UTF8 ? nullptr : &isLost; // there it is not to be asked
+        auto* lost = GetACP() == CP_UTF8 ? nullptr : &isLost; // UTF-8 allows no such question
         WideCharToMultiByte (CP_ACP,
                              WC_NO_BEST_FIT_CHARS * (lost != nullptr),
                              name.c_str(),
@@ -32,7 +32,7 @@ TEST (SystemTextTests, namesSurviveTheActiveCodePage)
         }
     }
 
-    // ASCII, and one more that this test was started with the code page of.
+    // The ASCII name, and the one in the code page that this test was started with.
     std::cout << "code page " << GetACP() << ", " << numKnown << " of 4 names" << std::endl;
     EXPECT_GE (numKnown, 2) << GetACP();
 }
