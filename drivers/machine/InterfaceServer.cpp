@@ -214,14 +214,7 @@ void InterfaceServer::unplug()
 
     // Its clients are to be told.
     acceptConnections();
-
-    // Before the folder goes: a client that probes on the news of it must find the device gone.
-    present = false;
-    gone = true;
-    ::renameat (interfaces.get(), setup.name.c_str(), interfaces.get(), ("." + setup.name).c_str());
-    section.cut();
-    listener = {};
-    removeFolder (interfaces.get(), "." + setup.name);
+    leave();
 }
 
 void InterfaceServer::kill()
@@ -229,11 +222,20 @@ void InterfaceServer::kill()
     if (! present)
         return;
 
-    // Nobody is told: what is left is to take the folder away.
-    section.cut();
+    // Nobody is told.
     connections.clear();
+    leave();
+}
+
+void InterfaceServer::leave()
+{
+    // Before the folder goes: a client that probes on the news of it must find the device gone.
+    present = false;
+    gone = true;
+    ::renameat (interfaces.get(), setup.name.c_str(), interfaces.get(), ("." + setup.name).c_str());
+    section.cut();
     listener = {};
-    unplug();
+    removeFolder (interfaces.get(), "." + setup.name);
 }
 
 //==============================================================================

@@ -143,6 +143,7 @@ private:
     };
 
     std::string fillFolder();
+    void leave();
     void acceptConnections();
     bool receive (const Connection& connection);
     Reply answer (const Connection& connection, std::span<const std::uint8_t> packet);
