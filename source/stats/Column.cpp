@@ -208,13 +208,16 @@ void Column::paint (juce::Graphics& g)
                       minimumScale);
 
     for (const auto row : valueRows)
-        if (g.clipRegionIntersects (getBox (row)))
-            paintBox (g, row);
+        paintBox (g, row);
 }
 
 void Column::paintBox (juce::Graphics& g, std::size_t row) const
 {
     const auto box = getBox (row);
+
+    if (! g.clipRegionIntersects (box))
+        return;
+
     g.setColour (juce::Colour (75, 75, 75));
     g.fillRect (box);
     g.setColour (juce::Colours::white);
