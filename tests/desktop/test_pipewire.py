@@ -156,7 +156,7 @@ def test_only_what_is_asked_for_is_served(studio):
     studio.wait_for_names('Other')
     studio.driver.interrupt()
 
-    # None of them is on a FireWire bus. That the third has no device shows once the others are there.
+    # None of them is on a FireWire bus. That neither "Main3" nor "nobody" is served shows once the others are.
     studio.measure('--device', 'Main', '--device', 'Main2', '--device', 'nobody')
     studio.wait_for_words('no device is called "nobody"')
     studio.make_sink('Main2', 'media.class=Audio/Source/Virtual node.group=both')

@@ -90,7 +90,7 @@ public:
                   void* output,
                   std::size_t outputCapacity);
 
-    /** The statistics as of the last advance, reset or ResetStatistics. */
+    /** The statistics as of the last advance or ResetStatistics. */
     StatisticsBlock getStatistics() const;
 
     DriverProtocol::CapabilityRecord getCapabilities() const;
